@@ -1,0 +1,54 @@
+# Top-level commands. `make test` and `make demo` install what is missing
+# (as root, with apt-get), build and run.
+
+DEBIAN_PACKAGES := build-essential cmake libeigen3-dev libfmt-dev libspdlog-dev \
+  nlohmann-json3-dev libgtest-dev libbenchmark-dev python3-numpy python3-scipy \
+  python3-matplotlib time
+JOBS ?= $(shell nproc)
+RELEASE_DIR := build/release
+SANITIZE_DIR := build/sanitize
+
+.PHONY: all deps build test test-release test-sanitize bench demo clean
+
+all: build
+
+deps:
+	@missing=""; \
+	for p in $(DEBIAN_PACKAGES); do \
+	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q "install ok installed" || missing="$$missing $$p"; \
+	done; \
+	if [ -n "$$missing" ]; then \
+	  if [ "$$(id -u)" = 0 ]; then \
+	    echo "Installing:$$missing"; \
+	    apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends $$missing; \
+	  else \
+	    echo "Missing Debian packages:$$missing"; \
+	    echo "Install them with: sudo apt-get install$$missing"; exit 1; \
+	  fi; \
+	fi
+
+$(RELEASE_DIR)/CMakeCache.txt: | deps
+	cmake -S . -B $(RELEASE_DIR) -DCMAKE_BUILD_TYPE=Release
+
+$(SANITIZE_DIR)/CMakeCache.txt: | deps
+	cmake -S . -B $(SANITIZE_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVELMOR_SANITIZE=ON \
+	  -DVELMOR_BUILD_BENCHMARKS=OFF
+
+build: deps $(RELEASE_DIR)/CMakeCache.txt
+	cmake --build $(RELEASE_DIR) -j $(JOBS)
+
+test-release: build
+	cd $(RELEASE_DIR) && ctest --output-on-failure -j $(JOBS)
+
+test-sanitize: deps $(SANITIZE_DIR)/CMakeCache.txt
+	cmake --build $(SANITIZE_DIR) -j $(JOBS)
+	cd $(SANITIZE_DIR) && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+	  ctest --output-on-failure -j $(JOBS)
+
+test: test-release test-sanitize
+
+bench: build
+	@for b in $(RELEASE_DIR)/bench/*_bench; do echo "== $$b"; $$b; done
+
+clean:
+	rm -rf build

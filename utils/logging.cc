@@ -5,6 +5,7 @@
 #include <vector>
 
 #include <spdlog/cfg/helpers.h>
+#include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/basic_file_sink.h>
 
 #include "utils/error_messages.h"
@@ -40,7 +41,8 @@ void SetUpLogging(const char* log_levels, const char* console_level, bool timest
   if (level != spdlog::level::off) {
     auto console = std::make_shared<split_stdout_stderr_sink>();
     console->set_level(level);
-    console->set_pattern(ConsolePattern(timestamps, concise));
+    console->set_formatter(
+        std::make_unique<spdlog::pattern_formatter>(ConsolePattern(timestamps, concise)));
     sinks.push_back(console);
   }
 

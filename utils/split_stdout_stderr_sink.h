@@ -20,7 +20,9 @@ class split_stdout_stderr_sink : public spdlog::sinks::ansicolor_stdout_sink_mt 
 
   void log(const spdlog::details::log_msg& msg) override;
   void flush() override;
-  // The formatter applies to both streams (loggers set patterns through it).
+  // The formatter applies to both streams. Loggers set their patterns through
+  // this call; set the sink's own pattern through it too (set_pattern is
+  // final in the base and reaches the standard output half only).
   void set_formatter(std::unique_ptr<spdlog::formatter> sink_formatter) override;
 
  private:

@@ -1,0 +1,101 @@
+#include "utils/other_string_utils.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <csignal>
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "utils/mathFunctions.h"
+
+namespace velmor {
+namespace {
+
+std::string MessageOf(const std::function<void()>& call) {
+  try {
+    call();
+  } catch (const std::exception& e) {
+    return e.what();
+  }
+  return "nothing thrown";
+}
+
+TEST(StringUtils, TokenCutting) {
+  EXPECT_EQ(YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset("abc_1+x", 0), "abc_1");
+  EXPECT_EQ(YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset("abc_1+x", 5), "");
+  EXPECT_EQ(YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset("abc_1+x", 6), "x");
+  EXPECT_EQ(YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset("abc_1+x", 7), "");
+  EXPECT_EQ(YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset("abc_1+x", 70), "");
+  EXPECT_NE(MessageOf([] { YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset("abc", -2); })
+                .find(":YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset]] Can't use negative offset = -2."),
+            std::string::npos);
+}
+
+TEST(StringUtils, KeywordMatching) {
+  const char* rows[] = {"ROWMIN", "ROWMAX"};
+  // Partial agreement: ROWMIN agrees on 4 characters, ROWMAX on 6.
+  EXPECT_EQ(FindBestPrefixMatchInStringList("ROWMAX()", 0, rows, 2), std::make_pair(1, 6u));
+  EXPECT_EQ(FindBestPrefixMatchInStringList("ROWMIN()", 0, rows, 2), std::make_pair(0, 6u));
+  // From an offset.
+  EXPECT_EQ(FindBestPrefixMatchInStringList("x|ROWMAX()", 2, rows, 2), std::make_pair(1, 6u));
+  // A keyword equal to the whole key wins at once, before a later equal-length match.
+  const char* exact[] = {"RBF", "RBFX", "RBF"};
+  EXPECT_EQ(FindBestPrefixMatchInStringList("RBF", 0, exact, 3), std::make_pair(0, 3u));
+  // Nothing agrees, no keywords, empty key.
+  const char* none[] = {"COSINE", "", "DOT"};
+  EXPECT_EQ(FindBestPrefixMatchInStringList("KNN(3)", 0, none, 3), std::make_pair(-1, 0u));
+  EXPECT_EQ(FindBestPrefixMatchInStringList("KNN(3)", 0, none, 0), std::make_pair(-1, 0u));
+  EXPECT_EQ(FindBestPrefixMatchInStringList("", 0, none, 3), std::make_pair(-1, 0u));
+  // Empty keywords are skipped; equal lengths with the first keyword best are no error.
+  EXPECT_EQ(FindBestPrefixMatchInStringList("DOT()", 0, none, 3), std::make_pair(2, 3u));
+  const char* firsts[] = {"SCALE", "SHIFT"};
+  EXPECT_EQ(FindBestPrefixMatchInStringList("S", 0, firsts, 1), std::make_pair(0, 1u));
+
+  // Two keywords agreeing equally, the later one not first: double match.
+  const std::string message =
+      MessageOf([&] { FindBestPrefixMatchInStringList("S(2)", 0, firsts, 2); });
+  EXPECT_NE(message.find("At least double match: match (1,1,'SHIFT') and previous match "
+                         "(0,1,'SCALE') for search key 'S(2)'."),
+            std::string::npos)
+      << message;
+  // Invalid offsets and null keywords.
+  EXPECT_NE(MessageOf([&] { FindBestPrefixMatchInStringList("abc", 3, rows, 2); })
+                .find("Invalid starting offset 3 for search key 'abc' of size 3."),
+            std::string::npos);
+  EXPECT_NE(MessageOf([&] { FindBestPrefixMatchInStringList("abc", -1, rows, 2); })
+                .find("Invalid starting offset -1"),
+            std::string::npos);
+  const char* with_null[] = {"abc", nullptr};
+  EXPECT_NE(MessageOf([&] { FindBestPrefixMatchInStringList("abx", 0, with_null, 2); })
+                .find("found nullptr keyword."),
+            std::string::npos);
+}
+
+TEST(StringUtils, ErrorPrinters) {
+  EXPECT_EXIT(ErrorExit("bad value %d", 5), ::testing::ExitedWithCode(1), "^bad value 5\n$");
+  EXPECT_EXIT(CheckOrExit(false, "check %s", "failed"), ::testing::ExitedWithCode(1),
+              "^check failed\n$");
+  EXPECT_EXIT(
+      {
+        CheckOrExit(true, "never printed");
+        ErrorPrint("printed %d", 1);
+        std::exit(0);
+      },
+      ::testing::ExitedWithCode(0), "^printed 1\n$");
+  EXPECT_DEATH(ErrorAbort("aborting %s", "now"), "aborting now");
+}
+
+TEST(MathFunctions, RootMeanSquareDifference) {
+  EXPECT_DOUBLE_EQ(ComputeTwoVectorDifferenceRMSE({1, 2}, {1, 4}), std::sqrt(2.0));
+  EXPECT_DOUBLE_EQ(ComputeTwoVectorDifferenceRMSE({}, {}), 0.0);
+  EXPECT_DOUBLE_EQ(ComputeTwoVectorDifferenceRMSE({3, -1, 2}, {3, -1, 2}), 0.0);
+  EXPECT_NE(MessageOf([] { ComputeTwoVectorDifferenceRMSE({1, 2, 3}, {1}); })
+                .find("Invalid argument, vector lengths (3 and 1) msut be the same."),
+            std::string::npos);
+}
+
+}  // namespace
+}  // namespace velmor

@@ -1,5 +1,6 @@
 #include "utils/top_level_error_report.h"
 
+#include <cstdio>
 #include <new>
 #include <sstream>
 
@@ -34,16 +35,27 @@ std::string TopLevelErrorReportText(std::exception_ptr error) {
   return stream.str();
 }
 
+int TopLevelErrorReport(std::exception_ptr error) {
+  const std::string report = TopLevelErrorReportText(error);
+  std::shared_ptr<spdlog::logger> ctrl;
+  try {
+    ctrl = logging::GetLogger("ctrl");
+  } catch (const std::exception&) {
+    std::fprintf(stderr, "%sEnd of Backtrace.\n", report.c_str());
+    std::fflush(stderr);
+    return 1;
+  }
+  ctrl->critical("{}End of Backtrace.", report);
+  ctrl->flush();
+  return 1;
+}
+
 int TopLevelErrorReport(const std::function<int()>& work) {
-  std::exception_ptr error;
   try {
     return work();
   } catch (...) {
-    error = std::current_exception();
+    return TopLevelErrorReport(std::current_exception());
   }
-  const std::string report = TopLevelErrorReportText(error);
-  logging::GetLogger("ctrl")->critical("{}End of Backtrace.", report);
-  return 1;
 }
 
 }  // namespace velmor::exception

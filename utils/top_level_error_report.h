@@ -15,9 +15,13 @@ namespace velmor::exception {
 // "++", "++++", ... prefixes. Every line ends with a newline.
 std::string TopLevelErrorReportText(std::exception_ptr error);
 
-// Runs `work` and returns its status. An exception escaping it is reported on
-// the ctrl logger at critical level, followed by "End of Backtrace.", and the
-// status is 1.
+// Reports `error` on the ctrl logger at critical level, the text followed by
+// "End of Backtrace.", and returns the exit status 1. Without a ctrl logger
+// (logging could not be set up) the same text goes to standard error.
+int TopLevelErrorReport(std::exception_ptr error);
+
+// Runs `work` and returns its status; an exception escaping it is reported as
+// above and the status is 1.
 int TopLevelErrorReport(const std::function<int()>& work);
 
 }  // namespace velmor::exception

@@ -47,6 +47,20 @@ test-sanitize: deps $(SANITIZE_DIR)/CMakeCache.txt
 
 test: test-release test-sanitize
 
+# Summarizes the bundled handwritten-digits data: 1797 images become an RBF
+# similarity matrix, and quillo picks 12 representatives.
+DEMO_DIR := build/demo
+demo: build
+	@mkdir -p $(DEMO_DIR)
+	$(RELEASE_DIR)/quillo -flfilename examples/digits_features.csv -fltransformation 'RBF()' \
+	  -sumsize 12 -cloglevel info -ctrl-logorder -ctrl-loggains -ctrl-logcgains \
+	  -outfilesummary $(DEMO_DIR)/order.csv -outfilegains $(DEMO_DIR)/gains.npy \
+	  -pgpyplotfilename $(DEMO_DIR)/gains_plot.py
+	@echo "Digits of the chosen images (rank order):"
+	@awk 'NR==FNR { label[FNR-1] = $$1; next } { printf "%s ", label[int($$1)] } END { print "" }' \
+	  examples/digits_labels.csv $(DEMO_DIR)/order.csv
+	@echo "Files: $(DEMO_DIR)/order.csv, $(DEMO_DIR)/gains.npy, $(DEMO_DIR)/gains_plot.py"
+
 bench: build
 	@for b in $(RELEASE_DIR)/bench/*_bench; do echo "== $$b"; $$b; done
 

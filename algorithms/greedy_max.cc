@@ -1,0 +1,262 @@
+#include "algorithms/greedy_max.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cfloat>
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <stdexcept>
+
+#include <fmt/format.h>
+#include <spdlog/spdlog.h>
+
+#include "utils/error_messages.h"
+#include "utils/logging.h"
+
+namespace velmor {
+
+namespace greedy_max {
+namespace {
+std::atomic<int> progress_logging_period{0};
+}  // namespace
+
+void SetProgressLoggingPeriod(int period) { progress_logging_period.store(period, std::memory_order_relaxed); }
+int ProgressLoggingPeriod() { return progress_logging_period.load(std::memory_order_relaxed); }
+
+}  // namespace greedy_max
+
+namespace {
+
+// Whether the permit stops the run at this best gain.
+bool GainPermitStops(GainPermit gain_permit, double gain) {
+  switch (static_cast<int>(gain_permit)) {
+    case kStopAtZeroGain:
+      return gain == 0.0;
+    case kStopAtNegativeGain:
+      return gain < 0.0;
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
+bool GreedyConstrainedMaximization(const SubmodularFunction& f, const DownClosedSetConstraint& constraint,
+                                   int cardinality_limit, const Set& candidates, const Set& inclusion,
+                                   const Set& conditioning, GainPermit gain_permit, UnorderedHashSet* solution,
+                                   std::vector<int>* order, std::vector<float>* gains, double* value,
+                                   greedy_max::GreedyAncillaryResults* ancillary) {
+  const int n = f.GroundSetSize();
+  if (constraint.GroundSetSize() != n || candidates.GroundSetSize() != n || inclusion.GroundSetSize() != n ||
+      conditioning.GroundSetSize() != n) {
+    VELMOR_THROW(std::invalid_argument, "Invalid argument, all ground set sizes must match.");
+  }
+  const bool inclusion_feasible = constraint.IsFeasible(inclusion);
+  if (!inclusion_feasible || inclusion.size() > cardinality_limit) {
+    VELMOR_THROW(std::invalid_argument,
+                 fmt::format("Inclusion set of size {} must itself be feasible, but constraint feasibility "
+                             "returns {} and extra cardinality limit is {}.",
+                             inclusion.size(), inclusion_feasible, cardinality_limit));
+  }
+  const bool use_ancillary = ancillary != nullptr && ancillary->singleton_gains_precomputed;
+  if (use_ancillary && ancillary->singleton_gains.size() != static_cast<std::size_t>(n)) {
+    VELMOR_THROW(std::invalid_argument, "Invalid argument, ancillary singleton gains have %ld entries, not %d.",
+                 static_cast<long>(ancillary->singleton_gains.size()), n);
+  }
+  if (order == nullptr && gains == nullptr && solution == nullptr) return false;
+  if (ancillary != nullptr) ancillary->number_of_gain_evaluations = 0;
+
+  const std::shared_ptr<spdlog::logger> logger = logging::GetLogger("optm");
+  const int progress_period = greedy_max::ProgressLoggingPeriod();
+
+  // Working sets and contexts.
+  UnorderedHashSet excluded(n);
+  excluded.insertSet(inclusion);
+  excluded.insertSet(conditioning);
+  UnorderedHashSet current(n);
+  current.insertSet(inclusion);
+  UnorderedHashSet remaining(n);
+  for (int e : candidates) {
+    if (!excluded.contains(e)) remaining.insert(e);
+  }
+  const std::unique_ptr<SetFunction::SetFunctionGrowingContext> current_function_eval_context =
+      f.MakeGrowingContext(excluded);
+  const std::unique_ptr<SetConstraint::ConstraintGrowingContextExternal> constraint_context =
+      constraint.MakeGrowingContextExternal(current);
+
+  const long most_chosen = std::min<long>({constraint.SizeLimit(), cardinality_limit, remaining.size()});
+  if (order != nullptr) {
+    order->clear();
+    order->reserve(static_cast<std::size_t>(std::max(0L, most_chosen)));
+  }
+  if (gains != nullptr) {
+    gains->clear();
+    gains->reserve(static_cast<std::size_t>(std::max(0L, most_chosen)));
+  }
+
+  const bool nothing_to_choose = constraint.SizeLimit() == 0 || cardinality_limit < 1 || candidates.empty();
+  const bool fill_ancillary = ancillary != nullptr && !ancillary->singleton_gains_precomputed && !nothing_to_choose;
+  if (fill_ancillary) {
+    ancillary->singleton_gains.assign(static_cast<std::size_t>(n), std::numeric_limits<float>::quiet_NaN());
+  }
+
+  // Per-step scratch, sized once: the feasible candidates and their gains.
+  std::vector<int> feasible_candidates;
+  std::vector<double> candidate_gains;
+  feasible_candidates.reserve(static_cast<std::size_t>(remaining.size()));
+  candidate_gains.resize(static_cast<std::size_t>(remaining.size()));
+
+  logger->debug("Starting greedy max. current_function_eval_context.NumberOfElements() = {}",
+                current_function_eval_context->NumberOfElements());
+  bool first_pass = true;
+  int added = 0;
+  while (!nothing_to_choose) {
+    if (current.size() >= cardinality_limit) break;
+    logger->debug("Top of loop: current_function_eval_context.NumberOfElements() = {}",
+                  current_function_eval_context->NumberOfElements());
+
+    feasible_candidates.clear();
+    for (int e : remaining) {
+      if (constraint_context->IsDisjointUnionFeasible(e, current)) feasible_candidates.push_back(e);
+    }
+    const int count = static_cast<int>(feasible_candidates.size());
+    if (first_pass && use_ancillary) {
+      for (int j = 0; j < count; ++j) {
+        const float stored = ancillary->singleton_gains[static_cast<std::size_t>(feasible_candidates[j])];
+        if (std::isnan(stored)) {
+          candidate_gains[j] = current_function_eval_context->DisjointGain(feasible_candidates[j]);
+          ++ancillary->number_of_gain_evaluations;
+        } else {
+          candidate_gains[j] = static_cast<double>(stored);
+        }
+      }
+    } else {
+      current_function_eval_context->DisjointGains(feasible_candidates.data(), count, candidate_gains.data());
+      if (ancillary != nullptr) ancillary->number_of_gain_evaluations += count;
+      if (first_pass && fill_ancillary) {
+        for (int j = 0; j < count; ++j) {
+          ancillary->singleton_gains[static_cast<std::size_t>(feasible_candidates[j])] =
+              static_cast<float>(candidate_gains[j]);
+        }
+      }
+    }
+    if (first_pass && fill_ancillary) ancillary->singleton_gains_precomputed = true;
+    first_pass = false;
+
+    // Strictly larger wins: the first of equal gains in iteration order stays.
+    int element_having_max_gain = n;
+    double max_gain = -DBL_MAX;
+    for (int j = 0; j < count; ++j) {
+      if (candidate_gains[j] > max_gain) {
+        max_gain = candidate_gains[j];
+        element_having_max_gain = feasible_candidates[j];
+      }
+    }
+    logger->debug("Found element_having_max_gain = {}, max_gain = {}", element_having_max_gain, max_gain);
+    if (element_having_max_gain == n) {
+      logger->debug("Done since reached ground set size");
+      break;
+    }
+    if (GainPermitStops(gain_permit, max_gain)) {
+      logger->debug("Done since found negaive gain.");
+      break;
+    }
+    if (progress_period >= 1 && added % progress_period == 0) {
+      logger->info("Found element {} in the order, element = {}, gain value = {}.", added, element_having_max_gain,
+                   max_gain);
+    }
+    ++added;
+
+    if (order != nullptr) order->push_back(element_having_max_gain);
+    if (gains != nullptr) gains->push_back(static_cast<float>(max_gain));
+    current_function_eval_context->AddNewElementToContext(element_having_max_gain, true);
+    constraint_context->AddNewElementToContext(element_having_max_gain, current, false);
+    excluded.insert(element_having_max_gain);
+    current.insert(element_having_max_gain);
+    remaining.remove(element_having_max_gain);
+  }
+
+  if (value != nullptr) *value = current_function_eval_context->CurrentValue() - f.Evaluate(conditioning);
+  if (solution != nullptr) *solution = current;
+  return true;
+}
+
+double UpperBoundValueGreedyConstrainedMaximization(const SubmodularFunction& f, int cardinality_limit,
+                                                    const Set& candidates, const Set& inclusion,
+                                                    const Set& conditioning, UnorderedHashSet* solution,
+                                                    std::vector<int>* order, std::vector<float>* gains,
+                                                    double* value) {
+  if (!f.IsMonotoneNondecreasing()) {
+    VELMOR_THROW(std::invalid_argument, "Bound only applies to a monotone non-decreasing submodular function.");
+  }
+  if (cardinality_limit <= 0) {
+    VELMOR_THROW(std::invalid_argument, "Must have positive cardinality constraint, got %d.", cardinality_limit);
+  }
+  if (inclusion.size() > cardinality_limit) {
+    VELMOR_THROW(std::invalid_argument, "Inclusion set must itself be feasible, <=%d.", cardinality_limit);
+  }
+  const int n = f.GroundSetSize();
+  if (candidates.GroundSetSize() != n || inclusion.GroundSetSize() != n || conditioning.GroundSetSize() != n) {
+    VELMOR_THROW(std::invalid_argument, "Invalid argument, all ground set sizes must match.");
+  }
+
+  UnorderedHashSet excluded(n);
+  excluded.insertSet(inclusion);
+  excluded.insertSet(conditioning);
+  UnorderedHashSet current(n);
+  current.insertSet(inclusion);
+  UnorderedHashSet remaining(n);
+  for (int e : candidates) {
+    if (!excluded.contains(e)) remaining.insert(e);
+  }
+  const std::unique_ptr<SetFunction::SetFunctionGrowingContext> context = f.MakeGrowingContext(excluded);
+  const double conditioning_value = f.Evaluate(conditioning);
+  const int free_slots = cardinality_limit - inclusion.size();
+
+  if (order != nullptr) order->clear();
+  if (gains != nullptr) gains->clear();
+  std::vector<int> elements;
+  std::vector<double> step_gains(static_cast<std::size_t>(remaining.size()));
+  std::vector<double> positive_gains;
+  positive_gains.reserve(static_cast<std::size_t>(remaining.size()));
+  double bound = std::numeric_limits<double>::infinity();
+  for (;;) {
+    remaining.ToVector(elements);
+    const int count = static_cast<int>(elements.size());
+    context->DisjointGains(elements.data(), count, step_gains.data());
+
+    // Bound at this step: g(A_i) plus the free_slots largest positive gains.
+    positive_gains.clear();
+    for (int j = 0; j < count; ++j) {
+      if (step_gains[j] > 0.0) positive_gains.push_back(step_gains[j]);
+    }
+    const std::size_t taken = std::min(positive_gains.size(), static_cast<std::size_t>(free_slots));
+    std::nth_element(positive_gains.begin(), positive_gains.begin() + static_cast<std::ptrdiff_t>(taken),
+                     positive_gains.end(), std::greater<double>());
+    double top_sum = 0.0;
+    for (std::size_t j = 0; j < taken; ++j) top_sum += positive_gains[j];
+    bound = std::min(bound, (context->CurrentValue() - conditioning_value) + top_sum);
+
+    if (current.size() >= cardinality_limit || count == 0) break;
+    int best = n;
+    double best_gain = -DBL_MAX;
+    for (int j = 0; j < count; ++j) {
+      if (step_gains[j] > best_gain) {
+        best_gain = step_gains[j];
+        best = elements[j];
+      }
+    }
+    if (best == n) break;
+    if (order != nullptr) order->push_back(best);
+    if (gains != nullptr) gains->push_back(static_cast<float>(best_gain));
+    context->AddNewElementToContext(best, true);
+    current.insert(best);
+    remaining.remove(best);
+  }
+  if (value != nullptr) *value = context->CurrentValue() - conditioning_value;
+  if (solution != nullptr) *solution = current;
+  return bound;
+}
+
+}  // namespace velmor

@@ -1,0 +1,151 @@
+#include "command-line-utils/common-command-line-routines.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "io/DenseMatrixIO.h"
+#include "io/SparseMatrixIO.h"
+#include "matrixvector/MatrixTransformations.h"
+#include "utils/error_messages.h"
+#include "utils/exceptions.h"
+
+namespace velmor {
+
+void WriteGainsPlotScript(const char* path, bool unnormalized_gains, bool log_scale_curvature,
+                          const std::vector<int32_t>& elements_in_order,
+                          const std::vector<float>& gains,
+                          const std::vector<double>& conditional_curvature) {
+  if (path == nullptr) return;
+  std::FILE* file = std::fopen(path, "w");
+  if (file == nullptr) {
+    std::printf("Can't open file '%s' for writing to output\n", path);
+    std::fflush(stdout);
+    return;
+  }
+  std::unique_ptr<std::FILE, int (*)(std::FILE*)> closer(file, &std::fclose);
+
+  // Line style of every plot call.
+  const char* style = "linestyle='--', linewidth=1, marker='.', markersize=2";
+
+  std::fprintf(file, "import matplotlib.pyplot as plt\nimport numpy as np\nimport sys\n");
+  std::fprintf(file, "gains = np.array([");
+  for (float gain : gains) std::fprintf(file, "%.16g,", static_cast<double>(gain));
+  std::fprintf(file, "])\n");
+  std::fprintf(file, "elements_in_order = np.array([");
+  for (int32_t element : elements_in_order) std::fprintf(file, "%d,", element);
+  std::fprintf(file, "])\n");
+
+  const bool with_curvature = conditional_curvature.size() == elements_in_order.size();
+  if (with_curvature) {
+    std::fprintf(file, "conditional_curvature = np.array([");
+    for (double value : conditional_curvature) std::fprintf(file, "%.16g,", value);
+    std::fprintf(file, "])\n");
+    std::fprintf(file, "fig, axes = plt.subplots(5, 1, sharex='col')\n");
+  } else {
+    std::fprintf(file, "fig, axes = plt.subplots(4, 1, sharex='col')\n");
+  }
+
+  std::fprintf(file, "axes[0].set_title(sys.argv[0])\n");
+  if (unnormalized_gains) {
+    std::fprintf(file, "axes[0].semilogy(gains,%s, color='b')\n", style);
+    std::fprintf(file, "axes[0].set_ylabel('gains (log)',fontsize=6)\n");
+    std::fprintf(file, "dgains = -np.diff(gains,prepend=[np.nan])\n");
+    std::fprintf(file, "axes[1].semilogy(dgains,%s,color='m')\n", style);
+    std::fprintf(file, "axes[1].set_ylabel('diff gains (log)',fontsize=6)\n");
+    std::fprintf(file, "axes[2].plot(gains,%s,color='r')\n", style);
+    std::fprintf(file, "axes[2].set_ylabel('gains',fontsize=6)\n");
+    std::fprintf(file, "cgains = np.cumsum(gains)\n");
+    std::fprintf(file, "axes[3].plot(cgains,%s, color='g')\n", style);
+    std::fprintf(file, "axes[3].set_ylabel('cumulative gains',fontsize=6)\n");
+  } else {
+    std::fprintf(file, "axes[0].semilogy(gains/np.sum(gains),%s, color='b')\n", style);
+    std::fprintf(file, "axes[0].set_ylabel('normalized gains (log)',fontsize=6)\n");
+    std::fprintf(file, "dgains = -np.diff(gains)\n");
+    std::fprintf(file, "axes[1].semilogy(np.insert(dgains/np.sum(dgains),0,np.nan),%s,color='m')\n",
+                 style);
+    std::fprintf(file, "axes[1].set_ylabel('normalized diff gains (log)',fontsize=6)\n");
+    std::fprintf(file, "axes[2].plot(gains/np.sum(gains),%s,color='r')\n", style);
+    std::fprintf(file, "axes[2].set_ylabel('normalized gains',fontsize=6)\n");
+    std::fprintf(file, "cgains = np.cumsum(gains)\n");
+    std::fprintf(file, "axes[3].plot(cgains/np.max(cgains),%s, color='g')\n", style);
+    std::fprintf(file, "axes[3].set_ylabel('normalized cumulative gains',fontsize=6)\n");
+  }
+  if (with_curvature) {
+    if (log_scale_curvature) {
+      std::fprintf(file, "axes[4].semilogy(conditional_curvature,%s,color='k')\n", style);
+      std::fprintf(file, "axes[4].set_ylabel('conditional curvature (log)',fontsize=6)\n");
+    } else {
+      std::fprintf(file, "axes[4].plot(conditional_curvature,%s,color='k')\n", style);
+      std::fprintf(file, "axes[4].set_ylabel('conditional curvature',fontsize=6)\n");
+    }
+  }
+  std::fprintf(file, "plt.xlabel('rank order')\n");
+  std::fprintf(file, "plt.show()\n");
+}
+
+namespace {
+
+bool HasExtension(const std::string& file_name, const char* lower, const char* upper) {
+  const std::string extension = std::filesystem::path(file_name).extension().string();
+  return extension == lower || extension == upper;
+}
+
+}  // namespace
+
+template <typename T>
+matrixio::DenseMatrix<T> LoadAndTransformMatrix(const char* group, const char* file_name, int rows,
+                                                int cols, const char* transformation) {
+  TransformableMatrix<T> matrix;
+  try {
+    matrix.dense = matrixio::LoadDenseMatrixFromFileOrRamOrMakeRandom<T>(file_name, nullptr, false,
+                                                                          rows, cols);
+  } catch (...) {
+    VELMOR_THROW_NESTED(std::invalid_argument, "Problems loading %s matrix.", group);
+  }
+  try {
+    ApplyMatrixTransformation(transformation != nullptr ? transformation : "", matrix, false);
+  } catch (...) {
+    VELMOR_THROW_NESTED(exception::CommandLineError,
+                        "Problems with matrix transformation string '%s' for %s function.",
+                        transformation, group);
+  }
+  return std::move(matrix.dense);
+}
+
+template <typename T>
+matrixio::SparseMatrix<T> LoadAndTransformSparseMatrix(const char* group, const char* file_name,
+                                                       int rows, int cols,
+                                                       const char* transformation) {
+  TransformableMatrix<T> matrix;
+  try {
+    if (file_name != nullptr && (HasExtension(file_name, ".csv", ".CSV") ||
+                                 HasExtension(file_name, ".npz", ".NPZ"))) {
+      matrix.sparse = matrixio::ReadSparseMatrixFromFile<T>(file_name);
+      matrix.is_sparse = true;
+    } else {
+      matrix.dense = matrixio::LoadDenseMatrixFromFileOrRamOrMakeRandom<T>(file_name, nullptr, false,
+                                                                            rows, cols);
+    }
+  } catch (...) {
+    VELMOR_THROW_NESTED(std::invalid_argument, "Problems loading %s matrix.", group);
+  }
+  try {
+    ApplyMatrixTransformation(transformation != nullptr ? transformation : "", matrix, true);
+  } catch (...) {
+    VELMOR_THROW_NESTED(exception::CommandLineError,
+                        "Problems with matrix transformation string '%s' for %s function.",
+                        transformation, group);
+  }
+  return std::move(matrix.sparse);
+}
+
+template matrixio::DenseMatrix<float> LoadAndTransformMatrix<float>(const char*, const char*, int, int, const char*);
+template matrixio::DenseMatrix<double> LoadAndTransformMatrix<double>(const char*, const char*, int, int, const char*);
+template matrixio::SparseMatrix<float> LoadAndTransformSparseMatrix<float>(const char*, const char*, int, int, const char*);
+template matrixio::SparseMatrix<double> LoadAndTransformSparseMatrix<double>(const char*, const char*, int, int, const char*);
+
+}  // namespace velmor

@@ -1,0 +1,49 @@
+#ifndef VELMOR_COMMAND_LINE_UTILS_COMMON_COMMAND_LINE_ROUTINES_H_
+#define VELMOR_COMMAND_LINE_UTILS_COMMON_COMMAND_LINE_ROUTINES_H_
+
+// Loading helpers and output helpers of the command-line program.
+
+#include <cstdint>
+#include <vector>
+
+#include "io/MatrixIOCommon.h"
+
+namespace velmor {
+
+// Writes a Python script (numpy, matplotlib) that plots, against the rank
+// order, the greedy gains, their differences, the cumulative gains and, when
+// `conditional_curvature` has exactly one entry per element, the conditional
+// curvature: five panels with the curvature, four without.
+//   path                 output file, replaced; null: nothing is written.
+//   unnormalized_gains   plot the gains as they are instead of normalized.
+//   log_scale_curvature  logarithmic scale for the curvature panel.
+// Numbers are written with "%.16g" (inf and nan as the C library prints them).
+// A file that cannot be opened prints "Can't open file '<path>' for writing to
+// output" on standard output and is not an error.
+void WriteGainsPlotScript(const char* path, bool unnormalized_gains, bool log_scale_curvature,
+                          const std::vector<int32_t>& elements_in_order,
+                          const std::vector<float>& gains,
+                          const std::vector<double>& conditional_curvature);
+
+
+// Loads the matrix of function group `group` ("FL", "SSD", ...) from
+// `file_name` (.csv, .npy or .bin, the last with `rows` x `cols`) and applies
+// the transformation string. A load failure is a std::invalid_argument
+// "Problems loading <group> matrix." and a bad transformation a
+// CommandLineError "Problems with matrix transformation string '...' for
+// <group> function.", each with the cause nested.
+template <typename T>
+matrixio::DenseMatrix<T> LoadAndTransformMatrix(const char* group, const char* file_name, int rows,
+                                                int cols, const char* transformation);
+
+// The same for sparse groups: a .csv or .npz file is read as a sparse matrix;
+// a dense .npy or .bin file is read dense, transformed (KNN() keeps the k
+// largest entries of each row) and stored sparse.
+template <typename T>
+matrixio::SparseMatrix<T> LoadAndTransformSparseMatrix(const char* group, const char* file_name,
+                                                       int rows, int cols,
+                                                       const char* transformation);
+
+}  // namespace velmor
+
+#endif  // VELMOR_COMMAND_LINE_UTILS_COMMON_COMMAND_LINE_ROUTINES_H_

@@ -1,0 +1,122 @@
+#include "constraints/CardinalitySetConstraint.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+#include <fmt/format.h>
+
+#include "sets/UnorderedHashSet.h"
+#include "utils/error_messages.h"
+
+namespace velmor {
+
+using CardinalityExternal = CardinalitySetConstraint::CardinalitySetConstraintGrowingContextExternal;
+using CardinalityOwning =
+    SetConstraint::DerivedConstraintGrowingContext<CardinalitySetConstraint, CardinalityExternal,
+                                                   UnorderedHashSet>;
+
+// Sets over a larger ground set are refused by every whole-set question.
+#define VELMOR_CHECK_SET_GROUND_SIZE(s)                                                        \
+  do {                                                                                         \
+    if ((s).GroundSetSize() > ground_set_size_) {                                              \
+      VELMOR_THROW(std::invalid_argument,                                                      \
+                   "Invalid argument, set.GroundSetSize()=%d != constraint.GroundSetSize()=%d.", \
+                   (s).GroundSetSize(), ground_set_size_);                                     \
+    }                                                                                          \
+  } while (false)
+
+CardinalitySetConstraint::CardinalitySetConstraint(int ground_set_size, int size_limit)
+    : ground_set_size_(ground_set_size), size_limit_(size_limit) {
+  if (ground_set_size < 1) {
+    VELMOR_THROW(std::invalid_argument, "Invalid argument, ground_set_size=%d.", ground_set_size);
+  }
+  if (size_limit < 0) VELMOR_THROW(std::invalid_argument, "Invalid argument, size_limit=%d.", size_limit);
+}
+
+bool CardinalitySetConstraint::IsFeasible(const Set& s) const {
+  VELMOR_CHECK_SET_GROUND_SIZE(s);
+  return size_limit_ >= s.size();
+}
+
+bool CardinalitySetConstraint::IsUnionFeasible(int e, const Set& s) const {
+  if (s.GroundSetSize() > ground_set_size_) {
+    VELMOR_THROW(std::invalid_argument,
+                 "Invalid argument, set.GroundSetSize()=%d !=constraint.GroundSetSize()=%d.",
+                 s.GroundSetSize(), ground_set_size_);
+  }
+  if (e < 0 || e >= ground_set_size_) VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", e);
+  return s.contains(e) ? size_limit_ >= s.size() : size_limit_ > s.size();
+}
+
+bool CardinalitySetConstraint::IsDisjointUnionFeasible(int e, const Set& s) const {
+  if (s.GroundSetSize() > ground_set_size_) {
+    VELMOR_THROW(std::invalid_argument,
+                 "Invalid argument, set.GroundSetSize()=%d !=constraint.GroundSetSize()=%d.",
+                 s.GroundSetSize(), ground_set_size_);
+  }
+  if (e < 0 || e >= ground_set_size_) VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", e);
+  return size_limit_ > s.size();
+}
+
+bool CardinalitySetConstraint::IsMaximal(const Set& s) const {
+  VELMOR_CHECK_SET_GROUND_SIZE(s);
+  return s.size() == size_limit_;
+}
+
+std::string CardinalitySetConstraint::Description() const {
+  return fmt::format("cardinality({}) {}", size_limit_, "set constraint");
+}
+
+std::unique_ptr<SetConstraint::ConstraintGrowingContextExternal>
+CardinalitySetConstraint::MakeGrowingContextExternal(const Set& s) const {
+  return std::make_unique<CardinalityExternal>(*this, s);
+}
+
+std::unique_ptr<SetConstraint::ConstraintGrowingContext> CardinalitySetConstraint::MakeGrowingContext()
+    const {
+  return std::make_unique<CardinalityOwning>(*this, UnorderedHashSet(ground_set_size_));
+}
+
+std::unique_ptr<SetConstraint::ConstraintGrowingContext> CardinalitySetConstraint::MakeGrowingContext(
+    const Set& s) const {
+  return std::make_unique<CardinalityOwning>(*this, s);
+}
+
+int CardinalitySetConstraint::RankOfSet(const Set& s) const {
+  VELMOR_CHECK_SET_GROUND_SIZE(s);
+  return std::min(size_limit_, s.size());
+}
+
+bool CardinalitySetConstraint::IsACycle(const Set& s) const {
+  VELMOR_CHECK_SET_GROUND_SIZE(s);
+  return static_cast<long>(s.size()) == static_cast<long>(size_limit_) + 1;
+}
+
+// The growing context.
+
+CardinalityExternal::CardinalitySetConstraintGrowingContextExternal(
+    const CardinalitySetConstraint& constraint, const Set& s)
+    : constraint_(&constraint),
+      ground_set_size_(constraint.GroundSetSize()),
+      size_limit_(constraint.SizeLimit()) {
+  AssignContext(s);
+}
+
+void CardinalityExternal::AssignContext(const Set& s) {
+  VELMOR_CHECK_SET_GROUND_SIZE(s);
+  count_ = s.size();
+}
+
+bool CardinalityExternal::IsDisjointUnionFeasible(int e, const Set&) const {
+  if (e < 0 || e >= ground_set_size_) VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", e);
+  return count_ < size_limit_;
+}
+
+bool CardinalityExternal::AddNewElementToContext(int e, Set& s, bool also_insert) {
+  if (e < 0 || e >= ground_set_size_) VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", e);
+  if (also_insert) s.insert(e);
+  ++count_;
+  return true;
+}
+
+}  // namespace velmor

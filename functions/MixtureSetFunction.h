@@ -1,0 +1,181 @@
+#ifndef VELMOR_FUNCTIONS_MIXTURESETFUNCTION_H_
+#define VELMOR_FUNCTIONS_MIXTURESETFUNCTION_H_
+
+// f(S) = sum over i of w_i * f_i(S): a non-negative weighting of set functions
+// over one ground set, so that one objective can balance, say, a facility
+// location term against a dispersion or modular term.
+//
+// The mixture owns its components (clones made at construction, or pointers
+// handed over). Every value is the weighted sum over the components in
+// component order, accumulated in double from 0.0. Its contexts are made of
+// one external context per component; each context operation is applied to
+// every component context and combined with the current weights.
+//
+// Errors are std::invalid_argument with location-prefixed messages.
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "functions/SetFunction.h"
+#include "sets/Set.h"
+
+namespace velmor {
+
+class MixtureSetFunction : public clone_inherit<MixtureSetFunction, SubmodularFunction> {
+ public:
+  // One external growing context per component.
+  class MixtureSetFunctionGrowingContextExternal final
+      : public SetFunction::SetFunctionGrowingContextExternal {
+   public:
+    // The state of the empty set.
+    explicit MixtureSetFunctionGrowingContextExternal(const MixtureSetFunction* function);
+    MixtureSetFunctionGrowingContextExternal(const MixtureSetFunctionGrowingContextExternal& other);
+    MixtureSetFunctionGrowingContextExternal& operator=(
+        const MixtureSetFunctionGrowingContextExternal&) = delete;
+    void AssignContext(const Set& A) override;
+    std::unique_ptr<SetFunctionGrowingContextExternal> clone() const override;
+    // sum of w_i * (component i's DisjointGain).
+    double DisjointGain(int v) const override;
+    // Batched per component, then combined per element as DisjointGain does.
+    void DisjointGains(const int* elements, int count, double* gains) const override;
+    // Adds v to every component context; true when any changed.
+    bool AddNewElementToContext(int v) override;
+    void ResetToEmptySet() override;
+    double CurrentValue() const override;
+
+   private:
+    const MixtureSetFunction* function_;
+    std::vector<std::unique_ptr<SetFunctionGrowingContextExternal>> components_;
+    mutable std::vector<double> scratch_;  // per-component batched gains
+  };
+
+  // One external shrinking context per component.
+  class MixtureSetFunctionShrinkingContextExternal final
+      : public SetFunction::SetFunctionShrinkingContextExternal {
+   public:
+    explicit MixtureSetFunctionShrinkingContextExternal(const MixtureSetFunction* function);
+    MixtureSetFunctionShrinkingContextExternal(const MixtureSetFunctionShrinkingContextExternal& other);
+    MixtureSetFunctionShrinkingContextExternal& operator=(
+        const MixtureSetFunctionShrinkingContextExternal&) = delete;
+    void AssignContext(const Set& A) override;
+    std::unique_ptr<SetFunctionShrinkingContextExternal> clone() const override;
+    double SubsetLoss(int v) const override;
+    void RemoveExistingElementFromContext(const Set& A, int v) override;
+    double CurrentValue() const override;
+
+   private:
+    const MixtureSetFunction* function_;
+    std::vector<std::unique_ptr<SetFunctionShrinkingContextExternal>> components_;
+  };
+
+  using MixtureSetFunctionGrowingContext =
+      SetFunction::DerivedSetFunctionGrowingContext<MixtureSetFunction,
+                                                    MixtureSetFunctionGrowingContextExternal,
+                                                    UnorderedHashSet>;
+  using MixtureSetFunctionShrinkingContext =
+      SetFunction::DerivedSetFunctionShrinkingContext<MixtureSetFunction,
+                                                      MixtureSetFunctionShrinkingContextExternal,
+                                                      UnorderedHashSet>;
+
+  // Clones every component. Component checks first:
+  //   "Invalid argument, all components must be present, component 0 missing.",
+  //   "Invalid argument, all components must be present, missing component at position %d.",
+  //   "Invalid argument, all components must have same ground set size n=|V|, found sizes %d and %d."
+  // then the weight checks of setComponentWeights.
+  MixtureSetFunction(const std::vector<const SetFunction*>& components, std::vector<double> weights);
+
+  // Takes the components over without cloning them; same checks.
+  MixtureSetFunction(std::vector<std::unique_ptr<SetFunction>> components, std::vector<double> weights);
+
+  // Two to five components f1..f5 with weights w1..w5 (default 1.0 each).
+  // A missing component throws "Invalid argument, both components (f1 and f2)
+  // must be present." (and the three-, four- and five-component texts).
+  MixtureSetFunction(const SetFunction* f1, const SetFunction* f2, double w1 = 1.0, double w2 = 1.0);
+  MixtureSetFunction(const SetFunction* f1, const SetFunction* f2, const SetFunction* f3,
+                     double w1 = 1.0, double w2 = 1.0, double w3 = 1.0);
+  MixtureSetFunction(const SetFunction* f1, const SetFunction* f2, const SetFunction* f3,
+                     const SetFunction* f4, double w1 = 1.0, double w2 = 1.0, double w3 = 1.0,
+                     double w4 = 1.0);
+  MixtureSetFunction(const SetFunction* f1, const SetFunction* f2, const SetFunction* f3,
+                     const SetFunction* f4, const SetFunction* f5, double w1 = 1.0,
+                     double w2 = 1.0, double w3 = 1.0, double w4 = 1.0, double w5 = 1.0);
+
+  MixtureSetFunction(const MixtureSetFunction& other);
+  MixtureSetFunction& operator=(const MixtureSetFunction&) = delete;
+
+  // Checks the weights, then installs them; with take_over the vector is
+  // moved in (the caller's vector is left empty), otherwise copied. Checks, in
+  // order:
+  //   count != number of components:
+  //     "Invalid argument, number of weights %ld must match number of components %ld."
+  //   no component: "Invalid argument, must have at least one component."
+  //   a weight w with 0.0 > w, or NaN:
+  //     "Invalid argument, found weight %e, weights must be all non-negative."
+  //   an infinite weight: "Invalid argument, found weight %e, weights must be finite."
+  // A refused call leaves the weights as they were.
+  void setComponentWeights(std::vector<double>& weights, bool take_over);
+  void setComponentWeights(const std::vector<double>& weights);
+
+  // sum of w_i * f_i({v}). Throws "Invalid element = %d.".
+  double Evaluate(int v) const override;
+  double Evaluate(const Set& A) const override;
+  double EvaluateUnion(int v, const Set& A) const override;
+  double EvaluateUnion(const Set& A, const Set& B) const override;
+  double EvaluateGroundSet() const override;
+  std::pair<double, double> EvaluateUnionAndSecondArg(int v, const Set& A) const override;
+  double EvaluateAfterSubtraction(const Set& A, int v) const override;
+  double EvaluateAfterSubtraction(const Set& A, const Set& B) const override;
+  // 0.0 when A holds v (no component consulted), else sum of w_i * Gain_i.
+  double Gain(int v, const Set& A) const override;
+  // sum of w_i * Loss_i.
+  double Loss(int v, const Set& A) const override;
+
+  int GroundSetSize() const override { return n_; }
+  // The largest landmark count of the components.
+  int NumberOfLandmarks() const override;
+  // 0: the mixture holds no matrix of its own.
+  long MatrixRows() const override { return 0; }
+  long MatrixColumns() const override { return 0; }
+  // The stored entries of all components together.
+  long MatrixStoredEntries() const override;
+  // "Mixture of <c> components, |V|=<n>".
+  std::string Description() const override;
+  int NumberOfComponents() const override { return static_cast<int>(components_.size()); }
+  // One info line per component: "Comp {}: {}." (index from 0, description).
+  // Throws "Invalid nullptr logger object.".
+  void LogComponentNames(spdlog::logger* logger) const override;
+  // True when every component with a positive weight is.
+  bool IsMonotoneNondecreasing() const override;
+
+  std::unique_ptr<SetFunction::SetFunctionGrowingContext> MakeGrowingContext(
+      const Set& A) const override;
+  std::unique_ptr<SetFunction::SetFunctionShrinkingContext> MakeShrinkingContext(
+      const Set& A) const override;
+  std::unique_ptr<SetFunction::SetFunctionGrowingContextExternal> MakeGrowingContextExternal(
+      const Set& A) const override;
+  std::unique_ptr<SetFunction::SetFunctionShrinkingContextExternal> MakeShrinkingContextExternal(
+      const Set& A) const override;
+  void AssignContext(SetFunction::SetFunctionGrowingContext& context, const Set& A) const override;
+  void AssignContext(SetFunction::SetFunctionShrinkingContext& context, const Set& A) const override;
+  void AssignContext(SetFunction::SetFunctionGrowingContextExternal& context,
+                     const Set& A) const override;
+  void AssignContext(SetFunction::SetFunctionShrinkingContextExternal& context,
+                     const Set& A) const override;
+
+  const std::vector<double>& ComponentWeights() const { return weights_; }
+  const SetFunction& Component(int i) const { return *components_[static_cast<std::size_t>(i)]; }
+
+ private:
+  // Installs checked components, then the weights through setComponentWeights.
+  void Install(std::vector<std::unique_ptr<SetFunction>> components, std::vector<double>& weights);
+
+  std::vector<double> weights_;
+  std::vector<std::unique_ptr<SetFunction>> components_;
+  int n_ = 0;
+};
+
+}  // namespace velmor
+
+#endif  // VELMOR_FUNCTIONS_MIXTURESETFUNCTION_H_

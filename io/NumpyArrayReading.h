@@ -1,0 +1,35 @@
+#ifndef VELMOR_IO_NUMPYARRAYREADING_H_
+#define VELMOR_IO_NUMPYARRAYREADING_H_
+
+// Block conversion of .npy values, shared by the .npy and .npz readers; not
+// part of the library's interface.
+
+#include <cstddef>
+
+#include "io/DenseNumpyFileIOSupport.h"
+
+namespace velmor::matrixio::internal {
+
+// ReadNumpyFileHeader, which with `allow_empty` accepts a zero in the shape
+// (the empty arrays of an archive).
+NumpyHeader ReadNumpyFileHeader(std::istream& stream, uint64_t* bytes_consumed, bool allow_empty);
+
+// "int32", "int64", "float32", "float64" or "bytes".
+const char* NumpyTypeName(NumpyDataType type);
+
+// Converts `count` raw values of file type `type` into T with the rules of
+// ReadNextBinaryNumberFromNumpyStream (switches included). Returns `count`,
+// or the index of the first value that fails; values before it are stored.
+// `raw` and `out` may be the same memory when the types have equal size.
+template <typename T>
+std::size_t ConvertNumpyValues(const char* raw, std::size_t count, NumpyDataType type,
+                               bool swap_bytes, T* out);
+
+// Throws the failure of the single raw value at `raw` as
+// ReadNextBinaryNumberFromNumpyStream reports it.
+template <typename T>
+[[noreturn]] void ThrowNumpyValueFailure(const char* raw, NumpyDataType type, bool swap_bytes);
+
+}  // namespace velmor::matrixio::internal
+
+#endif  // VELMOR_IO_NUMPYARRAYREADING_H_

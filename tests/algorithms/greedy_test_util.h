@@ -1,0 +1,175 @@
+#ifndef VELMOR_TESTS_ALGORITHMS_GREEDY_TEST_UTIL_H_
+#define VELMOR_TESTS_ALGORITHMS_GREEDY_TEST_UTIL_H_
+
+// Shared by the algorithm tests: random objectives, a naive greedy built on
+// whole-set evaluation, capture of the "optm" log, and exact error checks.
+
+#include <gtest/gtest.h>
+
+#include <spdlog/sinks/ringbuffer_sink.h>
+#include <spdlog/spdlog.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cfloat>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "constraints/DownClosedSetConstraint.h"
+#include "functions/FacilityLocationFunction.h"
+#include "functions/MixtureSetFunction.h"
+#include "functions/ModularFunction.h"
+#include "sets/UnorderedHashSet.h"
+#include "utils/logging.h"
+
+namespace velmor::testing_util {
+
+// A normalized dense facility location over n elements and `landmarks`
+// landmarks with similarities uniform in [0, 1).
+template <typename T>
+std::unique_ptr<FacilityLocationFunction<T>> RandomFacilityLocation(int n, int landmarks, std::mt19937& engine) {
+  typename FacilityLocationFunction<T>::DenseMatrix matrix(n, landmarks);
+  std::uniform_real_distribution<double> uniform(0.0, 1.0);
+  for (int i = 0; i < n; ++i) {
+    for (int j = 0; j < landmarks; ++j) matrix(i, j) = static_cast<T>(uniform(engine));
+  }
+  auto f = std::make_unique<FacilityLocationFunction<T>>(matrix);
+  f->ComputeNormalizationConstant(false);
+  return f;
+}
+
+// A mixture of two random facility locations and a modular term with
+// positive weights: monotone and submodular.
+template <typename T>
+std::unique_ptr<MixtureSetFunction> RandomMixture(int n, std::mt19937& engine) {
+  std::vector<std::unique_ptr<SetFunction>> components;
+  components.push_back(RandomFacilityLocation<T>(n, 1 + static_cast<int>(engine() % 20), engine));
+  components.push_back(RandomFacilityLocation<T>(n, 1 + static_cast<int>(engine() % 20), engine));
+  std::vector<T> weights(static_cast<std::size_t>(n));
+  std::uniform_real_distribution<double> uniform(0.0, 0.05);
+  for (T& w : weights) w = static_cast<T>(uniform(engine));
+  components.push_back(std::make_unique<ModularFunction<T>>(weights));
+  return std::make_unique<MixtureSetFunction>(std::move(components), std::vector<double>{1.0, 0.5, 2.0});
+}
+
+inline UnorderedHashSet FullSet(int n) {
+  UnorderedHashSet s(n);
+  s.MakeFull();
+  return s;
+}
+
+inline UnorderedHashSet MakeSet(int n, const std::vector<int>& elements) {
+  UnorderedHashSet s(n);
+  for (int v : elements) s.insert(v);
+  return s;
+}
+
+// Whole-set greedy: each step takes the candidate with the largest
+// f(S ∪ C + e) - f(S ∪ C) among those with S + e feasible and |S| < limit.
+// `margin` receives, per step, the smallest relative distance between the
+// best gain and any other one; a step with a tiny margin cannot decide an order.
+struct NaiveGreedyResult {
+  std::vector<int> order;
+  std::vector<double> gains;
+  double smallest_margin = DBL_MAX;
+};
+
+inline NaiveGreedyResult NaiveGreedy(const SetFunction& f, const DownClosedSetConstraint& constraint, int limit,
+                                     const Set& candidates, const Set& inclusion, const Set& conditioning) {
+  const int n = f.GroundSetSize();
+  NaiveGreedyResult result;
+  UnorderedHashSet current(n), with_conditioning(n);
+  current.insertSet(inclusion);
+  with_conditioning.insertSet(inclusion);
+  with_conditioning.insertSet(conditioning);
+  while (current.size() < limit) {
+    const double base = f.Evaluate(with_conditioning);
+    int best = -1;
+    double best_gain = -DBL_MAX, second_gain = -DBL_MAX;
+    for (int e = 0; e < n; ++e) {
+      if (!candidates.contains(e) || with_conditioning.contains(e)) continue;
+      current.insert(e);
+      const bool feasible = constraint.IsFeasible(current);
+      current.remove(e);
+      if (!feasible) continue;
+      with_conditioning.insert(e);
+      const double gain = f.Evaluate(with_conditioning) - base;
+      with_conditioning.remove(e);
+      if (gain > best_gain) {
+        second_gain = best_gain;
+        best_gain = gain;
+        best = e;
+      } else if (gain > second_gain) {
+        second_gain = gain;
+      }
+    }
+    if (best < 0) break;
+    if (second_gain > -DBL_MAX) {
+      result.smallest_margin =
+          std::min(result.smallest_margin, (best_gain - second_gain) / (1.0 + std::abs(best_gain)));
+    }
+    result.order.push_back(best);
+    result.gains.push_back(best_gain);
+    current.insert(best);
+    with_conditioning.insert(best);
+  }
+  return result;
+}
+
+// While alive, every message of the "optm" logger (debug and up) is kept.
+class OptmLogCapture {
+ public:
+  OptmLogCapture()
+      : logger_(logging::GetLogger("optm")),
+        sink_(std::make_shared<spdlog::sinks::ringbuffer_sink_mt>(100000)),
+        old_level_(logger_->level()) {
+    sink_->set_pattern("%v");
+    logger_->sinks().push_back(sink_);
+    logger_->set_level(spdlog::level::debug);
+  }
+  ~OptmLogCapture() {
+    auto& sinks = logger_->sinks();
+    sinks.erase(std::remove(sinks.begin(), sinks.end(), sink_), sinks.end());
+    logger_->set_level(old_level_);
+  }
+  std::vector<std::string> Lines() const { return sink_->last_formatted(); }
+  bool Contains(const std::string& text) const {
+    for (const std::string& line : Lines()) {
+      if (line.find(text) != std::string::npos) return true;
+    }
+    return false;
+  }
+
+ private:
+  std::shared_ptr<spdlog::logger> logger_;
+  std::shared_ptr<spdlog::sinks::ringbuffer_sink_mt> sink_;
+  spdlog::level::level_enum old_level_;
+};
+
+// Runs `call`, which must throw exactly `Exception` with the message
+// "[[@file:<line>:function]] text".
+template <class Exception, class Call>
+void ExpectError(Call&& call, const std::string& file, const std::string& function, const std::string& text) {
+  try {
+    call();
+    ADD_FAILURE() << "no exception; expected: " << text;
+  } catch (const Exception& e) {
+    const std::string what = e.what();
+    const std::string head = "[[@" + file + ":";
+    const std::string tail = ":" + function + "]] " + text;
+    ASSERT_GT(what.size(), head.size() + tail.size()) << what;
+    EXPECT_EQ(what.substr(0, head.size()), head) << what;
+    EXPECT_EQ(what.substr(what.size() - tail.size()), tail) << what;
+    for (char c : what.substr(head.size(), what.size() - head.size() - tail.size())) {
+      EXPECT_TRUE(std::isdigit(static_cast<unsigned char>(c))) << what;
+    }
+  } catch (const std::exception& e) {
+    ADD_FAILURE() << "wrong exception type: " << e.what() << "; expected: " << text;
+  }
+}
+
+}  // namespace velmor::testing_util
+
+#endif  // VELMOR_TESTS_ALGORITHMS_GREEDY_TEST_UTIL_H_

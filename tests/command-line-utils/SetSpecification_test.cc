@@ -1,0 +1,107 @@
+#include "command-line-utils/SetSpecification.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "utils/exceptions.h"
+
+namespace velmor {
+namespace {
+
+std::vector<int> Sorted(const Set& s) {
+  std::vector<int> v(s.begin(), s.end());
+  std::sort(v.begin(), v.end());
+  return v;
+}
+
+std::string Write(const std::string& name, const std::string& text) {
+  const std::string path = ::testing::TempDir() + "/" + name;
+  std::ofstream(path) << text;
+  return path;
+}
+
+TEST(SetSpecification, ListsRangesAndFiles) {
+  std::mt19937 engine(1);
+  EXPECT_TRUE(Sorted(ParseSetSpecification("", 10, engine, "set-inclusion")).empty());
+  EXPECT_TRUE(Sorted(ParseSetSpecification("   ", 10, engine, "set-inclusion")).empty());
+  EXPECT_EQ(Sorted(ParseSetSpecification("0,5, 7-9 ,5", 10, engine, "x")), (std::vector<int>{0, 5, 7, 8, 9}));
+  EXPECT_EQ(Sorted(ParseSetSpecification("3-3", 10, engine, "x")), std::vector<int>{3});
+
+  const std::string text = Write("velmor_set.txt", "# chosen\n1 2,3\n\n9 # last\n");
+  EXPECT_EQ(Sorted(ParseSetSpecification(text, 10, engine, "x")), (std::vector<int>{1, 2, 3, 9}));
+  const std::string json = Write("velmor_set.json", R"({"set": [4, 0, 4]})");
+  EXPECT_EQ(Sorted(ParseSetSpecification(json, 10, engine, "x")), (std::vector<int>{0, 4}));
+  const std::string npy = ::testing::TempDir() + "/velmor_set.npy";
+  const std::string command = std::string(VELMOR_TEST_PYTHON) +
+                              " -c \"import numpy as np; np.save('" + npy + "', np.array([8, 1, 6], dtype=np.int64))\"";
+  ASSERT_EQ(std::system(command.c_str()), 0);
+  EXPECT_EQ(Sorted(ParseSetSpecification(npy, 10, engine, "x")), (std::vector<int>{1, 6, 8}));
+  std::remove(text.c_str());
+  std::remove(json.c_str());
+  std::remove(npy.c_str());
+}
+
+TEST(SetSpecification, RandomDraws) {
+  std::mt19937 a(7), b(7);
+  const auto first = Sorted(ParseSetSpecification("RAND(25)", 100, a, "x"));
+  EXPECT_EQ(first.size(), 25u);
+  EXPECT_EQ(first, Sorted(ParseSetSpecification("RAND(25)", 100, b, "x")));  // same seed, same set
+  EXPECT_NE(first, Sorted(ParseSetSpecification("RAND(25)", 100, b, "x")));  // the engine moved on
+  EXPECT_EQ(ParseSetSpecification("RAND(10%)", 55, a, "x").size(), 6);      // 5.5 rounds to 6
+  EXPECT_EQ(ParseSetSpecification("RAND(100%)", 9, a, "x").size(), 9);
+  EXPECT_EQ(ParseSetSpecification("RAND(0)", 9, a, "x").size(), 0);
+  // Every element is equally likely: counts over many draws stay near the mean.
+  std::vector<int> counts(20, 0);
+  for (int draw = 0; draw < 4000; ++draw) {
+    for (int v : ParseSetSpecification("RAND(5)", 20, a, "x")) ++counts[static_cast<std::size_t>(v)];
+  }
+  for (int c : counts) EXPECT_NEAR(c, 1000, 150);
+}
+
+TEST(SetSpecification, Errors) {
+  std::mt19937 engine(1);
+  const auto error = [&](const std::string& spec, int n) -> std::pair<std::string, std::string> {
+    try {
+      ParseSetSpecification(spec, n, engine, "set-deletion");
+    } catch (const exception::InputDataError& e) {
+      return {"input", e.what()};
+    } catch (const exception::CommandLineError& e) {
+      std::string text = e.what();
+      try {
+        std::rethrow_if_nested(e);
+      } catch (const std::exception& inner) {
+        text += std::string(" | ") + inner.what();
+      }
+      return {"command", text};
+    }
+    return {"none", ""};
+  };
+  // Elements outside [0, n) are data errors.
+  EXPECT_EQ(error("3,10", 10).first, "input");
+  EXPECT_NE(error("3,10", 10).second.find("Set element 10 is outside the ground set [0, 10)."), std::string::npos);
+  EXPECT_EQ(error("-1", 10).first, "input");  // a negative element
+  EXPECT_EQ(error("RAND(11)", 10).first, "input");
+  // Malformed strings name the option.
+  for (const char* bad : {"1,,2", "a", "5-2", "1-x", "RAND(x)", "RAND(120%)", "2.5"}) {
+    const auto [kind, text] = error(bad, 10);
+    EXPECT_EQ(kind, "command") << bad;
+    EXPECT_NE(text.find("of option 'set-deletion'."), std::string::npos) << text;
+  }
+  // Unreadable or malformed files are data errors naming the file.
+  EXPECT_EQ(error("/nonexistent/set.txt", 10).first, "input");
+  const std::string json = Write("velmor_bad_set.json", R"({"set": [1, "two"]})");
+  EXPECT_EQ(error(json, 10).first, "input");
+  const std::string not_json = Write("velmor_bad_set2.json", "{set: ");
+  EXPECT_NE(error(not_json, 10).second.find("is not valid JSON"), std::string::npos);
+  std::remove(json.c_str());
+  std::remove(not_json.c_str());
+}
+
+}  // namespace
+}  // namespace velmor

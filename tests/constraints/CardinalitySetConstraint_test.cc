@@ -1,0 +1,136 @@
+#include "constraints/CardinalitySetConstraint.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+#include "constraints/constraint_test_util.h"
+#include "sets/UnorderedHashSet.h"
+
+namespace velmor {
+namespace {
+
+using testing_util::CheckAgainstOracle;
+using testing_util::ExpectError;
+
+constexpr const char* kFile = "CardinalitySetConstraint";
+
+UnorderedHashSet MakeSet(int n, std::initializer_list<int> elements) {
+  UnorderedHashSet s(n);
+  for (int v : elements) s.insert(v);
+  return s;
+}
+
+TEST(CardinalitySetConstraint, AgreesWithBruteForce) {
+  for (int n : {1, 2, 7, 16, 17}) {
+    for (int k : {0, 1, 3, n - 1, n}) {
+      if (k < 0 || k > n) continue;  // k > n: no set has size k, so none is maximal.
+      const CardinalitySetConstraint constraint(n, k);
+      const auto feasible = [k](const std::vector<bool>& members) {
+        int count = 0;
+        for (bool m : members) count += m ? 1 : 0;
+        return count <= k;
+      };
+      CheckAgainstOracle(constraint, feasible, 11u * static_cast<unsigned>(n + k), 3, true);
+      // A clone answers as the original.
+      const auto copy = constraint.Clone();
+      CheckAgainstOracle(dynamic_cast<const DownClosedSetConstraint&>(*copy), feasible, 5u, 1, false);
+    }
+  }
+}
+
+TEST(CardinalitySetConstraint, Rules) {
+  // k = 0: the empty set is feasible and maximal, nothing can be added.
+  const CardinalitySetConstraint none(5, 0);
+  const UnorderedHashSet empty(5);
+  EXPECT_TRUE(none.IsFeasible(empty));
+  EXPECT_TRUE(none.IsMaximal(empty));
+  for (int e = 0; e < 5; ++e) EXPECT_FALSE(none.IsDisjointUnionFeasible(e, empty));
+  EXPECT_FALSE(none.MakeGrowingContext()->IsDisjointUnionFeasible(0));
+
+  // Union with an element already present, at the limit.
+  const CardinalitySetConstraint two(6, 2);
+  const UnorderedHashSet full = MakeSet(6, {1, 4});
+  EXPECT_TRUE(two.IsUnionFeasible(4, full));
+  EXPECT_FALSE(two.IsUnionFeasible(3, full));
+  // The disjoint question does not look at membership.
+  EXPECT_FALSE(two.IsDisjointUnionFeasible(4, full));
+
+  // A set over a smaller ground set is judged normally.
+  const UnorderedHashSet small = MakeSet(3, {0, 2});
+  EXPECT_TRUE(two.IsFeasible(small));
+  EXPECT_FALSE(two.IsUnionFeasible(1, small));
+  EXPECT_TRUE(two.IsMaximal(small));
+
+  // Rank and circuits of the uniform matroid.
+  EXPECT_EQ(two.RankOfSet(MakeSet(6, {0, 1, 2, 3})), 2);
+  EXPECT_EQ(two.RankOfSet(MakeSet(6, {5})), 1);
+  EXPECT_TRUE(two.IsACycle(MakeSet(6, {0, 1, 2})));
+  EXPECT_FALSE(two.IsACycle(MakeSet(6, {0, 1})));
+  EXPECT_FALSE(two.IsACycle(MakeSet(6, {0, 1, 2, 3})));
+  EXPECT_EQ(two.SizeLimit(), 2);
+  EXPECT_EQ(two.MaximumSolutionSize(), 2);
+  EXPECT_TRUE(two.IsMatroid());
+  EXPECT_FALSE(two.IsPartitionMatroid());
+  EXPECT_EQ(CardinalitySetConstraint(100, 10).Description(), "cardinality(10) set constraint");
+
+  // Adding an element already present changes nothing.
+  UnorderedHashSet s = MakeSet(6, {2});
+  auto context = two.MakeGrowingContextExternal(s);
+  auto* cardinality =
+      dynamic_cast<CardinalitySetConstraint::CardinalitySetConstraintGrowingContextExternal*>(context.get());
+  ASSERT_NE(cardinality, nullptr);
+  EXPECT_EQ(cardinality->count(), 1);
+  EXPECT_FALSE(context->AddElementToContext(2, s, true));
+  EXPECT_EQ(cardinality->count(), 1);
+  // Without also_insert the count follows but the set does not.
+  EXPECT_TRUE(context->AddNewElementToContext(3, s, false));
+  EXPECT_EQ(cardinality->count(), 2);
+  EXPECT_FALSE(s.contains(3));
+  EXPECT_TRUE(context->IsMaximal(s));
+  EXPECT_FALSE(context->IsDisjointUnionFeasible(5, s));
+  auto empty_context = two.MakeEmptyGrowingContextExternal();
+  EXPECT_TRUE(empty_context->IsDisjointUnionFeasible(0, empty));
+}
+
+TEST(CardinalitySetConstraint, Errors) {
+  // The constructor checks n before k.
+  ExpectError<std::invalid_argument>([] { CardinalitySetConstraint(0, -1); }, kFile, "CardinalitySetConstraint",
+                                     "Invalid argument, ground_set_size=0.");
+  ExpectError<std::invalid_argument>([] { CardinalitySetConstraint(3, -1); }, kFile, "CardinalitySetConstraint",
+                                     "Invalid argument, size_limit=-1.");
+
+  // Larger ground sets; the union questions have no blank after "!=".
+  const CardinalitySetConstraint constraint(4, 2);
+  const UnorderedHashSet large(5);
+  ExpectError<std::invalid_argument>([&] { (void)constraint.IsFeasible(large); }, kFile, "IsFeasible",
+                                     "Invalid argument, set.GroundSetSize()=5 != constraint.GroundSetSize()=4.");
+  ExpectError<std::invalid_argument>([&] { (void)constraint.IsUnionFeasible(0, large); }, kFile,
+                                     "IsUnionFeasible",
+                                     "Invalid argument, set.GroundSetSize()=5 !=constraint.GroundSetSize()=4.");
+  ExpectError<std::invalid_argument>([&] { (void)constraint.IsDisjointUnionFeasible(0, large); }, kFile,
+                                     "IsDisjointUnionFeasible",
+                                     "Invalid argument, set.GroundSetSize()=5 !=constraint.GroundSetSize()=4.");
+  ExpectError<std::invalid_argument>([&] { (void)constraint.MakeGrowingContext(large); }, kFile, "AssignContext",
+                                     "Invalid argument, set.GroundSetSize()=5 != constraint.GroundSetSize()=4.");
+
+  // Elements outside [0, n).
+  const UnorderedHashSet s(4);
+  for (int e : {-1, 4}) {
+    const std::string text = "Invalid element = " + std::to_string(e) + ".";
+    ExpectError<std::invalid_argument>([&] { (void)constraint.IsUnionFeasible(e, s); }, kFile, "IsUnionFeasible",
+                                       text);
+    ExpectError<std::invalid_argument>([&] { (void)constraint.IsDisjointUnionFeasible(e, s); }, kFile,
+                                       "IsDisjointUnionFeasible", text);
+    auto context = constraint.MakeGrowingContext();
+    ExpectError<std::invalid_argument>([&] { (void)context->IsDisjointUnionFeasible(e); }, kFile,
+                                       "IsDisjointUnionFeasible", text);
+    ExpectError<std::invalid_argument>([&] { (void)context->AddElementToContext(e, true); }, "SetConstraint",
+                                       "AddElementToContext", text);
+    EXPECT_TRUE(context->IsDisjointUnionFeasible(0));
+    EXPECT_EQ(context->CurrentSet().size(), 0);
+  }
+}
+
+}  // namespace
+}  // namespace velmor

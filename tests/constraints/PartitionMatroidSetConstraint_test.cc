@@ -1,0 +1,257 @@
+#include "constraints/PartitionMatroidSetConstraint.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "constraints/constraint_test_util.h"
+#include "sets/UnorderedHashSet.h"
+#include "utils/exceptions.h"
+
+namespace velmor {
+namespace {
+
+using Partition = PartitionMatroidSetConstraint<std::vector<int>>;
+using exception::InputDataError;
+using testing_util::CheckAgainstOracle;
+using testing_util::ExpectError;
+
+constexpr const char* kFile = "PartitionMatroidSetConstraint";
+
+// Brute-force feasibility: every block within its limit.
+testing_util::FeasibilityOracle BlockOracle(const std::vector<int>& mapping, const std::vector<int>& limits) {
+  return [mapping, limits](const std::vector<bool>& members) {
+    std::vector<int> counts(limits.size(), 0);
+    for (std::size_t e = 0; e < members.size(); ++e) {
+      if (members[e]) ++counts[static_cast<std::size_t>(mapping[e])];
+    }
+    for (std::size_t b = 0; b < limits.size(); ++b) {
+      if (counts[b] > limits[b]) return false;
+    }
+    return true;
+  };
+}
+
+UnorderedHashSet FromMask(unsigned mask, int n) {
+  UnorderedHashSet s(n);
+  for (int e = 0; e < n; ++e) {
+    if (mask & (1u << e)) s.insert(e);
+  }
+  return s;
+}
+
+struct RandomPartition {
+  std::vector<int> mapping;
+  std::vector<int> limits;
+};
+
+RandomPartition MakeRandomPartition(std::mt19937& engine, int n, int blocks) {
+  RandomPartition p;
+  for (int e = 0; e < n; ++e) p.mapping.push_back(static_cast<int>(engine() % static_cast<unsigned>(blocks)));
+  for (int b = 0; b < blocks; ++b) p.limits.push_back(static_cast<int>(engine() % 4));
+  return p;
+}
+
+TEST(PartitionMatroidSetConstraint, AgreesWithBruteForce) {
+  std::mt19937 engine(2024);
+  for (int trial = 0; trial < 30; ++trial) {
+    const int n = 1 + static_cast<int>(engine() % 20);
+    const int blocks = 1 + static_cast<int>(engine() % 5);
+    const RandomPartition p = MakeRandomPartition(engine, n, blocks);
+    const Partition constraint(p.mapping, p.limits);
+    CheckAgainstOracle(constraint, BlockOracle(p.mapping, p.limits), static_cast<unsigned>(trial), 3, true);
+  }
+}
+
+TEST(PartitionMatroidSetConstraint, RankAndCircuitsAgreeWithBruteForce) {
+  std::mt19937 engine(77);
+  for (int trial = 0; trial < 12; ++trial) {
+    const int n = 1 + static_cast<int>(engine() % 9);
+    const RandomPartition p = MakeRandomPartition(engine, n, 1 + static_cast<int>(engine() % 3));
+    const Partition constraint(p.mapping, p.limits);
+    const auto feasible = BlockOracle(p.mapping, p.limits);
+    const auto feasible_mask = [&](unsigned mask) {
+      return feasible(testing_util::Members(FromMask(mask, n), n));
+    };
+    const unsigned subsets = 1u << n;
+    for (unsigned mask = 0; mask < subsets; ++mask) {
+      // Rank: the largest feasible subset.
+      int rank = 0;
+      for (unsigned sub = mask;; sub = (sub - 1) & mask) {
+        if (feasible_mask(sub)) rank = std::max(rank, __builtin_popcount(sub));
+        if (sub == 0) break;
+      }
+      // Circuit: infeasible, every one-smaller subset feasible.
+      bool circuit = !feasible_mask(mask) && mask != 0;
+      for (int e = 0; circuit && e < n; ++e) {
+        if (mask & (1u << e)) circuit = feasible_mask(mask & ~(1u << e));
+      }
+      const UnorderedHashSet s = FromMask(mask, n);
+      ASSERT_EQ(constraint.RankOfSet(s), rank) << mask;
+      ASSERT_EQ(constraint.IsACycle(s), circuit) << mask;
+      if (mask == subsets - 1) {
+        EXPECT_EQ(constraint.SizeLimit(), rank);
+      }
+    }
+  }
+}
+
+TEST(PartitionMatroidSetConstraint, ConstructionsAgree) {
+  // Blocks {0, 3, 5}, {1, 4}, {2} with limits 2, 0, 1.
+  const std::vector<int> mapping = {0, 1, 2, 0, 1, 0};
+  const std::vector<int> limits = {2, 0, 1};
+  const Partition from_mapping(mapping, limits);
+
+  UnorderedHashSet b0(6), b1(6), b2(6);
+  for (int e : {0, 3, 5}) b0.insert(e);
+  for (int e : {1, 4}) b1.insert(e);
+  b2.insert(2);
+  const Partition from_blocks(std::vector<const Set*>{&b0, &b1, &b2}, limits);
+
+  const auto json = nlohmann::json::parse(R"({"partition-matroid": {"blocks": [
+      {"block": [5, 0, 3, 3], "limit": 2}, {"block": [4, 1], "limit": 0}, {"block": [2], "limit": 1}]}})");
+  const Partition from_json(json);
+  // The inner object alone is accepted too.
+  const Partition from_inner(json["partition-matroid"]);
+
+  for (const Partition* p : {&from_blocks, &from_json, &from_inner}) {
+    EXPECT_EQ(p->ElementToBlockMapping(), mapping);
+    EXPECT_EQ(p->Limits(), limits);
+    EXPECT_EQ(p->SizeLimit(), 3);
+    EXPECT_EQ(p->Description(), "partition matroid, |V|=6, #blocks=3, down closed set constraint");
+  }
+  EXPECT_TRUE(from_mapping.IsPartitionMatroid());
+  EXPECT_TRUE(from_mapping.IsMatroid());
+
+  // A block with limit 0: none of its elements is ever feasible.
+  auto context = from_mapping.MakeGrowingContext();
+  for (int e : {0, 2, 3}) ASSERT_TRUE(context->AddElementToContext(e, true));
+  EXPECT_TRUE(context->IsMaximal());
+  for (int e : {1, 4}) EXPECT_FALSE(from_mapping.IsUnionFeasible(e, UnorderedHashSet(6)));
+
+  // The whole ground set: the stored rank.
+  UnorderedHashSet all(6);
+  all.MakeFull();
+  EXPECT_EQ(from_mapping.RankOfSet(all), 3);
+  EXPECT_FALSE(from_mapping.IsFeasible(all));
+}
+
+TEST(PartitionMatroidSetConstraint, ArgumentErrors) {
+  ExpectError<std::invalid_argument>([] { Partition(std::vector<int>{}, std::vector<int>{1}); }, kFile,
+                                     "PartitionMatroidSetConstraint", "Invalid argument, ground_set_size=0.");
+  ExpectError<std::invalid_argument>([] { Partition(std::vector<int>{0}, std::vector<int>{}); }, kFile,
+                                     "PartitionMatroidSetConstraint", "Invalid argument, number_of_blocks=0.");
+  ExpectError<std::invalid_argument>(
+      [] { Partition(std::vector<int>{0, 2, 1}, std::vector<int>{1, 1}); }, kFile, "PartitionMatroidSetConstraint",
+      "Invalid argument, element_to_block_mapping[1]=2 invalid for |V|=3 and 2 blocks.");
+  ExpectError<std::invalid_argument>([] { Partition(std::vector<int>{0, -1}, std::vector<int>{1}); }, kFile,
+                                     "PartitionMatroidSetConstraint",
+                                     "Invalid argument, element_to_block_mapping[1]=-1 invalid for |V|=2 and 1 blocks.");
+
+  UnorderedHashSet a(4), b(4), c(5);
+  a.insert(0);
+  a.insert(1);
+  b.insert(2);
+  c.insert(3);
+  const std::string partition_text =
+      "Invalid argument, partition matroid must be involked with a partition of the ground set.";
+  ExpectError<std::invalid_argument>(
+      [&] { Partition(std::vector<const Set*>{&a, &b}, std::vector<int>{1}); }, kFile,
+      "PartitionMatroidSetConstraint", "Invalid argument, invalid or limits size mismatch 2 != 1.");
+  ExpectError<std::invalid_argument>([&] { Partition(std::vector<const Set*>{}, std::vector<int>{}); }, kFile,
+                                     "PartitionMatroidSetConstraint",
+                                     "Invalid argument, invalid or limits size mismatch 0 != 0.");
+  // Element 3 uncovered; then element 1 in two blocks; then mixed ground sets.
+  ExpectError<std::invalid_argument>([&] { Partition(std::vector<const Set*>{&a, &b}, std::vector<int>{1, 1}); },
+                                     kFile, "PartitionMatroidSetConstraint", partition_text);
+  UnorderedHashSet overlap(4);
+  overlap.insert(1);
+  overlap.insert(3);
+  ExpectError<std::invalid_argument>(
+      [&] { Partition(std::vector<const Set*>{&a, &b, &overlap}, std::vector<int>{1, 1, 1}); }, kFile,
+      "PartitionMatroidSetConstraint", partition_text);
+  ExpectError<std::invalid_argument>(
+      [&] { Partition(std::vector<const Set*>{&a, &b, &c}, std::vector<int>{1, 1, 1}); }, kFile,
+      "PartitionMatroidSetConstraint", partition_text);
+
+  // Larger ground sets: only the disjoint question lacks the blank after "!=".
+  const Partition p(std::vector<int>{0, 1, 0}, std::vector<int>{1, 1});
+  const UnorderedHashSet large(4);
+  const std::string with_blank = "Invalid argument, the_set.GroundSetSize()=4 != constraint.GroundSetSize()=3.";
+  ExpectError<std::invalid_argument>([&] { (void)p.IsFeasible(large); }, kFile, "IsFeasible", with_blank);
+  ExpectError<std::invalid_argument>([&] { (void)p.IsUnionFeasible(0, large); }, kFile, "IsUnionFeasible",
+                                     with_blank);
+  ExpectError<std::invalid_argument>([&] { (void)p.RankOfSet(large); }, kFile, "RankOfSet", with_blank);
+  ExpectError<std::invalid_argument>([&] { (void)p.IsACycle(large); }, kFile, "IsACycle", with_blank);
+  ExpectError<std::invalid_argument>([&] { (void)p.IsDisjointUnionFeasible(0, large); }, kFile,
+                                     "IsDisjointUnionFeasible",
+                                     "Invalid argument, the_set.GroundSetSize()=4 !=constraint.GroundSetSize()=3.");
+  const UnorderedHashSet s(3);
+  for (int e : {-1, 3}) {
+    const std::string text = "Invalid element = " + std::to_string(e) + ".";
+    ExpectError<std::invalid_argument>([&] { (void)p.IsUnionFeasible(e, s); }, kFile, "IsUnionFeasible", text);
+    ExpectError<std::invalid_argument>([&] { (void)p.IsDisjointUnionFeasible(e, s); }, kFile,
+                                       "IsDisjointUnionFeasible", text);
+    auto context = p.MakeGrowingContext();
+    ExpectError<std::invalid_argument>([&] { (void)context->AddNewElementToContext(e, true); }, kFile,
+                                       "AddNewElementToContext", text);
+    EXPECT_TRUE(context->IsFeasible());
+    EXPECT_EQ(context->CurrentSet().size(), 0);
+  }
+}
+
+TEST(PartitionMatroidSetConstraint, JsonErrors) {
+  struct Case {
+    const char* json;
+    const char* function_text;
+  };
+  const Case cases[] = {
+      // Shape of the outer objects.
+      {R"([1, 2])", "Invalid partition matroid JSON object"},
+      {R"({"other": {}})", "Can't find object of name 'partition-matroid' in partition-matroid JSON object."},
+      {R"({"partition-matroid": 3})", "Invalid partition matroid JSON object"},
+      {R"({"partition-matroid": {"blks": []}})", "Can't find 'blocks' in partition-matroid JSON object."},
+      {R"({"blocks": {"block": [0], "limit": 1}})", "Partition matroid blocks must be an array in JSON object."},
+      {R"({"blocks": []})", "Partition matroid must have blocks with elements."},
+      // Blocks.
+      {R"({"blocks": [[0, 1]]})", "Partition matroid block must be a JSON object."},
+      {R"({"blocks": [{"elements": [0], "limit": 1}]})",
+       "Can't find block array name 'block' in partition-matroid JSON block."},
+      {R"({"blocks": [{"block": 0, "limit": 1}]})", "Partition matroid block array must be JSON array object."},
+      {R"({"blocks": [{"block": [], "limit": 1}]})", "Partition matroid must have blocks with elements."},
+      {R"({"blocks": [{"block": [0, -1], "limit": 1}]})",
+       "Partition matroid block element must be non-negative integer."},
+      {R"({"blocks": [{"block": [0, 1.5], "limit": 1}]})",
+       "Partition matroid block element must be non-negative integer."},
+      {R"({"blocks": [{"block": ["0"], "limit": 1}]})",
+       "Partition matroid block element must be non-negative integer."},
+      {R"({"blocks": [{"block": [4294967296], "limit": 1}]})",
+       "Partition matroid block element must be non-negative integer."},
+      {R"({"blocks": [{"block": [0]}]})", "Partition matroid block is missing a limit value."},
+      {R"({"blocks": [{"block": [0], "limit": "2"}]})", "Partition matroid block limit must be a non-negative integer."},
+      {R"({"blocks": [{"block": [0], "limit": 1.0}]})", "Partition matroid block limit must be a non-negative integer."},
+      {R"({"blocks": [{"block": [0], "limit": -1}]})", "Partition matroid block limit must not be negative."},
+      // The blocks together.
+      {R"({"blocks": [{"block": [0, 1], "limit": 1}, {"block": [1, 2], "limit": 1}]})",
+       "Partition matroid blocks must be non-intersecting."},
+      {R"({"blocks": [{"block": [0, 1], "limit": 1}, {"block": [3], "limit": 1}]})",
+       "Partition matroid blocks must cover the ground set."},
+      {R"({"blocks": [{"block": [2147483646], "limit": 1}]})", "Partition matroid blocks must cover the ground set."},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.json);
+    const auto json = nlohmann::json::parse(c.json);
+    ExpectError<InputDataError>([&] { Partition p(json); }, kFile, "PartitionMatroidSetConstraint",
+                                c.function_text);
+  }
+  // A huge limit means no limit.
+  const Partition unlimited(nlohmann::json::parse(R"({"blocks": [{"block": [0, 1], "limit": 99999999999}]})"));
+  EXPECT_EQ(unlimited.SizeLimit(), 2);
+}
+
+}  // namespace
+}  // namespace velmor

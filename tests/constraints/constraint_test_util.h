@@ -1,0 +1,125 @@
+#ifndef VELMOR_TESTS_CONSTRAINTS_CONSTRAINT_TEST_UTIL_H_
+#define VELMOR_TESTS_CONSTRAINTS_CONSTRAINT_TEST_UTIL_H_
+
+// Shared by the constraint tests: exact error-message checks, and a driver
+// that grows random sets and compares every answer of a constraint and of its
+// two kinds of growing context with a brute-force feasibility oracle.
+
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "constraints/DownClosedSetConstraint.h"
+#include "sets/UnorderedHashSet.h"
+
+namespace velmor::testing_util {
+
+// Runs `call`, which must throw exactly `Exception` with the message
+// "[[@file:<line>:function]] text".
+template <class Exception, class Call>
+void ExpectError(Call&& call, const std::string& file, const std::string& function, const std::string& text) {
+  try {
+    call();
+    ADD_FAILURE() << "no exception; expected: " << text;
+  } catch (const Exception& e) {
+    const std::string what = e.what();
+    const std::string head = "[[@" + file + ":";
+    const std::string tail = ":" + function + "]] " + text;
+    ASSERT_GT(what.size(), head.size() + tail.size()) << what;
+    EXPECT_EQ(what.substr(0, head.size()), head) << what;
+    EXPECT_EQ(what.substr(what.size() - tail.size()), tail) << what;
+    const std::string line = what.substr(head.size(), what.size() - head.size() - tail.size());
+    EXPECT_FALSE(line.empty()) << what;
+    for (char c : line) EXPECT_TRUE(std::isdigit(static_cast<unsigned char>(c))) << what;
+  } catch (const std::exception& e) {
+    ADD_FAILURE() << "wrong exception type: " << e.what() << "; expected: " << text;
+  }
+}
+
+using FeasibilityOracle = std::function<bool(const std::vector<bool>& members)>;
+
+inline std::vector<bool> Members(const Set& s, int n) {
+  std::vector<bool> members(static_cast<std::size_t>(n), false);
+  for (int v : s) members[static_cast<std::size_t>(v)] = true;
+  return members;
+}
+
+// Grows `rounds` random sets element by element from the empty set. At every
+// step each question of the constraint, its external context and its owning
+// context must agree with `feasible`. Elements are mostly drawn among the
+// feasible ones; with `allow_infeasible_steps` an infeasible one is sometimes
+// added, so that the contexts must also follow an infeasible set.
+inline void CheckAgainstOracle(const DownClosedSetConstraint& constraint, const FeasibilityOracle& feasible,
+                               unsigned seed, int rounds, bool allow_infeasible_steps) {
+  const int n = constraint.GroundSetSize();
+  std::mt19937 engine(seed);
+  for (int round = 0; round < rounds; ++round) {
+    UnorderedHashSet s(n);
+    auto external = constraint.MakeGrowingContextExternal(s);
+    auto owning = constraint.MakeGrowingContext();
+    bool s_feasible = true;
+    for (int step = 0; step <= n; ++step) {
+      std::vector<bool> members = Members(s, n);
+      s_feasible = feasible(members);
+      ASSERT_EQ(constraint.IsFeasible(s), s_feasible);
+      ASSERT_EQ(external->IsFeasible(), s_feasible);
+      ASSERT_EQ(owning->IsFeasible(), s_feasible);
+      std::vector<int> addable;
+      std::vector<int> refused;
+      for (int e = 0; e < n; ++e) {
+        if (members[static_cast<std::size_t>(e)]) {
+          ASSERT_EQ(constraint.IsUnionFeasible(e, s), s_feasible) << e;
+          ASSERT_EQ(external->IsUnionFeasible(e, s), s_feasible) << e;
+          ASSERT_EQ(owning->IsUnionFeasible(e), s_feasible) << e;
+          continue;
+        }
+        members[static_cast<std::size_t>(e)] = true;
+        const bool grown = feasible(members);
+        members[static_cast<std::size_t>(e)] = false;
+        ASSERT_EQ(constraint.IsDisjointUnionFeasible(e, s), grown) << e;
+        ASSERT_EQ(constraint.IsUnionFeasible(e, s), grown) << e;
+        ASSERT_EQ(external->IsDisjointUnionFeasible(e, s), grown) << e;
+        ASSERT_EQ(external->IsUnionFeasible(e, s), grown) << e;
+        ASSERT_EQ(owning->IsDisjointUnionFeasible(e), grown) << e;
+        ASSERT_EQ(owning->IsUnionFeasible(e), grown) << e;
+        (grown ? addable : refused).push_back(e);
+      }
+      const bool maximal = s_feasible && addable.empty();
+      ASSERT_EQ(constraint.IsMaximal(s), maximal);
+      ASSERT_EQ(external->IsMaximal(s), maximal);
+      ASSERT_EQ(owning->IsMaximal(), maximal);
+      const bool take_infeasible =
+          allow_infeasible_steps && !refused.empty() && (addable.empty() || engine() % 5 == 0);
+      if (!take_infeasible && addable.empty()) break;
+      const std::vector<int>& pool = take_infeasible ? refused : addable;
+      const int e = pool[engine() % pool.size()];
+      // The external context inserts into s; the owning one into its own set.
+      ASSERT_TRUE(external->AddElementToContext(e, s, true));
+      ASSERT_FALSE(external->AddElementToContext(e, s, true));
+      ASSERT_TRUE(owning->AddElementToContext(e, true));
+      ASSERT_FALSE(owning->AddElementToContext(e, true));
+      ASSERT_EQ(owning->CurrentSet().size(), s.size());
+      ASSERT_TRUE(s.contains(e));
+    }
+    // Repositioning at the final set gives the same answers as growing to it.
+    auto fresh = constraint.MakeGrowingContext(s);
+    owning->AssignContext(s);
+    external->AssignContext(s);
+    EXPECT_EQ(fresh->IsFeasible(), s_feasible);
+    EXPECT_EQ(owning->IsFeasible(), s_feasible);
+    for (int e = 0; e < n; ++e) {
+      if (s.contains(e)) continue;
+      EXPECT_EQ(fresh->IsDisjointUnionFeasible(e), constraint.IsDisjointUnionFeasible(e, s));
+      EXPECT_EQ(owning->IsDisjointUnionFeasible(e), constraint.IsDisjointUnionFeasible(e, s));
+      EXPECT_EQ(external->IsDisjointUnionFeasible(e, s), constraint.IsDisjointUnionFeasible(e, s));
+    }
+  }
+}
+
+}  // namespace velmor::testing_util
+
+#endif  // VELMOR_TESTS_CONSTRAINTS_CONSTRAINT_TEST_UTIL_H_

@@ -1,0 +1,210 @@
+#include "functions/ContractionWrapperSetFunction.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <memory>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+
+#include "functions/FacilityLocationFunction.h"
+#include "functions/SumSumDispersionFunction.h"
+#include "functions/set_function_oracle.h"
+#include "sets/UnorderedHashSet.h"
+
+namespace velmor {
+namespace {
+
+template <typename T>
+typename FacilityLocationFunction<T>::DenseMatrix RandomMatrix(int rows, int cols,
+                                                               std::uint32_t seed) {
+  std::mt19937 rng(seed);
+  std::uniform_real_distribution<double> unit(0.0, 1.0);
+  typename FacilityLocationFunction<T>::DenseMatrix m(rows, cols);
+  for (int r = 0; r < rows; ++r) {
+    for (int c = 0; c < cols; ++c) m(r, c) = static_cast<T>(unit(rng));
+  }
+  return m;
+}
+
+UnorderedHashSet RandomSet(int n, double p, std::mt19937& rng) {
+  std::bernoulli_distribution coin(p);
+  UnorderedHashSet set(n);
+  for (int v = 0; v < n; ++v) {
+    if (coin(rng)) set.insert(v);
+  }
+  return set;
+}
+
+UnorderedHashSet Union(const Set& a, const Set& b) {
+  UnorderedHashSet u(a.GroundSetSize());
+  for (int v : a) u.insert(v);
+  for (int v : b) u.insert(v);
+  return u;
+}
+
+template <typename F>
+void ExpectMessage(F&& call, const std::string& function, const std::string& text) {
+  try {
+    call();
+    ADD_FAILURE() << "no exception, expected " << text;
+  } catch (const std::invalid_argument& e) {
+    const std::string what = e.what();
+    EXPECT_EQ(0u, what.find("[[@ContractionWrapperSetFunction:")) << what;
+    const std::string tail = ":" + function + "]] " + text;
+    EXPECT_TRUE(what.size() >= tail.size() &&
+                what.compare(what.size() - tail.size(), tail.size(), tail) == 0)
+        << what;
+  }
+}
+
+template <typename T>
+class ContractionWrapperTest : public ::testing::Test {};
+using ElementTypes = ::testing::Types<float, double>;
+TYPED_TEST_SUITE(ContractionWrapperTest, ElementTypes);
+
+TYPED_TEST(ContractionWrapperTest, IncrementalAnswersMatchWholeSetEvaluation) {
+  using T = TypeParam;
+  const int n = 23;
+  std::mt19937 rng(14);
+  FacilityLocationFunction<T> fl(RandomMatrix<T>(n, 9, 1));
+  fl.ComputeNormalizationConstant(false);
+  SumSumDispersionFunction<T> dispersion(RandomMatrix<T>(n, n, 2));
+  dispersion.ComputeNormalizationConstant(false);
+  std::uint32_t seed = 70;
+  for (const double p : {0.0, 0.2, 0.6}) {
+    const UnorderedHashSet C = RandomSet(n, p, rng);
+    SCOPED_TRACE("|C| = " + std::to_string(C.size()));
+    testing::OracleOptions options;
+    options.steps = 60;
+    // Float gains are summed in float (dense facility location's lanes,
+    // dispersion's M(v, u) + M(u, v)); values in double.
+    options.tolerance = std::is_same_v<T, float> ? 1e-5 : 1e-12;
+    options.seed = ++seed;
+    ContractionWrapperSetFunction<SubmodularFunction> submodular(fl, C);
+    testing::CheckSetFunctionAgainstEvaluation(submodular, options);
+    options.seed = ++seed;
+    ContractionWrapperSetFunction<SubmodularFunction> scaled(fl, C, 2.5);
+    testing::CheckSetFunctionAgainstEvaluation(scaled, options);
+    options.seed = ++seed;
+    ContractionWrapperSetFunction<SetFunction> negative(static_cast<const SetFunction&>(fl), C,
+                                                        -0.75);
+    testing::CheckSetFunctionAgainstEvaluation(negative, options);
+    options.seed = ++seed;
+    ContractionWrapperSetFunction<SupermodularFunction> supermodular(dispersion, C, 1.5);
+    testing::CheckSetFunctionAgainstEvaluation(supermodular, options);
+  }
+}
+
+TYPED_TEST(ContractionWrapperTest, ContractionIdentities) {
+  using T = TypeParam;
+  const int n = 20;
+  std::mt19937 rng(3);
+  FacilityLocationFunction<T> f(RandomMatrix<T>(n, 6, 9));
+  f.ComputeNormalizationConstant(false);
+  const UnorderedHashSet empty(n);
+  for (const double m : {1.0, 3.0}) {
+    for (int trial = 0; trial < 10; ++trial) {
+      const UnorderedHashSet C = RandomSet(n, 0.3, rng);
+      const UnorderedHashSet A = RandomSet(n, 0.3, rng);
+      ContractionWrapperSetFunction<SubmodularFunction> g(f, C, m);
+      EXPECT_EQ(f.Evaluate(C), g.ContractionValue());
+      // f'(A) = m (f(A u C) - f(C)).
+      EXPECT_NEAR(m * (f.Evaluate(Union(A, C)) - f.Evaluate(C)), g.Evaluate(A), 1e-14);
+      // A subset of C: 0.
+      UnorderedHashSet inside(n);
+      for (int c : C) {
+        if (c % 2 == 0) inside.insert(c);
+      }
+      EXPECT_NEAR(0.0, g.Evaluate(inside), 1e-15);
+      // Elements of C have gain and loss 0, in every form.
+      auto context = g.MakeGrowingContext(A);
+      auto shrinking = g.MakeShrinkingContext(Union(A, C));
+      for (int c : C) {
+        EXPECT_EQ(0.0, g.Gain(c, A));
+        EXPECT_EQ(0.0, context->DisjointGain(c));
+        EXPECT_EQ(0.0, g.Loss(c, Union(A, C)));
+        EXPECT_EQ(0.0, shrinking->SubsetLoss(c));
+        EXPECT_NEAR(g.Evaluate(A), g.EvaluateUnion(c, A), 1e-15);
+      }
+      // Other elements: m f(v | A u C).
+      for (int v = 0; v < n; ++v) {
+        if (C.contains(v) || A.contains(v)) continue;
+        EXPECT_NEAR(m * f.Gain(v, Union(A, C)), g.Gain(v, A), 1e-15);
+        EXPECT_NEAR(m * f.Gain(v, Union(A, C)), context->DisjointGain(v), 1e-6);
+      }
+    }
+    // C empty: m (f(A) - f(empty)).
+    ContractionWrapperSetFunction<SubmodularFunction> plain(f, empty, m);
+    const UnorderedHashSet A = RandomSet(n, 0.5, rng);
+    EXPECT_NEAR(m * (f.Evaluate(A) - f.Evaluate(empty)), plain.Evaluate(A), 1e-14);
+    for (int v = 0; v < n; ++v) EXPECT_NEAR(m * f.Evaluate(v), plain.Evaluate(v), 1e-14);
+  }
+}
+
+TYPED_TEST(ContractionWrapperTest, CopiesOwnTheirFunction) {
+  using T = TypeParam;
+  const int n = 10;
+  std::mt19937 rng(1);
+  const UnorderedHashSet C = RandomSet(n, 0.3, rng);
+  const UnorderedHashSet A = RandomSet(n, 0.5, rng);
+  std::unique_ptr<SetFunction> copy;
+  double expected = 0;
+  {
+    auto inner = std::make_unique<FacilityLocationFunction<T>>(RandomMatrix<T>(n, 4, 5));
+    inner->ComputeNormalizationConstant(false);
+    ContractionWrapperSetFunction<SubmodularFunction> g(std::move(inner), C, 2.0);
+    expected = g.Evaluate(A);
+    copy = g.clone();
+    EXPECT_EQ("contraction wrapped Dense FL, |V|=10, #landmarks=4", g.Description());
+    EXPECT_TRUE(g.IsMonotoneNondecreasing());
+    EXPECT_EQ(4, g.NumberOfLandmarks());
+  }
+  EXPECT_EQ(expected, copy->Evaluate(A)) << "the clone must not refer to the destroyed original";
+  auto context = copy->MakeGrowingContext(A);
+  EXPECT_NEAR(expected, context->CurrentValue(), 1e-6);
+}
+
+TYPED_TEST(ContractionWrapperTest, ArgumentErrors) {
+  using T = TypeParam;
+  const int n = 5;
+  FacilityLocationFunction<T> f(RandomMatrix<T>(n, 3, 4));
+  UnorderedHashSet C(n);
+  C.insert(1);
+  UnorderedHashSet smaller(3);
+  UnorderedHashSet larger(6);
+  ExpectMessage([&] { ContractionWrapperSetFunction<SubmodularFunction> g(f, smaller); },
+                "ContractionWrapperSetFunction", "Invalid ground set size, 3 != 5.");
+  ExpectMessage(
+      [&] {
+        ContractionWrapperSetFunction<SubmodularFunction> g(std::unique_ptr<SubmodularFunction>(),
+                                                            C);
+      },
+      "ContractionWrapperSetFunction", "Invalid argument, the wrapped function must be present.");
+  ExpectMessage([&] { ContractionWrapperSetFunction<SubmodularFunction> g(f, C, std::nan("")); },
+                "ContractionWrapperSetFunction",
+                "Invalid argument, multiplier (=nan) must be finite.");
+  ContractionWrapperSetFunction<SubmodularFunction> g(f, C);
+  UnorderedHashSet A(n);
+  ExpectMessage([&] { g.Evaluate(5); }, "Evaluate", "Invalid element = 5.");
+  ExpectMessage([&] { g.Evaluate(larger); }, "Evaluate", "Too large ground set size = 6.");
+  ExpectMessage([&] { g.EvaluateUnion(-1, A); }, "EvaluateUnion", "Invalid element = -1.");
+  ExpectMessage([&] { g.EvaluateUnion(A, larger); }, "EvaluateUnion",
+                "Too large ground set size = 6.");
+  ExpectMessage([&] { g.EvaluateAfterSubtraction(A, 9); }, "EvaluateAfterSubtraction",
+                "Invalid element = 9.");
+  ExpectMessage([&] { g.Gain(7, A); }, "Gain", "Invalid element = 7.");
+  ExpectMessage([&] { g.Loss(0, larger); }, "Loss", "Too large ground set size = 6.");
+  EXPECT_NO_THROW(g.Evaluate(smaller)) << "a smaller ground set is accepted";
+  auto context = g.MakeGrowingContext(A);
+  ExpectMessage([&] { g.AssignContext(*context, smaller); }, "AssignContext",
+                "Invalid ground set size, 3 != 5.");
+  ExpectMessage([&] { context->DisjointGain(5); }, "DisjointGain", "Invalid element = 5.");
+  ExpectMessage([&] { g.MakeShrinkingContext(larger); }, "MakeShrinkingContext",
+                "Invalid ground set size, 6 != 5.");
+}
+
+}  // namespace
+}  // namespace velmor

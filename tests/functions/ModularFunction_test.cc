@@ -1,0 +1,132 @@
+#include "functions/ModularFunction.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <limits>
+#include <random>
+#include <regex>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "functions/set_function_oracle.h"
+#include "sets/RangeSet.h"
+#include "sets/UnorderedHashSet.h"
+
+namespace velmor {
+namespace {
+
+template <typename T>
+std::vector<T> RandomWeights(int n, std::uint32_t seed, double low, double high) {
+  std::mt19937 rng(seed);
+  std::uniform_real_distribution<double> dist(low, high);
+  std::vector<T> weights(static_cast<std::size_t>(n));
+  for (T& w : weights) w = static_cast<T>(dist(rng));
+  return weights;
+}
+
+std::string MessageOf(const std::function<void()>& call) {
+  try {
+    call();
+  } catch (const std::invalid_argument& e) {
+    return e.what();
+  }
+  return "(no std::invalid_argument)";
+}
+
+template <typename T>
+class ModularFunctionTest : public ::testing::Test {};
+using ElementTypes = ::testing::Types<float, double>;
+TYPED_TEST_SUITE(ModularFunctionTest, ElementTypes);
+
+TYPED_TEST(ModularFunctionTest, IncrementalAnswersMatchWholeSetEvaluation) {
+  using T = TypeParam;
+  // Mixed signs, with and without an offset.
+  for (const int n : {1, 5, 33}) {
+    ModularFunction<T> f(RandomWeights<T>(n, 11u + n, -1.0, 2.0), static_cast<T>(n % 2 ? 0.75 : 0.0));
+    testing::OracleOptions options;
+    options.seed = 100u + n;
+    options.tolerance = 64 * std::numeric_limits<double>::epsilon();
+    testing::CheckSetFunctionAgainstEvaluation(f, options);
+  }
+}
+
+TYPED_TEST(ModularFunctionTest, ValuesAreOffsetPlusPlainSum) {
+  using T = TypeParam;
+  const int n = 40;
+  const std::vector<T> weights = RandomWeights<T>(n, 3, -5.0, 5.0);
+  const T offset = static_cast<T>(-1.25);
+  ModularFunction<T> f(weights, offset);
+  std::mt19937 rng(8);
+  for (int trial = 0; trial < 30; ++trial) {
+    UnorderedHashSet A(n);
+    for (int j = 0; j < trial; ++j) A.insert(static_cast<int>(rng() % n));
+    double sum = offset;
+    for (int v = 0; v < n; ++v) {
+      if (A.contains(v)) sum += weights[v];
+    }
+    EXPECT_NEAR(sum, f.Evaluate(A), 1e-12 * n);
+  }
+  // Empty set, singletons, member gains, the ground set.
+  EXPECT_EQ(static_cast<double>(offset), f.Evaluate(UnorderedHashSet(n)));
+  EXPECT_EQ(static_cast<double>(weights[7]) + offset, f.Evaluate(7));
+  UnorderedHashSet A(n);
+  A.insert(7);
+  EXPECT_EQ(0.0, f.Gain(7, A));
+  EXPECT_EQ(static_cast<double>(weights[8]), f.Gain(8, A));
+  RangeSet all(n);
+  all.MakeFull();
+  EXPECT_NEAR(f.Evaluate(all), f.EvaluateGroundSet(), 1e-12 * n);
+  // Monotone exactly when no weight is negative.
+  EXPECT_FALSE(f.IsMonotoneNondecreasing());
+  EXPECT_TRUE(ModularFunction<T>(RandomWeights<T>(n, 4, 0.0, 1.0)).IsMonotoneNondecreasing());
+}
+
+TEST(ModularFunction, FloatAndDoubleAgreeToFloatPrecision) {
+  const std::vector<double> weights = RandomWeights<double>(50, 21, 0.0, 1.0);
+  const std::vector<float> narrowed(weights.begin(), weights.end());
+  ModularFunction<double> d(weights, 0.5);
+  ModularFunction<float> f(narrowed, 0.5f);
+  std::mt19937 rng(1);
+  for (int trial = 0; trial < 20; ++trial) {
+    UnorderedHashSet A(50);
+    for (int j = 0; j < 2 * trial; ++j) A.insert(static_cast<int>(rng() % 50));
+    EXPECT_NEAR(d.Evaluate(A), f.Evaluate(A), 50 * std::numeric_limits<float>::epsilon());
+  }
+}
+
+TYPED_TEST(ModularFunctionTest, Errors) {
+  using T = TypeParam;
+  // Non-finite weights are refused.
+  for (const T bad : {std::numeric_limits<T>::quiet_NaN(), std::numeric_limits<T>::infinity(),
+                      -std::numeric_limits<T>::infinity()}) {
+    EXPECT_TRUE(std::regex_match(
+        MessageOf([bad] { ModularFunction<T>(std::vector<T>{1, bad, 2}); }),
+        std::regex(R"(\[\[@ModularFunction:\d+:ModularFunction\]\] Found invalid modular element, )"
+                   R"(has value that is IEEE FP NaN or Inf\.)")));
+  }
+  ModularFunction<T> f(std::vector<T>{1, 2, 3, 4});
+  const UnorderedHashSet larger(5);
+  const UnorderedHashSet smaller(3);
+  EXPECT_TRUE(std::regex_match(MessageOf([&] { f.EvaluateUnion(larger, smaller); }),
+                               std::regex(R"(.*:EvaluateUnion\]\] Too large ground set size = 5\.)")));
+  EXPECT_TRUE(std::regex_match(MessageOf([&] { f.Gain(1, larger); }),
+                               std::regex(R"(.*:Gain\]\] Too large ground set size = 5\.)")));
+  EXPECT_TRUE(std::regex_match(MessageOf([&] { f.Gain(4, smaller); }),
+                               std::regex(R"(.*:Gain\]\] Invalid element = 4\.)")));
+  EXPECT_TRUE(std::regex_match(MessageOf([&] { f.Evaluate(-1); }),
+                               std::regex(R"(.*:Evaluate\]\] Invalid element = -1\.)")));
+  // A smaller ground set is accepted where a larger one is refused...
+  EXPECT_EQ(3.0, f.Gain(2, smaller));
+  // ...but contexts demand equality.
+  auto context = f.MakeGrowingContext(UnorderedHashSet(4));
+  EXPECT_TRUE(std::regex_match(
+      MessageOf([&] { f.AssignContext(*context, smaller); }),
+      std::regex(R"(\[\[@ModularFunction:\d+:AssignContext\]\] Invalid ground set size, 3 != 4\.)")));
+  EXPECT_TRUE(std::regex_match(MessageOf([&] { context->DisjointGain(4); }),
+                               std::regex(R"(.*:DisjointGain\]\] Invalid element = 4\.)")));
+}
+
+}  // namespace
+}  // namespace velmor

@@ -1,0 +1,237 @@
+#include "functions/SoftSparseFacilityLocationFunction.h"
+
+#include <gtest/gtest.h>
+
+#include <Eigen/SparseCore>
+#include <cmath>
+#include <limits>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "functions/SoftFacilityLocationFunction.h"
+#include "functions/set_function_oracle.h"
+#include "sets/FixedGroundSet.h"
+#include "sets/UnorderedHashSet.h"
+
+namespace velmor {
+namespace {
+
+template <typename T>
+using Sparse = typename SoftSparseFacilityLocationFunction<T>::SparseMatrix;
+template <typename T>
+using Dense = typename SoftFacilityLocationFunction<T>::DenseMatrix;
+
+// Random n x k matrix storing each entry with probability `density`, values
+// scale * [0, 1); `stored` receives the pattern and `dense` the values.
+template <typename T>
+Sparse<T> RandomSparse(int n, int k, double density, double scale, std::uint32_t seed,
+                       Dense<T>& dense, std::vector<std::vector<bool>>& stored) {
+  std::mt19937 rng(seed);
+  std::uniform_real_distribution<double> unit(0.0, 1.0);
+  std::bernoulli_distribution coin(density);
+  std::vector<Eigen::Triplet<T, std::int32_t>> triplets;
+  dense.setZero(n, k);
+  stored.assign(static_cast<std::size_t>(n), std::vector<bool>(static_cast<std::size_t>(k), false));
+  for (int v = 0; v < n; ++v) {
+    for (int i = 0; i < k; ++i) {
+      if (!coin(rng)) continue;
+      const T x = static_cast<T>(scale * unit(rng));
+      triplets.emplace_back(v, i, x);
+      dense(v, i) = x;
+      stored[static_cast<std::size_t>(v)][static_cast<std::size_t>(i)] = true;
+    }
+  }
+  Sparse<T> m(n, k);
+  m.setFromTriplets(triplets.begin(), triplets.end());
+  return m;
+}
+
+UnorderedHashSet RandomSet(int n, double p, std::mt19937& rng) {
+  std::bernoulli_distribution coin(p);
+  UnorderedHashSet set(n);
+  for (int v = 0; v < n; ++v) {
+    if (coin(rng)) set.insert(v);
+  }
+  return set;
+}
+
+// sum_i lambda log(1 + sum over members with a stored (a, i) of exp(S / lambda)).
+template <typename T>
+double BruteForceValue(const Dense<T>& m, const std::vector<std::vector<bool>>& stored,
+                       const Set& A, double lambda) {
+  long double total = 0;
+  for (int i = 0; i < m.cols(); ++i) {
+    long double sum = 1;
+    for (int a : A) {
+      if (stored[static_cast<std::size_t>(a)][static_cast<std::size_t>(i)]) {
+        sum += std::exp(static_cast<long double>(m(a, i)) / lambda);
+      }
+    }
+    total += lambda * std::log(sum);
+  }
+  return static_cast<double>(total);
+}
+
+template <typename F>
+void ExpectMessage(F&& call, const std::string& file, const std::string& function,
+                   const std::string& text) {
+  try {
+    call();
+    ADD_FAILURE() << "no exception, expected " << text;
+  } catch (const std::invalid_argument& e) {
+    const std::string what = e.what();
+    EXPECT_EQ(0u, what.find("[[@" + file + ":")) << what;
+    const std::string tail = ":" + function + "]] " + text;
+    EXPECT_TRUE(what.size() >= tail.size() &&
+                what.compare(what.size() - tail.size(), tail.size(), tail) == 0)
+        << what;
+  }
+}
+
+template <typename T>
+class SoftSparseFacilityLocationTest : public ::testing::Test {};
+using ElementTypes = ::testing::Types<float, double>;
+TYPED_TEST_SUITE(SoftSparseFacilityLocationTest, ElementTypes);
+
+TYPED_TEST(SoftSparseFacilityLocationTest, IncrementalAnswersMatchWholeSetEvaluation) {
+  using T = TypeParam;
+  const struct {
+    int n, k;
+    double density, scale, lambda;
+  } cases[] = {{1, 1, 1.0, 1.0, 0.5},     {4, 3, 0.5, 1.0, 1.0},     {19, 8, 0.3, 1.0, 0.05},
+               {30, 25, 0.15, 10.0, 0.1}, {26, 6, 0.7, 100.0, 1e-4}, {15, 15, 1.0, 1.0, 3.0}};
+  std::uint32_t seed = 61;
+  for (const auto& c : cases) {
+    SCOPED_TRACE("n=" + std::to_string(c.n) + " k=" + std::to_string(c.k) +
+                 " lambda=" + std::to_string(c.lambda));
+    Dense<T> dense;
+    std::vector<std::vector<bool>> stored;
+    SoftSparseFacilityLocationFunction<T> f(
+        RandomSparse<T>(c.n, c.k, c.density, c.scale, ++seed, dense, stored), c.lambda, false);
+    testing::OracleOptions options;
+    options.seed = seed;
+    options.steps = 70;
+    options.tolerance = 1e-9;
+    testing::CheckSetFunctionAgainstEvaluation(f, options);
+  }
+}
+
+TYPED_TEST(SoftSparseFacilityLocationTest, ValuesFollowTheAbsentEntryRule) {
+  using T = TypeParam;
+  std::mt19937 rng(9);
+  const int n = 20;
+  const int k = 10;
+  for (const double density : {1.0, 0.4}) {
+    for (const double lambda : {0.1, 1.0}) {
+      SCOPED_TRACE("density " + std::to_string(density) + " lambda " + std::to_string(lambda));
+      Dense<T> dense;
+      std::vector<std::vector<bool>> stored;
+      SoftSparseFacilityLocationFunction<T> sparse(
+          RandomSparse<T>(n, k, density, 1.0, 5, dense, stored), lambda, true);
+      SoftFacilityLocationFunction<T> reference(dense, lambda);
+      reference.ComputeNormalizationConstant(true);
+      for (int trial = 0; trial < 20; ++trial) {
+        const UnorderedHashSet A = RandomSet(n, 0.3, rng);
+        const double expected = BruteForceValue<T>(dense, stored, A, lambda);
+        EXPECT_NEAR(expected, sparse.Evaluate(A), 1e-12 * (1 + expected));
+        if (density == 1.0) {
+          // Everything stored: the dense soft function on the same values.
+          EXPECT_NEAR(reference.Evaluate(A), sparse.Evaluate(A), 1e-12 * (1 + expected));
+          auto a = reference.MakeGrowingContext(A);
+          auto b = sparse.MakeGrowingContext(A);
+          for (int v = 0; v < n; ++v) {
+            if (A.contains(v)) continue;
+            EXPECT_NEAR(a->DisjointGain(v), b->DisjointGain(v), 1e-12);
+          }
+        }
+      }
+      for (int v = 0; v < n; ++v) {
+        UnorderedHashSet single(n);
+        single.insert(v);
+        EXPECT_NEAR(BruteForceValue<T>(dense, stored, single, lambda), sparse.Evaluate(v), 1e-12);
+      }
+    }
+  }
+
+  // An explicit 0 against an absent entry for landmark 0, on top of a member
+  // of value 0.5: the stored 0 raises F_0 by lambda log((z + exp(-m/lambda)) / z)
+  // with m = 0.5 and z = exp(-m/lambda) + 1; the absent entry raises nothing.
+  const double lambda = 0.2;
+  Sparse<T> with_zero(2, 1);
+  with_zero.insert(0, 0) = T(0.5);
+  with_zero.insert(1, 0) = T(0);
+  Sparse<T> without(2, 1);
+  without.insert(0, 0) = T(0.5);
+  SoftSparseFacilityLocationFunction<T> explicit_zero(std::move(with_zero), lambda, true);
+  SoftSparseFacilityLocationFunction<T> absent(std::move(without), lambda, true);
+  UnorderedHashSet first(2);
+  first.insert(0);
+  UnorderedHashSet both(2);
+  both.MakeFull();
+  const double z = std::exp(-0.5 / lambda) + 1;
+  EXPECT_NEAR(lambda * std::log((z + std::exp(-0.5 / lambda)) / z),
+              explicit_zero.Evaluate(both) - explicit_zero.Evaluate(first), 1e-14);
+  EXPECT_NEAR(lambda * std::log((z + std::exp(-0.5 / lambda)) / z), explicit_zero.Gain(1, first),
+              1e-14);
+  EXPECT_EQ(absent.Evaluate(first), absent.Evaluate(both));
+  EXPECT_EQ(0.0, absent.Gain(1, first));
+  EXPECT_EQ(0.0, absent.Evaluate(1)) << "no stored entry, F = lambda log 1";
+  EXPECT_NEAR(lambda * std::log(2.0), explicit_zero.Evaluate(1), 1e-15);
+  EXPECT_EQ("Soft Sparse FL, |V|=2, #landmarks=1", absent.Description());
+}
+
+TYPED_TEST(SoftSparseFacilityLocationTest, FailuresLeaveTheCallersMatrix) {
+  using T = TypeParam;
+  const std::string file = "SoftSparseFacilityLocationFunction";
+  // Softness is checked before the matrix is taken.
+  Sparse<T> m(3, 2);
+  m.insert(0, 1) = T(1);
+  ExpectMessage([&] { SoftSparseFacilityLocationFunction<T> f(std::move(m), -1.0, false); }, file,
+                "CheckAndAssignSoftnessValue",
+                "Invalid argument, must have softness_value (=-1.000000e+00) > 0.");
+  EXPECT_EQ(1, m.nonZeros());
+  // No stored entries: f(V) = 0; the caller keeps its matrix.
+  Sparse<T> empty(4, 4);
+  ExpectMessage([&] { SoftSparseFacilityLocationFunction<T> f(std::move(empty), 1.0, false); },
+                file, "SoftSparseFacilityLocationFunction", "Invalid matrix, f(V) = 0 <= 0.");
+  EXPECT_EQ(4, empty.rows());
+  EXPECT_EQ(4, empty.cols());
+  // NaN: nested value-check failure.
+  Sparse<T> nan(2, 2);
+  nan.insert(1, 1) = std::numeric_limits<T>::quiet_NaN();
+  nan.insert(0, 0) = T(2);
+  try {
+    SoftSparseFacilityLocationFunction<T> f(std::move(nan), 1.0, false);
+    ADD_FAILURE() << "NaN accepted";
+  } catch (const std::invalid_argument& e) {
+    EXPECT_NE(std::string::npos,
+              std::string(e.what()).find("Invalid sparse facility location matrix."))
+        << e.what();
+    EXPECT_THROW(std::rethrow_if_nested(e), std::invalid_argument);
+  }
+  EXPECT_EQ(2, nan.nonZeros());
+  // Success takes the matrix; with skip the scale stays 1.
+  SoftSparseFacilityLocationFunction<T> f(std::move(m), 0.5, true);
+  EXPECT_EQ(0, m.nonZeros());
+  EXPECT_EQ(1.0, f.NormalizationScale());
+  EXPECT_NEAR(0.5 * std::log1p(std::exp(2.0)), f.Evaluate(FixedGroundSet(3)), 1e-15);
+
+  UnorderedHashSet A(3);
+  UnorderedHashSet larger(4);
+  ExpectMessage([&] { f.Evaluate(3); }, file, "Evaluate", "Invalid element = 3.");
+  ExpectMessage([&] { f.EvaluateUnion(larger, A); }, file, "EvaluateUnion",
+                "Too large ground set size = 4.");
+  ExpectMessage([&] { f.Gain(3, A); }, file, "Gain", "Invalid element = 3.");
+  auto context = f.MakeGrowingContext(A);
+  ExpectMessage([&] { context->DisjointGain(-1); }, file, "DisjointGain", "Invalid element = -1.");
+  ExpectMessage([&] { f.AssignContext(*context, larger); }, file, "AssignContext",
+                "Invalid ground set size, 4 != 3.");
+  auto shrinking = f.MakeShrinkingContext(A);
+  ExpectMessage([&] { shrinking->RemoveExistingElementFromContext(5, false); }, file,
+                "RemoveExistingElementFromContext", "Invalid element = 5.");
+}
+
+}  // namespace
+}  // namespace velmor

@@ -1,0 +1,245 @@
+#ifndef VELMOR_TESTS_FUNCTIONS_SET_FUNCTION_ORACLE_H_
+#define VELMOR_TESTS_FUNCTIONS_SET_FUNCTION_ORACLE_H_
+
+// Differential test driver for any SetFunction: every incremental answer of
+// its contexts is compared with whole-set evaluation.
+//
+// Usage, one line per function under test:
+//
+//   velmor::testing::OracleOptions options;   // seed, steps, tolerance
+//   velmor::testing::CheckSetFunctionAgainstEvaluation(f, options);
+//
+// The driver walks a seeded random sequence of additions and removals over
+// f's ground set, keeping the current set A in a std::set as the model, and
+// checks at every step (with `tolerance` relative to 1 + the larger magnitude):
+//   - growing context: DisjointGain(v) == f(A + v) - f(A) for candidates
+//     v not in A, and equal to Gain(v, A), EvaluateUnion(v, A) - f(A) and
+//     the pair of EvaluateUnionAndSecondArg; the batched DisjointGains equal
+//     the single calls bit for bit; Gain of a member is exactly 0.0;
+//     after AddNewElementToContext the context value equals f(A) and
+//     NumberOfElements equals |A|;
+//   - external growing context (MakeGrowingContextExternal) follows the same
+//     additions and gives the owning context's gains bit for bit;
+//   - after a removal the growing context is reset with AssignContext and
+//     compared with a context built element by element from the empty set;
+//   - shrinking context: SubsetLoss(v) == f(A) - f(A - v) == Loss(v, A) for
+//     members v; after RemoveExistingElementFromContext the context value
+//     equals f(A) (additions re-assign it);
+//   - clones of contexts and of f answer as the originals, and a clone's
+//     changes do not reach the original;
+//   - set forms: DisjointSetGain, SetGain, SetLoss, EvaluateUnion(A, B) and
+//     EvaluateAfterSubtraction(A, B) against evaluation of the explicit sets.
+// Failures are reported through gtest with the seed and step in the trace.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <memory>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "functions/SetFunction.h"
+#include "sets/UnorderedHashSet.h"
+
+namespace velmor::testing {
+
+struct OracleOptions {
+  std::uint32_t seed = 12345;
+  // Random operations (additions or removals) per run.
+  int steps = 120;
+  // Allowed difference: tolerance * (1 + max(|expected|, |actual|)).
+  double tolerance = 1e-9;
+  // Probability that a step removes an element (when A is not empty).
+  double removal_probability = 0.3;
+  // At most this many candidates are checked per step (all when fewer).
+  int candidates_per_step = 12;
+  // Whether shrinking contexts are exercised.
+  bool check_shrinking = true;
+};
+
+namespace internal {
+
+inline UnorderedHashSet MakeSet(const std::set<int>& elements, int n) {
+  UnorderedHashSet set(n);
+  for (int v : elements) set.insert(v);
+  return set;
+}
+
+inline void ExpectClose(double expected, double actual, double tolerance, const char* what) {
+  const double bound = tolerance * (1.0 + std::max(std::fabs(expected), std::fabs(actual)));
+  EXPECT_LE(std::fabs(expected - actual), bound)
+      << what << ": expected " << expected << ", got " << actual;
+}
+
+}  // namespace internal
+
+// Runs the checks described above on `f`. f's ground set must not be empty.
+inline void CheckSetFunctionAgainstEvaluation(const SetFunction& f, const OracleOptions& options) {
+  using internal::ExpectClose;
+  using internal::MakeSet;
+  const int n = f.GroundSetSize();
+  ASSERT_GT(n, 0);
+  const double tol = options.tolerance;
+  std::mt19937 rng(options.seed);
+  auto uniform = [&rng](int bound) { return std::uniform_int_distribution<int>(0, bound - 1)(rng); };
+  std::bernoulli_distribution remove_coin(options.removal_probability);
+
+  std::set<int> model;
+  UnorderedHashSet empty(n);
+  std::unique_ptr<SetFunction::SetFunctionGrowingContext> growing = f.MakeGrowingContext(empty);
+  std::unique_ptr<SetFunction::SetFunctionGrowingContextExternal> external =
+      f.MakeGrowingContextExternal(empty);
+  std::unique_ptr<SetFunction::SetFunctionShrinkingContext> shrinking;
+  if (options.check_shrinking) shrinking = f.MakeShrinkingContext(empty);
+  const std::unique_ptr<SetFunction> copy = f.clone();
+
+  ExpectClose(f.Evaluate(empty), growing->CurrentValue(), tol, "empty-set context value");
+
+  for (int step = 0; step < options.steps; ++step) {
+    SCOPED_TRACE("seed " + std::to_string(options.seed) + ", step " + std::to_string(step) +
+                 ", |A| = " + std::to_string(model.size()));
+    const UnorderedHashSet A = MakeSet(model, n);
+    const double fA = f.Evaluate(A);
+
+    // --- Context values against evaluation.
+    ExpectClose(fA, growing->CurrentValue(), tol, "growing context value");
+    ExpectClose(fA, external->CurrentValue(), tol, "external growing context value");
+    EXPECT_EQ(static_cast<int>(model.size()), growing->NumberOfElements());
+    if (shrinking) ExpectClose(fA, shrinking->CurrentValue(), tol, "shrinking context value");
+    EXPECT_EQ(fA, copy->Evaluate(A)) << "clone of the function";
+
+    // --- Gains of candidates outside A.
+    std::vector<int> outside;
+    for (int v = 0; v < n; ++v) {
+      if (model.count(v) == 0) outside.push_back(v);
+    }
+    std::shuffle(outside.begin(), outside.end(), rng);
+    if (static_cast<int>(outside.size()) > options.candidates_per_step) {
+      outside.resize(static_cast<std::size_t>(options.candidates_per_step));
+    }
+    std::vector<double> batched(outside.size());
+    growing->DisjointGains(outside.data(), static_cast<int>(outside.size()), batched.data());
+    for (std::size_t j = 0; j < outside.size(); ++j) {
+      const int v = outside[j];
+      std::set<int> plus = model;
+      plus.insert(v);
+      const double fAv = f.Evaluate(MakeSet(plus, n));
+      const double gain = growing->DisjointGain(v);
+      ExpectClose(fAv - fA, gain, tol, "DisjointGain against f(A + v) - f(A)");
+      EXPECT_EQ(gain, batched[j]) << "batched DisjointGains of " << v;
+      EXPECT_EQ(gain, external->DisjointGain(v)) << "external DisjointGain of " << v;
+      ExpectClose(fAv - fA, f.Gain(v, A), tol, "Gain");
+      ExpectClose(fAv, f.EvaluateUnion(v, A), tol, "EvaluateUnion(v, A)");
+      const std::pair<double, double> pair = f.EvaluateUnionAndSecondArg(v, A);
+      ExpectClose(fAv, pair.first, tol, "EvaluateUnionAndSecondArg first");
+      ExpectClose(fA, pair.second, tol, "EvaluateUnionAndSecondArg second");
+      ExpectClose(fAv - fA, f.GainOrLoss(v, A), tol, "GainOrLoss of a non-member");
+      EXPECT_EQ(0.0, f.Loss(v, A)) << "Loss of a non-member " << v;
+    }
+
+    // --- Losses of members.
+    for (int v : model) {
+      EXPECT_EQ(0.0, f.Gain(v, A)) << "Gain of member " << v;
+      std::set<int> minus = model;
+      minus.erase(v);
+      const double fAmv = f.Evaluate(MakeSet(minus, n));
+      ExpectClose(fAmv, f.EvaluateAfterSubtraction(A, v), tol, "EvaluateAfterSubtraction(A, v)");
+      ExpectClose(fA, f.EvaluateUnion(v, A), tol, "EvaluateUnion of a member");
+      ExpectClose(fA - fAmv, f.Loss(v, A), tol, "Loss");
+      ExpectClose(fA - fAmv, f.GainOrLoss(v, A), tol, "GainOrLoss of a member");
+      if (shrinking) ExpectClose(fA - fAmv, shrinking->SubsetLoss(v), tol, "SubsetLoss");
+    }
+
+    // --- Set forms against explicit sets: B random, disjoint part for gains.
+    {
+      std::set<int> b_model;
+      const int b_size = uniform(std::min(n, 6) + 1);
+      for (int i = 0; i < b_size; ++i) b_model.insert(uniform(n));
+      const UnorderedHashSet B = MakeSet(b_model, n);
+      std::set<int> union_model = model;
+      union_model.insert(b_model.begin(), b_model.end());
+      std::set<int> difference_model;
+      for (int v : model) {
+        if (b_model.count(v) == 0) difference_model.insert(v);
+      }
+      const double f_union = f.Evaluate(MakeSet(union_model, n));
+      const double f_difference = f.Evaluate(MakeSet(difference_model, n));
+      ExpectClose(f_union, f.EvaluateUnion(A, B), tol, "EvaluateUnion(A, B)");
+      ExpectClose(f_difference, f.EvaluateAfterSubtraction(A, B), tol, "EvaluateAfterSubtraction(A, B)");
+      ExpectClose(f_union - f.Evaluate(B), f.SetGain(A, B), tol, "SetGain(A, B)");
+      ExpectClose(fA - f_difference, f.SetLoss(B, A), tol, "SetLoss(B, A)");
+      std::set<int> disjoint;
+      for (int v : b_model) {
+        if (model.count(v) == 0) disjoint.insert(v);
+      }
+      const double value_before = growing->CurrentValue();
+      ExpectClose(f_union - fA, growing->DisjointSetGain(MakeSet(disjoint, n)), tol, "DisjointSetGain");
+      EXPECT_EQ(value_before, growing->CurrentValue()) << "DisjointSetGain changed the context";
+      if (shrinking) {
+        std::set<int> members;
+        for (int v : b_model) {
+          if (model.count(v) != 0) members.insert(v);
+        }
+        std::set<int> rest;
+        for (int v : model) {
+          if (members.count(v) == 0) rest.insert(v);
+        }
+        ExpectClose(fA - f.Evaluate(MakeSet(rest, n)), shrinking->SubsetSetLoss(MakeSet(members, n)),
+                    tol, "SubsetSetLoss");
+      }
+    }
+
+    // --- A clone follows its own changes only.
+    if (!outside.empty()) {
+      std::unique_ptr<SetFunction::SetFunctionGrowingContext> twin = growing->clone();
+      ExpectClose(growing->CurrentValue(), twin->CurrentValue(), 0.0, "cloned context value");
+      const double before = growing->CurrentValue();
+      twin->AddNewElementToContext(outside[0], true);
+      EXPECT_EQ(before, growing->CurrentValue()) << "a clone's addition reached the original";
+      EXPECT_EQ(static_cast<int>(model.size()), growing->NumberOfElements());
+      EXPECT_TRUE(twin->CurrentSet().contains(outside[0]));
+    }
+
+    // --- Next operation.
+    const bool remove = !model.empty() && (remove_coin(rng) || outside.empty());
+    if (remove) {
+      auto it = model.begin();
+      std::advance(it, uniform(static_cast<int>(model.size())));
+      const int v = *it;
+      model.erase(it);
+      const UnorderedHashSet after = MakeSet(model, n);
+      f.AssignContext(*growing, after);
+      f.AssignContext(*external, after);
+      // Built element by element from the empty set, in another order.
+      std::unique_ptr<SetFunction::SetFunctionGrowingContext> rebuilt = f.MakeGrowingContext(empty);
+      for (auto r = model.rbegin(); r != model.rend(); ++r) rebuilt->AddNewElementToContext(*r, true);
+      ExpectClose(rebuilt->CurrentValue(), growing->CurrentValue(), tol,
+                  "AssignContext against element-by-element building");
+      EXPECT_EQ(rebuilt->NumberOfElements(), growing->NumberOfElements());
+      for (int probe = 0; probe < 3; ++probe) {
+        const int u = uniform(n);
+        if (model.count(u) != 0) continue;
+        ExpectClose(rebuilt->DisjointGain(u), growing->DisjointGain(u), tol,
+                    "gain after AssignContext against element-by-element building");
+      }
+      if (shrinking) {
+        shrinking->RemoveExistingElementFromContext(v, true);
+        EXPECT_FALSE(shrinking->CurrentSet().contains(v));
+      }
+    } else if (!outside.empty()) {
+      const int v = outside[static_cast<std::size_t>(uniform(static_cast<int>(outside.size())))];
+      model.insert(v);
+      growing->AddNewElementToContext(v, true);
+      external->AddNewElementToContext(v);
+      if (shrinking) f.AssignContext(*shrinking, MakeSet(model, n));
+    }
+  }
+}
+
+}  // namespace velmor::testing
+
+#endif  // VELMOR_TESTS_FUNCTIONS_SET_FUNCTION_ORACLE_H_

@@ -1,0 +1,213 @@
+// Bad input never crashes: every truncation of small valid files and
+// thousands of random single-byte corruptions give either a matrix or an
+// exception (the sanitizer build checks the memory side).
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <functional>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "io/DenseBinFileIOSupport.h"
+#include "io/DenseCSVFileIOSupport.h"
+#include "io/DenseNumpyFileIOSupport.h"
+#include "io/SparseCSVFileIOSupport.h"
+#include "io/SparseMatrixIO.h"
+#include "io/SparseNumpyFileIOSupport.h"
+#include "tests/io/io_test_support.h"
+
+namespace velmor::matrixio {
+namespace {
+
+using Reader = std::function<void(const std::string&)>;
+
+struct Outcome {
+  int read = 0;
+  int refused = 0;
+};
+
+// Feeds `bytes` to `reader`; only std::exception may leave it.
+void Feed(const Reader& reader, const std::string& bytes, Outcome& outcome) {
+  try {
+    reader(bytes);
+    ++outcome.read;
+  } catch (const std::exception&) {
+    ++outcome.refused;
+  }
+}
+
+// Every proper prefix, then `flips` random single-byte changes.
+Outcome Torture(const Reader& reader, const std::string& valid, int flips, bool valid_reads = true) {
+  Outcome outcome;
+  if (valid_reads) {
+    EXPECT_NO_THROW(reader(valid));
+  }
+  for (std::size_t length = 0; length < valid.size(); ++length) Feed(reader, valid.substr(0, length), outcome);
+  std::mt19937 random(static_cast<unsigned>(valid.size()));
+  for (int k = 0; k < flips; ++k) {
+    std::string bytes = valid;
+    bytes[random() % bytes.size()] = static_cast<char>(random() % 256);
+    Feed(reader, bytes, outcome);
+  }
+  return outcome;
+}
+
+template <typename T>
+DenseMatrix<T> Small() {
+  DenseMatrix<T> m(3, 4);
+  for (int i = 0; i < 12; ++i) m.data()[i] = static_cast<T>(i * 3 - 7) / T(2);
+  return m;
+}
+
+TEST(Corruption, DenseNumpy) {
+  for (const bool fortran : {false, true}) {
+    std::ostringstream out;
+    WriteMatrixToNumpyFile<double>(out, Small<double>(), fortran);
+    const Outcome o = Torture(
+        [](const std::string& bytes) {
+          std::istringstream in(bytes);
+          const DenseMatrix<double> m = ReadMatrixFromNumpyFile<double>(in);
+          // Whatever is read has the shape the header claims and was filled.
+          EXPECT_GT(m.size(), 0);
+        },
+        out.str(), 3000);
+    // Truncations inside the header or the data must all be refused.
+    EXPECT_GE(o.refused, static_cast<int>(out.str().size()));
+  }
+  // Other element types and the memory fast path.
+  std::ostringstream f4;
+  WriteMatrixToNumpyFile<float>(f4, Small<float>(), false);
+  Torture([](const std::string& bytes) { ReadRowMajorMatchingEndian2DNumpyMatrixFileFromMemoryBuffer<float>(bytes.data(), bytes.size()); },
+          f4.str(), 2000);
+  Torture([](const std::string& bytes) { std::istringstream in(bytes); ReadMatrixFromNumpyFile<int32_t>(in); },
+          f4.str(), 1000, false);
+}
+
+TEST(Corruption, DenseCSVAndBinary) {
+  std::ostringstream csv;
+  WriteMatrixToCSVFile<double>(csv, Small<double>(), {"a", "b", "c", "d"});
+  Torture([](const std::string& bytes) {
+            std::istringstream in(bytes);
+            std::vector<std::string> names;
+            ReadMatrixFromCSVFile<float>(in, names, true);
+          },
+          csv.str(), 3000);
+  Torture([](const std::string& bytes) {
+            std::istringstream in(bytes);
+            ReadRowsColsFromCSVFile(in, true);
+          },
+          csv.str(), 500);
+  std::ostringstream bin;
+  WriteMatrixToBinaryFile<double>(bin, Small<double>());
+  const Outcome o = Torture([](const std::string& bytes) {
+                              std::istringstream in(bytes);
+                              ReadMatrixFromBinaryFile<double>(in, 3, 4);
+                            },
+                            bin.str(), 2000);
+  EXPECT_EQ(o.refused >= static_cast<int>(bin.str().size()), true);
+}
+
+// A small archive in the layout of SciPy's uncompressed save: stored local
+// headers with zip64 extra fields, then a central directory signature.
+std::string Archive(const std::vector<std::pair<std::string, std::string>>& entries, bool zip64) {
+  auto u16 = [](std::string& s, uint16_t v) { s += static_cast<char>(v & 0xff); s += static_cast<char>(v >> 8); };
+  auto u32 = [&](std::string& s, uint32_t v) { u16(s, v & 0xffff); u16(s, v >> 16); };
+  std::string out;
+  for (const auto& [name, data] : entries) {
+    u32(out, 0x04034b50);
+    u16(out, zip64 ? 45 : 20);
+    u16(out, 0);
+    u16(out, 0);
+    u32(out, 0);
+    u32(out, 0);
+    u32(out, zip64 ? 0xffffffffu : static_cast<uint32_t>(data.size()));
+    u32(out, zip64 ? 0xffffffffu : static_cast<uint32_t>(data.size()));
+    u16(out, static_cast<uint16_t>(name.size()));
+    u16(out, zip64 ? 20 : 0);
+    out += name;
+    if (zip64) {
+      u16(out, 1);
+      u16(out, 16);
+      u32(out, static_cast<uint32_t>(data.size()));
+      u32(out, 0);
+      u32(out, static_cast<uint32_t>(data.size()));
+      u32(out, 0);
+    }
+    out += data;
+  }
+  u32(out, 0x02014b50);
+  out += std::string(42, '\0');
+  return out;
+}
+
+template <typename T>
+std::string Npy1D(const std::string& descr, const std::vector<T>& values) {
+  std::string dict = "{'descr': '" + descr + "', 'fortran_order': False, 'shape': (" + std::to_string(values.size()) + ",), }";
+  while ((10 + dict.size() + 1) % 16 != 0) dict += ' ';
+  dict += '\n';
+  std::string out("\x93NUMPY\x01\x00", 8);
+  out += static_cast<char>(dict.size() & 0xff);
+  out += static_cast<char>(dict.size() >> 8);
+  out += dict;
+  out.append(reinterpret_cast<const char*>(values.data()), values.size() * sizeof(T));
+  return out;
+}
+
+std::string Format(const std::string& f) {
+  std::string dict = "{'descr': '|S3', 'fortran_order': False, 'shape': (), }";
+  while ((10 + dict.size() + 1) % 16 != 0) dict += ' ';
+  dict += '\n';
+  std::string out("\x93NUMPY\x01\x00", 8);
+  out += static_cast<char>(dict.size());
+  out += '\0';
+  return out + dict + f;
+}
+
+TEST(Corruption, SparseArchivesAndCSV) {
+  // 3 x 4 CSR: [[1,0,2,0],[0,0,0,0],[0,3,0,4]], arrays in an unusual order.
+  const std::string csr = Archive({{"data.npy", Npy1D<double>("<f8", {1, 2, 3, 4})},
+                                   {"indptr.npy", Npy1D<int32_t>("<i4", {0, 2, 2, 4})},
+                                   {"format.npy", Format("csr")},
+                                   {"indices.npy", Npy1D<int32_t>("<i4", {0, 2, 1, 3})},
+                                   {"shape.npy", Npy1D<int64_t>("<i8", {3, 4})}},
+                                  true);
+  std::istringstream in(csr);
+  const SparseMatrix<double> m = ReadSparseMatrixFromScipyNPZFile<double>(in);
+  DenseMatrix<double> expected(3, 4);
+  expected << 1, 0, 2, 0, 0, 0, 0, 0, 0, 3, 0, 4;
+  EXPECT_EQ(DenseMatrix<double>(m), expected);
+  // The same as COO without zip64, with a duplicate that sums.
+  const std::string coo = Archive({{"format.npy", Format("coo")},
+                                   {"shape.npy", Npy1D<int64_t>("<i8", {3, 4})},
+                                   {"row.npy", Npy1D<int32_t>("<i4", {0, 0, 2, 2, 2})},
+                                   {"col.npy", Npy1D<int32_t>("<i4", {0, 2, 1, 3, 3})},
+                                   {"data.npy", Npy1D<double>("<f8", {1, 2, 3, 1.5, 2.5})}},
+                                  false);
+  std::istringstream coo_in(coo);
+  EXPECT_EQ(DenseMatrix<double>(ReadSparseMatrixFromScipyNPZFile<double>(coo_in)), expected);
+  const Reader npz = [](const std::string& bytes) {
+    std::istringstream s(bytes);
+    ReadSparseMatrixFromScipyNPZFile<float>(s);
+  };
+  Torture(npz, csr, 3000);
+  Torture(npz, coo, 2000);
+  // Specific refusals.
+  std::string bad_id = csr;
+  bad_id[30 + 8] = 2;  // zip64 extra field identifier of the first entry
+  testing::ExpectFailure([&] { npz(bad_id); }, "the extra field identifier code is 2, which should be 1");
+  std::string compressed = coo;
+  compressed[8] = 8;
+  testing::ExpectFailure([&] { npz(compressed); }, "only support uncompressed files.Compression Mode: 8");
+  // Sparse CSV.
+  Torture([](const std::string& bytes) {
+            std::istringstream s(bytes);
+            std::vector<std::string> names;
+            ReadSparseMatrixFromCSVFile<double>(s, names, false);
+          },
+          std::string("1,,2.5\n,3,\n-4,,\n"), 2000);
+}
+
+}  // namespace
+}  // namespace velmor::matrixio

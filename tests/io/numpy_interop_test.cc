@@ -1,0 +1,195 @@
+// Round trips through the real numpy and scipy: their files read by us, ours
+// read by them.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <sstream>
+#include <string>
+
+#include "io/DenseBinFileIOSupport.h"
+#include "io/DenseMatrixIO.h"
+#include "io/DenseNumpyFileIOSupport.h"
+#include "io/SparseMatrixIO.h"
+#include "io/SparseNumpyFileIOSupport.h"
+#include "tests/io/io_test_support.h"
+
+namespace velmor::matrixio {
+namespace {
+
+using testing::ExpectFailure;
+using testing::RunPython;
+using testing::TempDir;
+
+// Python writes each matrix as .npy in several layouts together with its
+// values as raw column-major float64 ("<name>.expect"), read independently.
+constexpr const char* kNumpyWriter = R"PY(
+import numpy as np, scipy.sparse as sp, sys, os
+d = sys.argv[1] if len(sys.argv) > 1 else os.path.dirname(os.path.abspath(__file__))
+rng = np.random.default_rng(7)
+def expect(name, m):
+    m2 = m.reshape(-1, 1) if m.ndim == 1 else m
+    np.asarray(m2, dtype='<f8').ravel(order='F').tofile(os.path.join(d, name + '.expect'))
+for (r, c) in [(1, 1), (3, 5), (17, 33), (40, 1), (1, 40)]:
+    m = rng.standard_normal((r, c))
+    f32 = m.astype(np.float32)
+    np.save(os.path.join(d, 'f4c_%dx%d.npy' % (r, c)), f32); expect('f4c_%dx%d' % (r, c), f32)
+    np.save(os.path.join(d, 'f4f_%dx%d.npy' % (r, c)), np.asfortranarray(f32)); expect('f4f_%dx%d' % (r, c), f32)
+    np.save(os.path.join(d, 'f8c_%dx%d.npy' % (r, c)), m); expect('f8c_%dx%d' % (r, c), m)
+    np.save(os.path.join(d, 'f8f_%dx%d.npy' % (r, c)), np.asfortranarray(m)); expect('f8f_%dx%d' % (r, c), m)
+    np.save(os.path.join(d, 'f8b_%dx%d.npy' % (r, c)), m.astype('>f8')); expect('f8b_%dx%d' % (r, c), m)
+    np.save(os.path.join(d, 'f4bf_%dx%d.npy' % (r, c)), np.asfortranarray(f32.astype('>f4'))); expect('f4bf_%dx%d' % (r, c), f32)
+    i = rng.integers(-1000000, 1000000, size=(r, c))
+    np.save(os.path.join(d, 'i4c_%dx%d.npy' % (r, c)), i.astype(np.int32)); expect('i4c_%dx%d' % (r, c), i)
+    np.save(os.path.join(d, 'i8c_%dx%d.npy' % (r, c)), i.astype(np.int64)); expect('i8c_%dx%d' % (r, c), i)
+    np.save(os.path.join(d, 'i4b_%dx%d.npy' % (r, c)), i.astype('>i4')); expect('i4b_%dx%d' % (r, c), i)
+v = rng.standard_normal(23)
+np.save(os.path.join(d, 'vec.npy'), v); expect('vec', v)
+np.save(os.path.join(d, 'big_i8.npy'), np.array([[1, 2**40]], dtype=np.int64))
+# Sparse archives.
+a = sp.random(13, 9, density=0.3, format='csr', random_state=3, dtype=np.float64)
+a.indices = a.indices.astype(np.int32); a.indptr = a.indptr.astype(np.int32)
+sp.save_npz(os.path.join(d, 'csr.npz'), a, compressed=False); expect('csr', a.toarray())
+b = a.tocoo(); b.row = b.row.astype(np.int32); b.col = b.col.astype(np.int32)
+sp.save_npz(os.path.join(d, 'coo.npz'), b, compressed=False); expect('coo', b.toarray())
+sp.save_npz(os.path.join(d, 'compressed.npz'), a, compressed=True)
+w = a.copy(); w.indices = w.indices.astype(np.int64); w.indptr = w.indptr.astype(np.int64)
+sp.save_npz(os.path.join(d, 'csr64.npz'), w, compressed=False)
+w = b.copy(); w.row = w.row.astype(np.int64); w.col = w.col.astype(np.int64)
+sp.save_npz(os.path.join(d, 'coo64.npz'), w, compressed=False)
+e = sp.csr_matrix((5, 4), dtype=np.float32)
+sp.save_npz(os.path.join(d, 'empty.npz'), e, compressed=False)
+)PY";
+
+DenseMatrix<double> Expected(const TempDir& dir, const std::string& name, int rows, int cols) {
+  return ReadMatrixFromBinaryFile<double>(dir.File(name + ".expect"), rows, cols);
+}
+
+class NumpyInterop : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    dir_ = new TempDir();
+    ASSERT_EQ(RunPython(*dir_, std::string(kNumpyWriter)), 0);
+  }
+  static void TearDownTestSuite() {
+    delete dir_;
+    dir_ = nullptr;
+  }
+  static TempDir* dir_;
+};
+TempDir* NumpyInterop::dir_ = nullptr;
+
+TEST_F(NumpyInterop, DenseFilesWrittenByNumpyReadBackEqual) {
+  const TempDir& dir = *dir_;
+  for (const auto& [r, c] : {std::pair{1, 1}, {3, 5}, {17, 33}, {40, 1}, {1, 40}}) {
+    const std::string shape = std::to_string(r) + "x" + std::to_string(c);
+    // Floating files into float and double matrices (both orders, both byte orders).
+    for (const std::string kind : {"f4c", "f4f", "f4bf"}) {
+      const DenseMatrix<double> expected = Expected(dir, kind + "_" + shape, r, c);
+      EXPECT_EQ(ReadMatrixFromNumpyFile<float>(dir.File(kind + "_" + shape + ".npy")).cast<double>(), expected)
+          << kind << shape;
+      EXPECT_EQ(ReadMatrixFromNumpyFile<double>(dir.File(kind + "_" + shape + ".npy")), expected) << kind << shape;
+    }
+    for (const std::string kind : {"f8c", "f8f", "f8b"}) {
+      const DenseMatrix<double> expected = Expected(dir, kind + "_" + shape, r, c);
+      EXPECT_EQ(ReadMatrixFromNumpyFile<double>(dir.File(kind + "_" + shape + ".npy")), expected) << kind << shape;
+      EXPECT_EQ(ReadMatrixFromNumpyFile<float>(dir.File(kind + "_" + shape + ".npy")),
+                expected.cast<float>())
+          << kind << shape;
+    }
+    // Integer files.
+    for (const std::string kind : {"i4c", "i8c", "i4b"}) {
+      const DenseMatrix<double> expected = Expected(dir, kind + "_" + shape, r, c);
+      EXPECT_EQ(ReadMatrixFromNumpyFile<int32_t>(dir.File(kind + "_" + shape + ".npy")).cast<double>(), expected)
+          << kind << shape;
+    }
+    EXPECT_EQ(ReadMatrixFromNumpyFile<double>(dir.File("i4c_" + shape + ".npy")),
+              Expected(dir, "i4c_" + shape, r, c));
+  }
+  // A one-dimensional array is a column.
+  const DenseMatrix<double> vector = ReadMatrixFromNumpyFile<double>(dir.File("vec.npy"));
+  EXPECT_EQ(vector.rows(), 23);
+  EXPECT_EQ(vector, Expected(dir, "vec", 23, 1));
+  // Refusals by type.
+  ExpectFailure([&] { ReadMatrixFromNumpyFile<float>(dir.File("i8c_3x5.npy")); },
+                "Unable to read int64 npy file into 32-bit int matrix. Try, for example");
+  ExpectFailure([&] { ReadMatrixFromNumpyFile<float>(dir.File("i4c_3x5.npy")); },
+                "Unable to read an int32 npy file into a 32-bit float matrix.");
+  ExpectFailure([&] { ReadMatrixFromNumpyFile<int32_t>(dir.File("f4c_3x5.npy")); },
+                "Unable to read float32 npy file into a 32-bit int matrix.");
+  const std::string chain = ExpectFailure([&] { ReadMatrixFromNumpyFile<int32_t>(dir.File("big_i8.npy")); },
+                                          "Value 1099511627776 can't be converted to an int32.");
+  EXPECT_NE(chain.find("Unable to read and convert data type int64 from npy matrix at row,col 0,1"),
+            std::string::npos);
+}
+
+TEST_F(NumpyInterop, SparseArchivesWrittenByScipyReadBackEqual) {
+  const TempDir& dir = *dir_;
+  for (const std::string name : {"csr", "coo"}) {
+    const DenseMatrix<double> expected = Expected(dir, name, 13, 9);
+    const SparseMatrix<double> read = ReadSparseMatrixFromScipyNPZFile<double>(dir.File(name + ".npz"));
+    EXPECT_EQ(DenseMatrix<double>(read), expected) << name;
+    EXPECT_EQ(read.nonZeros(), (expected.array() != 0).count()) << name;
+    const SparseMatrix<float> as_float = ReadSparseMatrixFromFile<float>(dir.File(name + ".npz").c_str());
+    EXPECT_EQ(DenseMatrix<float>(as_float), expected.cast<float>()) << name;
+  }
+  const SparseMatrix<float> empty = ReadSparseMatrixFromScipyNPZFile<float>(dir.File("empty.npz"));
+  EXPECT_EQ(empty.rows(), 5);
+  EXPECT_EQ(empty.cols(), 4);
+  EXPECT_EQ(empty.nonZeros(), 0);
+
+  ExpectFailure([&] { ReadSparseMatrixFromScipyNPZFile<double>(dir.File("compressed.npz")); },
+                "Error reading from npz stream, only support uncompressed files.Compression Mode: 8");
+  ExpectFailure([&] { ReadSparseMatrixFromScipyNPZFile<double>(dir.File("csr64.npz")); },
+                "Processing Scipy sparse input CSR matrix with 64-bit indices");
+  ExpectFailure([&] { ReadSparseMatrixFromScipyNPZFile<double>(dir.File("coo64.npz")); },
+                "Processing Scipy COO sparse input matrix with 64-bit indices");
+  // Through the dispatcher the reader's failure is nested.
+  const std::string chain =
+      ExpectFailure([&] { ReadSparseMatrixFromFile<double>(dir.File("csr64.npz").c_str()); }, "Problems opening file");
+  EXPECT_NE(chain.find("64-bit indices"), std::string::npos);
+}
+
+TEST(NumpyInteropWrite, FilesWrittenByUsReadByNumpyEqual) {
+  TempDir dir;
+  // Shapes around the header padding and the transposition block sizes.
+  int index = 0;
+  std::ostringstream checks;
+  for (const auto& [r, c] : {std::pair{1, 1}, {3, 4}, {17, 33}, {70, 3}, {2, 1000}}) {
+    DenseMatrix<double> d(r, c);
+    for (int i = 0; i < r; ++i)
+      for (int j = 0; j < c; ++j) d(i, j) = (i + 1) * 1000.5 + j * 0.001 - 7;
+    for (const bool fortran : {false, true}) {
+      std::string name = "m";
+      name.append(std::to_string(index++));
+      const std::string base = dir.File(name);
+      WriteMatrixToNumpyFile<double>(base + "_f8.npy", d, fortran);
+      WriteMatrixToNumpyFile<float>(base + "_f4.npy", d.cast<float>(), fortran);
+      WriteMatrixToNumpyFile<int32_t>(base + "_i4.npy", d.cast<int32_t>(), fortran);
+      WriteMatrixToBinaryFile<double>(base + "_f8.bin", d);
+      WriteMatrixToBinaryFile<float>(base + "_f4.bin", d.cast<float>());
+      WriteMatrixToBinaryFile<int32_t>(base + "_i4.bin", d.cast<int32_t>());
+      for (const char* t : {"f8", "f4", "i4"}) {
+        checks << "check('" << base << "_" << t << "', '" << t << "', " << r << ", " << c << ", "
+               << (fortran ? "True" : "False") << ")\n";
+      }
+    }
+  }
+  const std::string script = std::string(R"PY(
+import numpy as np
+def check(base, t, r, c, fortran):
+    m = np.load(base + '.npy')
+    raw = open(base + '.npy', 'rb').read()
+    header_length = raw[8] + 256 * raw[9]
+    assert (10 + header_length) % 16 == 0, base
+    assert raw[10 + header_length - 1] == ord('\n'), base
+    assert m.dtype == np.dtype('<' + t), (base, m.dtype)
+    assert m.shape == (r, c), (base, m.shape)
+    assert m.flags['F_CONTIGUOUS'] if (fortran and r > 1 and c > 1) else True, base
+    expected = np.fromfile(base + '.bin', dtype='<' + t).reshape((c, r)).T
+    assert np.array_equal(m, expected), base
+)PY") + checks.str();
+  EXPECT_EQ(RunPython(dir, script), 0);
+}
+
+}  // namespace
+}  // namespace velmor::matrixio

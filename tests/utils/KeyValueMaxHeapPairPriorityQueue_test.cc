@@ -1,0 +1,203 @@
+#include "utils/KeyValueMaxHeapPairPriorityQueue.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <queue>
+#include <random>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace velmor {
+namespace {
+
+using Heap = KeyValueMaxHeapPairPriorityQueue;
+using Pair = Heap::KeyValuePair;
+
+// Every parent's value is at least its children's.
+bool IsHeap(const std::vector<Pair>& data) {
+  for (std::size_t i = 1; i < data.size(); ++i) {
+    if (data[(i - 1) / 2].second < data[i].second) return false;
+  }
+  return true;
+}
+
+std::vector<Pair> RandomPairs(std::mt19937& engine, std::size_t size, int distinct_values) {
+  std::vector<Pair> pairs(size);
+  for (std::size_t i = 0; i < size; ++i) {
+    // A few distinct values give many ties.
+    const float value = distinct_values > 0 ? static_cast<float>(engine() % static_cast<unsigned>(distinct_values))
+                                            : std::uniform_real_distribution<float>(-1.0f, 1.0f)(engine);
+    pairs[i] = Pair(static_cast<int32_t>(i), value);
+  }
+  return pairs;
+}
+
+std::string EndOfMessage(const std::exception& e) {
+  const std::string what = e.what();
+  return what.substr(what.find("]] ") + 3);
+}
+
+TEST(KeyValueMaxHeapPairPriorityQueue, MatchesStdPriorityQueue) {
+  std::mt19937 engine(12345);
+  for (int distinct_values : {0, 3, 50}) {
+    Heap heap;
+    std::priority_queue<float> model;
+    std::multiset<Pair> contents;
+    for (int step = 0; step < 20000; ++step) {
+      const unsigned operation = engine() % 8;
+      const int32_t key = static_cast<int32_t>(engine() % 1000);
+      const float value = distinct_values > 0
+                              ? static_cast<float>(engine() % static_cast<unsigned>(distinct_values))
+                              : std::uniform_real_distribution<float>(-5.0f, 5.0f)(engine);
+      if (operation < 3 || model.empty()) {
+        heap.Push(key, value);
+        model.push(value);
+        contents.insert(Pair(key, value));
+      } else {
+        const Pair top(heap.TopKey(), heap.TopValue());
+        ASSERT_NE(contents.find(top), contents.end());
+        contents.erase(contents.find(top));
+        model.pop();
+        if (operation < 5) {
+          EXPECT_EQ(heap.Pop(), model.empty());
+        } else if (operation < 7) {
+          heap.PopAndPushNew(key, value);
+          model.push(value);
+          contents.insert(Pair(key, value));
+        } else {
+          // Lowered or raised in place: the same pair, a new value.
+          heap.ChangeTopValue(value);
+          model.push(value);
+          contents.insert(Pair(top.first, value));
+        }
+      }
+      ASSERT_EQ(heap.size(), model.size());
+      if (!model.empty()) {
+        ASSERT_EQ(heap.TopValue(), model.top());
+      }
+      if (step % 97 == 0) {
+        ASSERT_TRUE(IsHeap(heap.Data()));
+        std::vector<Pair> sorted = heap.Data();
+        std::sort(sorted.begin(), sorted.end());
+        ASSERT_TRUE(std::equal(sorted.begin(), sorted.end(), contents.begin(), contents.end()));
+      }
+    }
+  }
+}
+
+TEST(KeyValueMaxHeapPairPriorityQueue, SiftDownImplementationsAgree) {
+  std::mt19937 engine(7);
+  // Heapify with each implementation, then replace random slots by random pairs.
+  for (std::size_t size : {1u, 2u, 3u, 7u, 8u, 9u, 15u, 16u, 17u, 1000u, 1023u, 1024u, 1025u}) {
+    for (int distinct_values : {0, 2, 10}) {
+      std::vector<Pair> plain = RandomPairs(engine, size, distinct_values);
+      std::vector<Pair> bottom_up = plain;
+      for (std::size_t slot = size / 2; slot-- > 0;) {
+        internal::SiftDownPlain(plain.data(), size, slot);
+        internal::SiftDownBottomUp(bottom_up.data(), size, slot);
+      }
+      ASSERT_EQ(plain, bottom_up);
+      ASSERT_TRUE(IsHeap(plain));
+      for (int round = 0; round < 50; ++round) {
+        // A new root value below, equal to or above the old one.
+        const float value = distinct_values > 0
+                                ? static_cast<float>(engine() % static_cast<unsigned>(distinct_values))
+                                : std::uniform_real_distribution<float>(-1.0f, 1.0f)(engine);
+        plain[0] = bottom_up[0] = Pair(-round, value);
+        internal::SiftDownPlain(plain.data(), size, 0);
+        internal::SiftDownBottomUp(bottom_up.data(), size, 0);
+        ASSERT_EQ(plain, bottom_up) << size;
+        ASSERT_TRUE(IsHeap(plain));
+      }
+    }
+  }
+}
+
+TEST(KeyValueMaxHeapPairPriorityQueue, LargeArraysUseTheSameOrder) {
+  // 500,000 pairs are 4,000,000 bytes (plain sift-down), 500,001 pairs take
+  // the bottom-up one; both must give the array a plain heap would.
+  std::mt19937 engine(3);
+  for (std::size_t size : {500000u, 500001u, 500002u}) {
+    std::vector<Pair> pairs = RandomPairs(engine, size, 1000);
+    std::vector<Pair> reference = pairs;
+    for (std::size_t slot = size / 2; slot-- > 0;) internal::SiftDownPlain(reference.data(), size, slot);
+    Heap heap(std::move(pairs));
+    ASSERT_EQ(heap.Data(), reference);
+    for (int pop = 0; pop < 200; ++pop) {
+      reference[0] = reference.back();
+      reference.pop_back();
+      internal::SiftDownPlain(reference.data(), reference.size(), 0);
+      heap.Pop();
+    }
+    ASSERT_EQ(heap.Data(), reference);
+  }
+}
+
+TEST(KeyValueMaxHeapPairPriorityQueue, EdgeCases) {
+  // Empty heap.
+  Heap empty;
+  const struct {
+    std::function<void()> call;
+    const char* message;
+  } failing[] = {
+      {[&] { (void)empty.TopValue(); }, "Heap size 0, cannot get top value of empty priority queue."},
+      {[&] { (void)empty.Pop(); }, "Heap size 0, cannot pop."},
+      {[&] { empty.PopAndPushNew(1, 1.0f); }, "Heap size 0, cannot pop."},
+      {[&] { empty.ChangeTopValue(1.0f); }, "Heap size 0, cannot pop."},
+  };
+  for (const auto& f : failing) {
+    try {
+      f.call();
+      ADD_FAILURE() << "no exception: " << f.message;
+    } catch (const std::out_of_range& e) {
+      EXPECT_EQ(EndOfMessage(e), f.message);
+      EXPECT_EQ(std::string(e.what()).rfind("[[@KeyValueMaxHeapPairPriorityQueue:", 0), 0u) << e.what();
+    }
+  }
+  EXPECT_NE(std::string([&] {
+              try {
+                (void)empty.TopValue();
+              } catch (const std::exception& e) {
+                return std::string(e.what());
+              }
+              return std::string();
+            }())
+                .find(":TopValue]] "),
+            std::string::npos);
+  EXPECT_TRUE(empty.empty());
+
+  // Pop of the last pair says the heap is now empty.
+  Heap one;
+  one.Push(4, 2.0f);
+  EXPECT_FALSE(Heap(std::vector<Pair>{{1, 1.0f}, {2, 2.0f}}).Pop());
+  EXPECT_TRUE(one.Pop());
+
+  // A raised top value leaves the array untouched.
+  Heap heap(std::vector<Pair>{{0, 1.0f}, {1, 5.0f}, {2, 3.0f}, {3, 4.0f}});
+  const std::vector<Pair> before = heap.Data();
+  heap.ChangeTopValue(9.0f);
+  std::vector<Pair> expected = before;
+  expected[0].second = 9.0f;
+  EXPECT_EQ(heap.Data(), expected);
+
+  // Lowered to a child's value, the top stays on top; below it, it sinks.
+  heap.ChangeTopValue(4.0f);
+  EXPECT_EQ(heap.TopKey(), before[0].first);
+  heap.ChangeTopValue(0.5f);
+  EXPECT_NE(heap.TopKey(), before[0].first);
+  EXPECT_EQ(heap.TopValue(), 4.0f);
+  EXPECT_TRUE(IsHeap(heap.Data()));
+
+  // Among equal children the left one rises.
+  Heap ties(std::vector<Pair>{{0, 1.0f}, {1, 2.0f}, {2, 2.0f}});
+  EXPECT_EQ(ties.TopKey(), 1);
+  ties.Pop();
+  EXPECT_EQ(ties.TopKey(), 2);
+}
+
+}  // namespace
+}  // namespace velmor

@@ -31,8 +31,8 @@ $(RELEASE_DIR)/CMakeCache.txt: | deps
 	cmake -S . -B $(RELEASE_DIR) -DCMAKE_BUILD_TYPE=Release
 
 $(SANITIZE_DIR)/CMakeCache.txt: | deps
-	cmake -S . -B $(SANITIZE_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVELMOR_SANITIZE=ON \
-	  -DVELMOR_BUILD_BENCHMARKS=OFF
+	cmake -S . -B $(SANITIZE_DIR) -DCMAKE_BUILD_TYPE=Sanitize -DCMAKE_CXX_FLAGS_SANITIZE="-O1" \
+	  -DVELMOR_SANITIZE=ON -DVELMOR_BUILD_BENCHMARKS=OFF
 
 build: deps $(RELEASE_DIR)/CMakeCache.txt
 	cmake --build $(RELEASE_DIR) -j $(JOBS)

@@ -160,10 +160,10 @@ void ParseJsonFile(const std::string& file_name, int n, UnorderedHashSet& set) {
 
 }  // namespace
 
-UnorderedHashSet ParseSetSpecification(const std::string& specification, int n,
+UnorderedHashSet ParseSetSpecification(const std::string& set_string, int n,
                                        std::mt19937& engine, const std::string& option_name) {
   UnorderedHashSet set(n);
-  const std::string text = Trim(specification);
+  const std::string text = Trim(set_string);
   if (text.empty()) return set;
   const bool is_file = EndsWith(text, ".json") || EndsWith(text, ".npy") ||
                        EndsWith(text, ".txt") || EndsWith(text, ".csv");
@@ -187,7 +187,7 @@ UnorderedHashSet ParseSetSpecification(const std::string& specification, int n,
                           text.c_str(), option_name.c_str());
     }
     VELMOR_THROW_NESTED(CommandLineError, "Problems with set specification '%s' of option '%s'.",
-                        specification.c_str(), option_name.c_str());
+                        set_string.c_str(), option_name.c_str());
   }
   return set;
 }

@@ -26,7 +26,7 @@
 
 namespace velmor {
 
-UnorderedHashSet ParseSetSpecification(const std::string& specification, int n,
+UnorderedHashSet ParseSetSpecification(const std::string& set_string, int n,
                                        std::mt19937& engine, const std::string& option_name);
 
 }  // namespace velmor

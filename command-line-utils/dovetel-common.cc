@@ -142,16 +142,16 @@ DenseMatrix<Real> ExpandOneHot(const DenseMatrix<Real>& codes, const char* tag) 
 // The group's centrality vector: one value per element (matrix row).
 std::vector<double> ComputeCentrality(const DenseMatrix<Real>& matrix, const FacilityLocationGroup& g) {
   static const char* const kCentralities[] = {"ROWMIN", "ROWMAX", "ROWSUM", "ROWMEAN"};
-  const std::string spec = Text(g.centrality_spec);
-  const std::string name = YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset(spec, 0);
+  const std::string centrality_text = Text(g.centrality_spec);
+  const std::string name = YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset(centrality_text, 0);
   int which = -1;
   for (int i = 0; i < 4; ++i) {
-    if (name == kCentralities[i] && spec == name + "()") which = i;
+    if (name == kCentralities[i] && centrality_text == name + "()") which = i;
   }
   if (which < 0) {
     throw CommandLineError(exception::MakeCommandMessage(
         "%s centrality '%s' is not supported; use ROWMIN(), ROWMAX(), ROWSUM() or ROWMEAN().", g.tag,
-        spec.c_str()));
+        centrality_text.c_str()));
   }
   if (Text(g.centrality_ccf_spec) != "LINEAR()") {
     throw CommandLineError(exception::MakeCommandMessage(

@@ -43,12 +43,12 @@ std::string Trim(const std::string& text) {
 }
 
 // Splits "NAME(a, b) | NAME2()" into steps; every error names the offending text.
-std::vector<Step> ParseSteps(const std::string& specification) {
+std::vector<Step> ParseSteps(const std::string& pipeline) {
   std::vector<Step> steps;
   std::size_t position = 0;
-  const std::size_t length = specification.size();
+  const std::size_t length = pipeline.size();
   while (true) {
-    while (position < length && std::isspace(static_cast<unsigned char>(specification[position])))
+    while (position < length && std::isspace(static_cast<unsigned char>(pipeline[position])))
       ++position;
     if (position >= length) {
       if (!steps.empty()) {
@@ -57,27 +57,27 @@ std::vector<Step> ParseSteps(const std::string& specification) {
       break;
     }
     const std::string name = YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset(
-        specification, static_cast<int32_t>(position));
+        pipeline, static_cast<int32_t>(position));
     if (name.empty()) {
       VELMOR_THROW(std::invalid_argument, "Expected a transformation name at offset %d of '%s'.",
-                   static_cast<int>(position), specification.c_str());
+                   static_cast<int>(position), pipeline.c_str());
     }
     const auto match = FindBestPrefixMatchInStringList(name, 0, kKeywords, kNumberOfKeywords);
     if (match.first < 0 || match.second != name.size()) {
       VELMOR_THROW(std::invalid_argument, "Unknown matrix transformation '%s'.", name.c_str());
     }
     position += name.size();
-    while (position < length && std::isspace(static_cast<unsigned char>(specification[position])))
+    while (position < length && std::isspace(static_cast<unsigned char>(pipeline[position])))
       ++position;
-    if (position >= length || specification[position] != '(') {
+    if (position >= length || pipeline[position] != '(') {
       VELMOR_THROW(std::invalid_argument, "Expected '(' after transformation '%s'.", name.c_str());
     }
-    const std::size_t close = specification.find(')', position);
+    const std::size_t close = pipeline.find(')', position);
     if (close == std::string::npos) {
       VELMOR_THROW(std::invalid_argument, "Missing ')' after transformation '%s'.", name.c_str());
     }
     Step step{static_cast<Keyword>(match.first), {}};
-    const std::string inside = Trim(specification.substr(position + 1, close - position - 1));
+    const std::string inside = Trim(pipeline.substr(position + 1, close - position - 1));
     if (!inside.empty()) {
       std::stringstream split(inside);
       std::string argument;
@@ -86,12 +86,12 @@ std::vector<Step> ParseSteps(const std::string& specification) {
     }
     steps.push_back(std::move(step));
     position = close + 1;
-    while (position < length && std::isspace(static_cast<unsigned char>(specification[position])))
+    while (position < length && std::isspace(static_cast<unsigned char>(pipeline[position])))
       ++position;
     if (position >= length) break;
-    if (specification[position] != '|') {
+    if (pipeline[position] != '|') {
       VELMOR_THROW(std::invalid_argument, "Expected '|' between transformations at offset %d of '%s'.",
-                   static_cast<int>(position), specification.c_str());
+                   static_cast<int>(position), pipeline.c_str());
     }
     ++position;
   }
@@ -338,9 +338,9 @@ void ApplyOutputStep(const Step& step, TransformableMatrix<T>& matrix) {
 }  // namespace
 
 template <typename T>
-void ApplyMatrixTransformation(const std::string& specification, TransformableMatrix<T>& matrix,
+void ApplyMatrixTransformation(const std::string& pipeline, TransformableMatrix<T>& matrix,
                                bool want_sparse) {
-  const std::vector<Step> steps = ParseSteps(specification);
+  const std::vector<Step> steps = ParseSteps(pipeline);
   for (const Step& step : steps) {
     switch (step.keyword) {
       case kRbf:
@@ -370,11 +370,11 @@ void ApplyMatrixTransformation(const std::string& specification, TransformableMa
 }
 
 template <typename T>
-void ApplyMatrixTransformation(const std::string& specification, DenseMatrix<T>& matrix) {
+void ApplyMatrixTransformation(const std::string& pipeline, DenseMatrix<T>& matrix) {
   TransformableMatrix<T> holder;
   holder.dense.swap(matrix);
   try {
-    ApplyMatrixTransformation(specification, holder, false);
+    ApplyMatrixTransformation(pipeline, holder, false);
   } catch (...) {
     holder.dense.swap(matrix);
     throw;

@@ -45,16 +45,16 @@ struct TransformableMatrix {
   int cols() const { return static_cast<int>(is_sparse ? sparse.cols() : dense.cols()); }
 };
 
-// Applies `specification` (empty or blank: no change) in order. With
+// Applies `pipeline` (empty or blank: no change) in order. With
 // `want_sparse` set, KNN produces the sparse form, and a dense matrix left at
 // the end is converted to sparse form keeping its non-zero entries.
 template <typename T>
-void ApplyMatrixTransformation(const std::string& specification, TransformableMatrix<T>& matrix,
+void ApplyMatrixTransformation(const std::string& pipeline, TransformableMatrix<T>& matrix,
                                bool want_sparse = false);
 
 // The dense-only convenience form.
 template <typename T>
-void ApplyMatrixTransformation(const std::string& specification, matrixio::DenseMatrix<T>& matrix);
+void ApplyMatrixTransformation(const std::string& pipeline, matrixio::DenseMatrix<T>& matrix);
 
 }  // namespace velmor
 

@@ -66,9 +66,9 @@ TEST(SetSpecification, RandomDraws) {
 
 TEST(SetSpecification, Errors) {
   std::mt19937 engine(1);
-  const auto error = [&](const std::string& spec, int n) -> std::pair<std::string, std::string> {
+  const auto error = [&](const std::string& set_string, int n) -> std::pair<std::string, std::string> {
     try {
-      ParseSetSpecification(spec, n, engine, "set-deletion");
+      ParseSetSpecification(set_string, n, engine, "set-deletion");
     } catch (const exception::InputDataError& e) {
       return {"input", e.what()};
     } catch (const exception::CommandLineError& e) {

@@ -114,10 +114,10 @@ TEST(MatrixTransformations, SaveAndErrors) {
 
   // Bad strings name what is wrong and leave the matrix unchanged.
   const DenseMatrix<double> before = Features();
-  const auto error_of = [&](const std::string& spec) {
+  const auto error_of = [&](const std::string& pipeline) {
     DenseMatrix<double> copy = before;
-    const std::string message = MessageOf([&] { ApplyMatrixTransformation(spec, copy); });
-    EXPECT_TRUE(copy.isApprox(before)) << spec;
+    const std::string message = MessageOf([&] { ApplyMatrixTransformation(pipeline, copy); });
+    EXPECT_TRUE(copy.isApprox(before)) << pipeline;
     return message;
   };
   EXPECT_NE(error_of("FOO()").find("Unknown matrix transformation 'FOO'."), std::string::npos);

@@ -12,25 +12,11 @@
 #include <spdlog/spdlog.h>
 
 #include "utils/KeyValueMaxHeapPairPriorityQueue.h"
+#include "algorithms/greedyCommon.h"
 #include "utils/error_messages.h"
 #include "utils/logging.h"
 
 namespace velmor {
-
-namespace {
-
-bool GainPermitStops(GainPermit gain_permit, float gain) {
-  switch (static_cast<int>(gain_permit)) {
-    case kStopAtZeroGain:
-      return gain == 0.0f;
-    case kStopAtNegativeGain:
-      return gain < 0.0f;
-    default:
-      return false;
-  }
-}
-
-}  // namespace
 
 double SmallestWorthwhileGainForGreedy(const SetFunction& f, int k, const Set& candidates, const Set& inclusion,
                                        double fraction) {
@@ -64,20 +50,11 @@ bool AcceleratedGreedyConstrainedMaximization(const SubmodularFunction& f, const
                                               GainPermit gain_permit, UnorderedHashSet* solution,
                                               std::vector<int>* order, std::vector<float>* gains, double* value,
                                               greedy_max::GreedyAncillaryResults* ancillary) {
+  if (const auto problem =
+          internal::GreedyArgumentProblem(f, constraint, cardinality_limit, candidates, inclusion, conditioning)) {
+    VELMOR_THROW(std::invalid_argument, "%s", problem->c_str());
+  }
   const int n = f.GroundSetSize();
-  if (constraint.GroundSetSize() != n || candidates.GroundSetSize() != n || inclusion.GroundSetSize() != n ||
-      conditioning.GroundSetSize() != n) {
-    VELMOR_THROW(std::invalid_argument, "All arguments must have same ground set size, got sizes %d,%d,%d,%d,%d.",
-                 n, constraint.GroundSetSize(), candidates.GroundSetSize(), inclusion.GroundSetSize(),
-                 conditioning.GroundSetSize());
-  }
-  const bool inclusion_feasible = constraint.IsFeasible(inclusion);
-  if (!inclusion_feasible || inclusion.size() > cardinality_limit) {
-    VELMOR_THROW(std::invalid_argument,
-                 fmt::format("Inclusion set of size {} must itself be feasible, but constraint feasibility "
-                             "returns {} and extra cardinality limit is {}.",
-                             inclusion.size(), inclusion_feasible, cardinality_limit));
-  }
   const bool use_ancillary = ancillary != nullptr && ancillary->singleton_gains_precomputed;
   if (use_ancillary && ancillary->singleton_gains.size() != static_cast<std::size_t>(n)) {
     VELMOR_THROW(std::invalid_argument, "Invalid argument, ancillary singleton gains have %ld entries, not %d.",
@@ -176,7 +153,7 @@ bool AcceleratedGreedyConstrainedMaximization(const SubmodularFunction& f, const
       logger->info("Found element {} in the order, element = {}, gain value = {}, heap size = {}.", added, element,
                    accepted_gain, heap.size());
     }
-    if (GainPermitStops(gain_permit, accepted_gain)) {
+    if (internal::GainPermitStops(gain_permit, accepted_gain)) {
       logger->debug("Done since found negaive gain.");
       break;
     }

@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 #include <spdlog/spdlog.h>
 
+#include "algorithms/greedyCommon.h"
 #include "utils/error_messages.h"
 #include "utils/logging.h"
 
@@ -25,22 +26,6 @@ void SetProgressLoggingPeriod(int period) { progress_logging_period.store(period
 int ProgressLoggingPeriod() { return progress_logging_period.load(std::memory_order_relaxed); }
 
 }  // namespace greedy_max
-
-namespace {
-
-// Whether the permit stops the run at this best gain.
-bool GainPermitStops(GainPermit gain_permit, double gain) {
-  switch (static_cast<int>(gain_permit)) {
-    case kStopAtZeroGain:
-      return gain == 0.0;
-    case kStopAtNegativeGain:
-      return gain < 0.0;
-    default:
-      return false;
-  }
-}
-
-}  // namespace
 
 bool GreedyConstrainedMaximization(const SubmodularFunction& f, const DownClosedSetConstraint& constraint,
                                    int cardinality_limit, const Set& candidates, const Set& inclusion,
@@ -158,7 +143,7 @@ bool GreedyConstrainedMaximization(const SubmodularFunction& f, const DownClosed
       logger->debug("Done since reached ground set size");
       break;
     }
-    if (GainPermitStops(gain_permit, max_gain)) {
+    if (internal::GainPermitStops(gain_permit, max_gain)) {
       logger->debug("Done since found negaive gain.");
       break;
     }

@@ -24,6 +24,7 @@
 // share them. Per-step messages go to the "optm" logger at debug level.
 
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "constraints/DownClosedSetConstraint.h"
@@ -65,6 +66,14 @@ void SetProgressLoggingPeriod(int period);
 int ProgressLoggingPeriod();
 
 }  // namespace greedy_max
+
+// Any maximizer of the common signature, held as one callable (the
+// multi-threaded schemes run such a callable on blocks of the ground set).
+using GreedyAlgorithm = std::function<bool(
+    const SubmodularFunction& f, const DownClosedSetConstraint& constraint, int cardinality_limit,
+    const Set& candidates, const Set& inclusion, const Set& conditioning, double algorithm_value,
+    GainPermit gain_permit, UnorderedHashSet* solution, std::vector<int>* order, std::vector<float>* gains,
+    double* value, greedy_max::GreedyAncillaryResults* ancillary)>;
 
 // The standard greedy: at each step the gain of every remaining candidate
 // that the constraint still allows is evaluated and the largest gain wins

@@ -55,11 +55,9 @@ bool AcceleratedGreedyConstrainedMaximization(const SubmodularFunction& f, const
     VELMOR_THROW(std::invalid_argument, "%s", problem->c_str());
   }
   const int n = f.GroundSetSize();
-  const bool use_ancillary = ancillary != nullptr && ancillary->singleton_gains_precomputed;
-  if (use_ancillary && ancillary->singleton_gains.size() != static_cast<std::size_t>(n)) {
-    VELMOR_THROW(std::invalid_argument, "Invalid argument, ancillary singleton gains have %ld entries, not %d.",
-                 static_cast<long>(ancillary->singleton_gains.size()), n);
-  }
+  const internal::AncillaryCheck ancillary_check = internal::CheckAncillary(ancillary, n);
+  if (ancillary_check.problem) VELMOR_THROW(std::invalid_argument, "%s", ancillary_check.problem->c_str());
+  const bool use_ancillary = ancillary_check.precomputed;
   if (order == nullptr && gains == nullptr && solution == nullptr) return false;
   if (ancillary != nullptr) ancillary->number_of_gain_evaluations = 0;
 

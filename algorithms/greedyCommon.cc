@@ -35,6 +35,16 @@ std::optional<std::string> GreedyArgumentProblem(const SetFunction& f, const Dow
   return std::nullopt;
 }
 
+AncillaryCheck CheckAncillary(const greedy_max::GreedyAncillaryResults* ancillary, int n) {
+  AncillaryCheck check;
+  check.precomputed = ancillary != nullptr && ancillary->singleton_gains_precomputed;
+  if (check.precomputed && ancillary->singleton_gains.size() != static_cast<std::size_t>(n)) {
+    check.problem = fmt::format("Invalid argument, ancillary singleton gains have {} entries, not {}.",
+                                ancillary->singleton_gains.size(), n);
+  }
+  return check;
+}
+
 GreedyRunState::GreedyRunState(const SubmodularFunction& f, const DownClosedSetConstraint& constraint,
                                const Set& inclusion, const Set& conditioning)
     : current(f.GroundSetSize()), excluded(f.GroundSetSize()) {

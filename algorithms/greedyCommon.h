@@ -27,6 +27,15 @@ std::optional<std::string> GreedyArgumentProblem(const SetFunction& f, const Dow
                                                  int cardinality_limit, const Set& candidates,
                                                  const Set& inclusion, const Set& conditioning);
 
+// Whether `ancillary` holds pre-computed singleton gains, checked to have n
+// entries; otherwise the problem ("Invalid argument, ancillary singleton
+// gains have %ld entries, not %d."), for the caller to throw.
+struct AncillaryCheck {
+  bool precomputed = false;
+  std::optional<std::string> problem;
+};
+AncillaryCheck CheckAncillary(const greedy_max::GreedyAncillaryResults* ancillary, int n);
+
 // The state of one greedy run from `inclusion`: the solution being grown,
 // inclusion ∪ conditioning (never chosen), the function's context at that
 // union and the constraint's context at the solution.

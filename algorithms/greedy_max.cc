@@ -44,11 +44,9 @@ bool GreedyConstrainedMaximization(const SubmodularFunction& f, const DownClosed
                              "returns {} and extra cardinality limit is {}.",
                              inclusion.size(), inclusion_feasible, cardinality_limit));
   }
-  const bool use_ancillary = ancillary != nullptr && ancillary->singleton_gains_precomputed;
-  if (use_ancillary && ancillary->singleton_gains.size() != static_cast<std::size_t>(n)) {
-    VELMOR_THROW(std::invalid_argument, "Invalid argument, ancillary singleton gains have %ld entries, not %d.",
-                 static_cast<long>(ancillary->singleton_gains.size()), n);
-  }
+  const internal::AncillaryCheck ancillary_check = internal::CheckAncillary(ancillary, n);
+  if (ancillary_check.problem) VELMOR_THROW(std::invalid_argument, "%s", ancillary_check.problem->c_str());
+  const bool use_ancillary = ancillary_check.precomputed;
   if (order == nullptr && gains == nullptr && solution == nullptr) return false;
   if (ancillary != nullptr) ancillary->number_of_gain_evaluations = 0;
 

@@ -84,11 +84,9 @@ bool StochasticAcceleratedGreedyConstrainedMaximization(
     VELMOR_THROW(std::invalid_argument, "%s", problem->c_str());
   }
   const int n = f.GroundSetSize();
-  const bool bounds_given = ancillary != nullptr && ancillary->singleton_gains_precomputed;
-  if (bounds_given && ancillary->singleton_gains.size() != static_cast<std::size_t>(n)) {
-    VELMOR_THROW(std::invalid_argument, "Invalid argument, ancillary singleton gains have %ld entries, not %d.",
-                 static_cast<long>(ancillary->singleton_gains.size()), n);
-  }
+  const internal::AncillaryCheck ancillary_check = internal::CheckAncillary(ancillary, n);
+  if (ancillary_check.problem) VELMOR_THROW(std::invalid_argument, "%s", ancillary_check.problem->c_str());
+  const bool bounds_given = ancillary_check.precomputed;
   if (order == nullptr && gains == nullptr && solution == nullptr) return false;
 
   const std::shared_ptr<spdlog::logger> logger = logging::GetLogger("optm");

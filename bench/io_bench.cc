@@ -3,9 +3,17 @@
 //   NpyLoadFresh             ReadMatrixFromNumpyFile into a new matrix (C order);
 //   NpyLoadIntoExisting      the same into a matrix whose storage is reused;
 //   NpyFortranIntoExisting   a Fortran-ordered file, read straight into storage;
-//   CSVRead                  dense CSV parsing throughput (bytes/s).
+//   CSVRead                  dense CSV parsing throughput (bytes/s);
+//   NpyMapAndTouch           the C-order file mapped in place (values checked
+//                            for NaN and Inf, as a read does) plus one pass
+//                            touching every page, then unmapped;
+//   NpyMapIntoFacilityLocation  the mapping handed to a facility-location
+//                            function, with its matrix check and normalization;
+//   NpyReadIntoFacilityLocation the same function from a fresh read of the
+//                            file (n x k matrix copied into element-major order).
 // The files are made in /tmp at start-up. With --measure-memory the program
-// instead reports the peak resident memory growth of one fresh load.
+// instead reports the peak resident memory growth of one fresh load, of one
+// mapped load and of each way of building the facility-location function.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <sys/wait.h>
@@ -13,14 +21,20 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "functions/FacilityLocationFunction.h"
 #include "io/DenseCSVFileIOSupport.h"
 #include "io/DenseNumpyFileIOSupport.h"
+#include "io/MappedNumpyMatrix.h"
 
 namespace {
 
@@ -97,7 +111,66 @@ void CSVRead(benchmark::State& state) {
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * std::filesystem::file_size(kCSV)));
 }
 
+using velmor::FacilityLocationFunction;
+using velmor::matrixio::MappedNumpyMatrix;
+
+MappedNumpyMatrix<float> MapOrDie(const std::string& name) {
+  std::optional<MappedNumpyMatrix<float>> mapped = MappedNumpyMatrix<float>::Map(name);
+  if (!mapped) {
+    std::fprintf(stderr, "%s cannot be mapped in place\n", name.c_str());
+    std::exit(1);
+  }
+  return std::move(*mapped);
+}
+
+void NpyMapAndTouch(benchmark::State& state) {
+  for (auto _ : state) {
+    MappedNumpyMatrix<float> mapped = MapOrDie(kCOrder);
+    const std::size_t count = static_cast<std::size_t>(mapped.rows() * mapped.cols());
+    float sum = 0.0f;
+    for (std::size_t i = 0; i < count; i += 4096 / sizeof(float)) sum += mapped.data()[i];
+    benchmark::DoNotOptimize(sum);
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * std::filesystem::file_size(kCOrder)));
+}
+
+std::unique_ptr<FacilityLocationFunction<float>> MappedFacilityLocation() {
+  MappedNumpyMatrix<float> mapped = MapOrDie(kCOrder);
+  const std::ptrdiff_t n = mapped.rows();
+  const std::ptrdiff_t k = mapped.cols();
+  auto f = std::make_unique<FacilityLocationFunction<float>>(FacilityLocationFunction<float>::ElementMajor{},
+                                                              std::move(mapped).Share(), n, k);
+  f->ComputeNormalizationConstant(false);
+  return f;
+}
+
+std::unique_ptr<FacilityLocationFunction<float>> ReadFacilityLocation() {
+  auto f = std::make_unique<FacilityLocationFunction<float>>(
+      velmor::matrixio::ReadMatrixFromNumpyFile<float>(kCOrder));
+  f->ComputeNormalizationConstant(false);
+  return f;
+}
+
+void NpyMapIntoFacilityLocation(benchmark::State& state) {
+  for (auto _ : state) {
+    auto f = MappedFacilityLocation();
+    benchmark::DoNotOptimize(f->NormalizationScale());
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * std::filesystem::file_size(kCOrder)));
+}
+
+void NpyReadIntoFacilityLocation(benchmark::State& state) {
+  for (auto _ : state) {
+    auto f = ReadFacilityLocation();
+    benchmark::DoNotOptimize(f->NormalizationScale());
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * std::filesystem::file_size(kCOrder)));
+}
+
 BENCHMARK(PlainRead)->Unit(benchmark::kMillisecond)->MinTime(2.0);
+BENCHMARK(NpyMapAndTouch)->Unit(benchmark::kMillisecond)->MinTime(2.0);
+BENCHMARK(NpyMapIntoFacilityLocation)->Unit(benchmark::kMillisecond)->MinTime(2.0);
+BENCHMARK(NpyReadIntoFacilityLocation)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 BENCHMARK(NpyLoadFresh)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 BENCHMARK(NpyLoadIntoExisting)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 BENCHMARK(NpyFortranIntoExisting)->Unit(benchmark::kMillisecond)->MinTime(2.0);
@@ -113,22 +186,44 @@ long PeakResidentKiB() {
   return -1;
 }
 
-// Peak resident growth of one fresh load, in a process that has done nothing
-// else (the files are made by a child process).
-int MeasureMemory() {
+// Peak resident growth of `load` in a fresh child process that has done
+// nothing else, against the matrix's size. Mapped pages of the file count as
+// resident, as /usr/bin/time counts them.
+void MeasureInChild(const char* what, const std::function<void()>& load) {
+  std::fflush(stdout);
   const pid_t child = fork();
   if (child == 0) {
-    MakeFiles();
+    const long before = PeakResidentKiB();
+    load();
+    const long after = PeakResidentKiB();
+    const double matrix_kib = static_cast<double>(kSide) * kSide * sizeof(float) / 1024.0;
+    std::printf("%-32s peak RSS growth %ld KiB for a %.0f KiB matrix: ratio %.3f\n", what, after - before,
+                matrix_kib, static_cast<double>(after - before) / matrix_kib);
+    std::fflush(stdout);
     _exit(0);
   }
   int status = 0;
   waitpid(child, &status, 0);
-  const long before = PeakResidentKiB();
-  DenseMatrix<float> m = velmor::matrixio::ReadMatrixFromNumpyFile<float>(kCOrder);
-  const long after = PeakResidentKiB();
-  const double matrix_kib = static_cast<double>(m.size()) * sizeof(float) / 1024.0;
-  std::printf("peak RSS growth %ld KiB for a %.0f KiB matrix: ratio %.3f\n", after - before, matrix_kib,
-              static_cast<double>(after - before) / matrix_kib);
+}
+
+int MeasureMemory() {
+  MeasureInChild("(making the files)", MakeFiles);
+  MeasureInChild("fresh read", [] {
+    DenseMatrix<float> m = velmor::matrixio::ReadMatrixFromNumpyFile<float>(kCOrder);
+    benchmark::DoNotOptimize(m.data());
+  });
+  MeasureInChild("mapped, every page touched", [] {
+    MappedNumpyMatrix<float> mapped = MapOrDie(kCOrder);
+    benchmark::DoNotOptimize(mapped.data());
+  });
+  MeasureInChild("read into facility location", [] {
+    auto f = ReadFacilityLocation();
+    benchmark::DoNotOptimize(f->NormalizationScale());
+  });
+  MeasureInChild("mapped into facility location", [] {
+    auto f = MappedFacilityLocation();
+    benchmark::DoNotOptimize(f->NormalizationScale());
+  });
   return 0;
 }
 

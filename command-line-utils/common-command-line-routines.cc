@@ -117,6 +117,21 @@ matrixio::DenseMatrix<T> LoadAndTransformMatrix(const char* group, const char* f
 }
 
 template <typename T>
+std::optional<matrixio::MappedNumpyMatrix<T>> MapNumpyMatrixInPlace(const char* group,
+                                                                    const char* file_name) {
+  if (file_name == nullptr || !HasExtension(file_name, ".npy", ".NPY")) return std::nullopt;
+  try {
+    try {
+      return matrixio::MappedNumpyMatrix<T>::Map(file_name);
+    } catch (...) {
+      VELMOR_THROW_NESTED(std::runtime_error, "Problems opening file '%s'.", file_name);
+    }
+  } catch (...) {
+    VELMOR_THROW_NESTED(std::invalid_argument, "Problems loading %s matrix.", group);
+  }
+}
+
+template <typename T>
 matrixio::SparseMatrix<T> LoadAndTransformSparseMatrix(const char* group, const char* file_name,
                                                        int rows, int cols,
                                                        const char* transformation) {
@@ -145,6 +160,8 @@ matrixio::SparseMatrix<T> LoadAndTransformSparseMatrix(const char* group, const 
 
 template matrixio::DenseMatrix<float> LoadAndTransformMatrix<float>(const char*, const char*, int, int, const char*);
 template matrixio::DenseMatrix<double> LoadAndTransformMatrix<double>(const char*, const char*, int, int, const char*);
+template std::optional<matrixio::MappedNumpyMatrix<float>> MapNumpyMatrixInPlace<float>(const char*, const char*);
+template std::optional<matrixio::MappedNumpyMatrix<double>> MapNumpyMatrixInPlace<double>(const char*, const char*);
 template matrixio::SparseMatrix<float> LoadAndTransformSparseMatrix<float>(const char*, const char*, int, int, const char*);
 template matrixio::SparseMatrix<double> LoadAndTransformSparseMatrix<double>(const char*, const char*, int, int, const char*);
 

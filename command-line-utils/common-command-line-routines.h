@@ -4,8 +4,10 @@
 // Loading helpers and output helpers of the command-line program.
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
+#include "io/MappedNumpyMatrix.h"
 #include "io/MatrixIOCommon.h"
 
 namespace velmor {
@@ -35,6 +37,18 @@ void WriteGainsPlotScript(const char* path, bool unnormalized_gains, bool log_sc
 template <typename T>
 matrixio::DenseMatrix<T> LoadAndTransformMatrix(const char* group, const char* file_name, int rows,
                                                 int cols, const char* transformation);
+
+// For a ".npy" or ".NPY" file whose values can be used where they lie as T
+// (see matrixio::MappedNumpyMatrix: T's own type, host byte order, C order),
+// the file mapped into memory, with no read and no copy. std::nullopt for any
+// other name or file: the caller then loads it with LoadAndTransformMatrix,
+// which converts or reports it. A failure while mapping (unreadable file, bad
+// header, too few values, a refused NaN or Inf) throws as
+// LoadAndTransformMatrix would: std::invalid_argument "Problems loading
+// <group> matrix." with "Problems opening file '%s'." and the cause nested.
+template <typename T>
+std::optional<matrixio::MappedNumpyMatrix<T>> MapNumpyMatrixInPlace(const char* group,
+                                                                    const char* file_name);
 
 // The same for sparse groups: a .csv or .npz file is read as a sparse matrix;
 // a dense .npy or .bin file is read dense, transformed (KNN() keeps the k

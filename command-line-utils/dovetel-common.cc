@@ -10,6 +10,7 @@
 #include <fstream>
 #include <limits>
 #include <numeric>
+#include <optional>
 #include <random>
 #include <sstream>
 #include <string>
@@ -23,6 +24,7 @@
 
 #include "algorithms/greedy_max.h"
 #include "algorithms/random_min_max.h"
+#include "command-line-utils/GreedyAlgorithmChoice.h"
 #include "command-line-utils/SetSpecification.h"
 #include "command-line-utils/common-command-line-routines.h"
 #include "command-line-utils/velmor_arguments.h"
@@ -223,8 +225,20 @@ void AddFacilityLocationGroup(const FacilityLocationGroup& g, const char* option
     throw CommandLineError(exception::MakeCommandMessage(
         "%s asymmetric iterations (%d) are not supported; use 0.", g.tag, g.asym_iterations));
   }
+  // An untransformed .npy file of our element type in C order is used where it
+  // lies, mapped into memory: the plain FL keeps the mapping as its storage
+  // (no read, no copy); the soft FL copies it once into its own element-major
+  // matrix (no transposing read). Saving the matrix and centrality need the
+  // loaded n x k matrix, so they take the reading path.
+  std::optional<matrixio::MappedNumpyMatrix<Real>> mapped;
+  if (!g.one_hot_expand && Text(g.transformation).empty() && g.save_matrix == nullptr &&
+      !(g.centrality_responsibility > 0)) {
+    mapped = MapNumpyMatrixInPlace<Real>(g.tag, g.file_name);
+  }
   DenseMatrix<Real> matrix;
-  if (g.one_hot_expand) {
+  if (mapped) {
+    ctrl.debug("{} matrix file '{}' mapped into memory.", g.tag, g.file_name);
+  } else if (g.one_hot_expand) {
     DenseMatrix<Real> codes = LoadAndTransformMatrix<Real>(g.tag, g.file_name, g.rows, g.cols, "");
     matrix = ExpandOneHot(codes, g.tag);
     try {
@@ -244,14 +258,26 @@ void AddFacilityLocationGroup(const FacilityLocationGroup& g, const char* option
 
   std::unique_ptr<SubmodularFunction> f;
   try {
+    const int64_t n = mapped ? mapped->rows() : matrix.rows();
+    const int64_t k = mapped ? mapped->cols() : matrix.cols();
     if (g.softness > 0) {
-      ctrl.info("Creating a Soft Facility Location Function with a {}x{} matrix.", matrix.rows(), matrix.cols());
-      auto soft = std::make_unique<SoftFacilityLocationFunction<Real>>(matrix, g.softness);
+      using Soft = SoftFacilityLocationFunction<Real>;
+      ctrl.info("Creating a Soft Facility Location Function with a {}x{} matrix.", n, k);
+      std::unique_ptr<Soft> soft;
+      if (mapped) {
+        DenseMatrix<Real> landmarks_by_elements = mapped->ElementMajor();
+        mapped.reset();
+        soft = std::make_unique<Soft>(Soft::ElementMajor{}, std::move(landmarks_by_elements), g.softness);
+      } else {
+        soft = std::make_unique<Soft>(matrix, g.softness);
+      }
       soft->ComputeNormalizationConstant(g.no_normalize);
       f = std::move(soft);
     } else {
-      ctrl.info("Creating a Facility Location Function with a {}x{} matrix.", matrix.rows(), matrix.cols());
-      auto hard = std::make_unique<FacilityLocationFunction<Real>>(matrix);
+      using Hard = FacilityLocationFunction<Real>;
+      ctrl.info("Creating a Facility Location Function with a {}x{} matrix.", n, k);
+      auto hard = mapped ? std::make_unique<Hard>(Hard::ElementMajor{}, std::move(*mapped).Share(), n, k)
+                         : std::make_unique<Hard>(matrix);
       hard->ComputeNormalizationConstant(g.no_normalize);
       f = std::move(hard);
     }
@@ -567,10 +593,18 @@ struct Summary {
   double value = 0.0;
 };
 
+// The plain standard greedy never stops on the gain; a chosen algorithm runs
+// through the library's selector.
 Summary RunGreedy(const SubmodularFunction& f, const DownClosedSetConstraint& constraint,
-                  const Set& candidates, const Set& inclusion) {
+                  const Set& candidates, const Set& inclusion, const GreedyAlgorithmChoice& choice = {},
+                  int seed = 0) {
   Summary s;
   s.solution = UnorderedHashSet(f.GroundSetSize());
+  if (!choice.IsPlainStandard()) {
+    RunChosenGreedyAlgorithm(choice, seed, f, constraint, candidates, inclusion, &s.solution, &s.order, &s.gains,
+                             &s.value);
+    return s;
+  }
   const FixedEmptySet conditioning(f.GroundSetSize());
   GreedyConstrainedMaximization(f, constraint, std::numeric_limits<int>::max(), candidates, inclusion,
                                 conditioning, static_cast<GainPermit>(2), &s.solution, &s.order, &s.gains,
@@ -582,7 +616,7 @@ Summary RunGreedy(const SubmodularFunction& f, const DownClosedSetConstraint& co
 // candidates' ascending list) as a starting set and keeps the best completion.
 Summary RunPartialEnumeration(const SubmodularFunction& f, const DownClosedSetConstraint& constraint,
                               const UnorderedHashSet& candidates, const UnorderedHashSet& inclusion,
-                              int p, spdlog::logger& ctrl) {
+                              int p, const GreedyAlgorithmChoice& choice, int seed, spdlog::logger& ctrl) {
   std::vector<int> pool;
   candidates.ToVector(pool);
   pool.erase(std::remove_if(pool.begin(), pool.end(), [&](int v) { return inclusion.contains(v); }),
@@ -603,7 +637,7 @@ Summary RunPartialEnumeration(const SubmodularFunction& f, const DownClosedSetCo
     UnorderedHashSet start = inclusion;
     for (int i : pick) start.insert(pool[static_cast<std::size_t>(i)]);
     if (constraint.IsFeasible(start)) {
-      Summary s = RunGreedy(f, constraint, candidates, start);
+      Summary s = RunGreedy(f, constraint, candidates, start, choice, seed);
       if (!found || s.value > best.value) {
         best = std::move(s);
         found = true;
@@ -644,6 +678,7 @@ int RunSummarization() {
   if (optm_logiterperiod >= 0) greedy_max::SetProgressLoggingPeriod(optm_logiterperiod);
   const auto ctrl_logger = ControlLogger();
   spdlog::logger& ctrl = *ctrl_logger;
+  const GreedyAlgorithmChoice choice = ParseGreedyAlgorithmChoice(greedyalgorithm, "greedyalgorithm");
 
   if (numlibthreads == 0) {
     ctrl.info("Eigen library query to nbThreads() = {}.", Eigen::nbThreads());
@@ -727,11 +762,15 @@ int RunSummarization() {
     }
   }
 
-  // Summarization, timed.
+  // Summarization, timed. A chosen algorithm that draws random numbers gets
+  // its seed from the engine (so -rseed and -seed govern it too).
+  const int algorithm_seed = choice.IsPlainStandard() ? 0 : static_cast<int>(engine() >> 1);
+  if (!choice.IsPlainStandard()) ctrl.info("Greedy algorithm: {}.", choice.Description());
   const Clock before = Clock::Now();
   Summary summary = partialenumeration > 0
-                        ? RunPartialEnumeration(*f, *constraint, candidates, inclusion, partialenumeration, ctrl)
-                        : RunGreedy(*f, *constraint, candidates, inclusion);
+                        ? RunPartialEnumeration(*f, *constraint, candidates, inclusion, partialenumeration, choice,
+                                                algorithm_seed, ctrl)
+                        : RunGreedy(*f, *constraint, candidates, inclusion, choice, algorithm_seed);
   const Clock after = Clock::Now();
   const double user = after.user - before.user, system = after.system - before.system;
   ctrl.info("Summarization time: CPU {}s (User: {}s; System: {}s); Wall Clock {}s.", user + system, user, system,

@@ -139,6 +139,8 @@ bool ctrl_loglimits = true;
 bool rseed = false;
 int32_t seed = 12345;
 bool help = false;
+
+const char* greedyalgorithm = nullptr;
 }  // namespace options
 
 namespace {
@@ -369,6 +371,12 @@ ArgumentRecord program_table[] = {
                    "If not rseed, choose given integer value for seed for deterministic behavior."),
     ArgumentRecord("help", ArgumentRecord::kHelp, &options::help,
                    "Print help message"),
+    ArgumentRecord::Heading("**** Greedy algorithm"),
+    ArgumentRecord("greedyalgorithm", ArgumentRecord::kOptional, &options::greedyalgorithm,
+                   "Greedy algorithm: standard (the default), accelerated, stochastic[(epsilon)] or "
+                   "threshold[(epsilon)] (epsilon 0.1 if not given), any of them with :T appended to run it "
+                   "on T threads (multi-threaded greedy, MGM), e.g. accelerated:2. All but the plain standard "
+                   "greedy stop at the first negative gain."),
     ArgumentRecord::End(),
 };
 

@@ -159,6 +159,9 @@ extern bool ctrl_loglimits;
 extern bool rseed;
 extern int32_t seed;
 extern bool help;
+
+// **** Greedy algorithm (beyond the table above; a name no other option starts with)
+extern const char* greedyalgorithm;
 }  // namespace options
 
 // The program's table (every row above plus the group headings, ended by the

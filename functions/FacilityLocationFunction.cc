@@ -1,5 +1,6 @@
 #include "functions/FacilityLocationFunction.h"
 
+#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <cstring>
@@ -34,6 +35,10 @@ inline typename Quad<T>::type LoadQuad(const T* p) {
   std::memcpy(&q, p, sizeof(q));
   return q;
 }
+
+// Side of the square tiles in which the n x k input is transposed: a tile's
+// source columns stay in the first-level cache.
+constexpr Eigen::Index kTransposeTile = 64;
 
 template <typename T>
 inline T PositivePart(T x) {
@@ -91,7 +96,8 @@ FacilityLocationFunction<T>::FacilityLocationFunction(int ground_set_size, int n
   if (number_of_concepts < 1) {
     VELMOR_THROW(std::invalid_argument, "Invalid argument, number_of_concepts=%d.", ground_set_size);
   }
-  matrix_.setZero(number_of_concepts, ground_set_size);
+  storage_.owned.setZero(number_of_concepts, ground_set_size);
+  storage_.Rebase();
 }
 
 template <typename T>
@@ -105,7 +111,18 @@ FacilityLocationFunction<T>::FacilityLocationFunction(const DenseMatrix& similar
   if (cols < 1 || cols > INT_MAX) {
     VELMOR_THROW(std::invalid_argument, "Invalid argument, number_of_concepts=%ld.", static_cast<long>(rows));
   }
-  matrix_ = similarities.transpose();
+  // Transposed tile by tile: a plain transpose of a large matrix reads one
+  // value per cache line (and per page) and is many times slower.
+  storage_.owned.resize(cols, rows);
+  for (Eigen::Index v = 0; v < rows; v += kTransposeTile) {
+    const Eigen::Index tile_rows = std::min(kTransposeTile, rows - v);
+    for (Eigen::Index i = 0; i < cols; i += kTransposeTile) {
+      const Eigen::Index tile_cols = std::min(kTransposeTile, cols - i);
+      storage_.owned.block(i, v, tile_cols, tile_rows) =
+          similarities.block(v, i, tile_rows, tile_cols).transpose();
+    }
+  }
+  storage_.Rebase();
   n_ = static_cast<int>(rows);
   k_ = static_cast<int>(cols);
 }
@@ -121,9 +138,81 @@ FacilityLocationFunction<T>::FacilityLocationFunction(ElementMajor, DenseMatrix&
   if (rows < 1 || rows > INT_MAX) {
     VELMOR_THROW(std::invalid_argument, "Invalid argument, number_of_concepts=%ld.", static_cast<long>(cols));
   }
-  matrix_ = std::move(landmarks_by_elements);
+  storage_.owned = std::move(landmarks_by_elements);
+  storage_.Rebase();
   n_ = static_cast<int>(cols);
   k_ = static_cast<int>(rows);
+}
+
+template <typename T>
+FacilityLocationFunction<T>::FacilityLocationFunction(ElementMajor,
+                                                      std::shared_ptr<T> landmarks_by_elements,
+                                                      std::ptrdiff_t ground_set_size,
+                                                      std::ptrdiff_t number_of_concepts)
+    : n_(0), k_(0) {
+  if (ground_set_size < 1 || ground_set_size > INT_MAX) {
+    VELMOR_THROW(std::invalid_argument, "Invalid argument, ground_set_size=%ld.",
+                 static_cast<long>(ground_set_size));
+  }
+  if (number_of_concepts < 1 || number_of_concepts > INT_MAX) {
+    VELMOR_THROW(std::invalid_argument, "Invalid argument, number_of_concepts=%ld.",
+                 static_cast<long>(ground_set_size));
+  }
+  if (landmarks_by_elements == nullptr) {
+    VELMOR_THROW(std::invalid_argument, "Invalid argument, no similarity storage.");
+  }
+  storage_.shared = std::move(landmarks_by_elements);
+  storage_.Rebase();
+  n_ = static_cast<int>(ground_set_size);
+  k_ = static_cast<int>(number_of_concepts);
+}
+
+// ----- Storage -----------------------------------------------------------------
+
+template <typename T>
+FacilityLocationFunction<T>::Storage::Storage(const Storage& other)
+    : owned(other.owned), shared(other.shared) {
+  Rebase();
+}
+
+template <typename T>
+FacilityLocationFunction<T>::Storage::Storage(Storage&& other) noexcept
+    : owned(std::move(other.owned)), shared(std::move(other.shared)) {
+  Rebase();
+  other.Rebase();
+}
+
+template <typename T>
+typename FacilityLocationFunction<T>::Storage& FacilityLocationFunction<T>::Storage::operator=(
+    const Storage& other) {
+  if (this != &other) {
+    Storage copy(other);
+    *this = std::move(copy);
+  }
+  return *this;
+}
+
+template <typename T>
+typename FacilityLocationFunction<T>::Storage& FacilityLocationFunction<T>::Storage::operator=(
+    Storage&& other) noexcept {
+  if (this != &other) {
+    owned = std::move(other.owned);
+    shared = std::move(other.shared);
+    Rebase();
+    other.Rebase();
+  }
+  return *this;
+}
+
+template <typename T>
+T* FacilityLocationFunction<T>::MutableData() {
+  if (storage_.shared != nullptr && storage_.shared.use_count() > 1) {
+    // Copy first, then switch: a failed allocation leaves the storage shared.
+    storage_.owned = Eigen::Map<const DenseMatrix>(storage_.shared.get(), k_, n_);
+    storage_.shared.reset();
+    storage_.Rebase();
+  }
+  return storage_.data;
 }
 
 template <typename T>

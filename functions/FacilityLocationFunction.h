@@ -14,8 +14,16 @@
 // ComputeNormalizationConstant(false), f(V) = 1.
 //
 // Storage is element-major: the k values of element v are contiguous, at
-// offset v * k, held as a k x n column-major Eigen matrix (column v is element
-// v's row). This is the layout the gain loop streams through.
+// offset v * k, i.e. a k x n column-major matrix (column v is element v's
+// row). This is the layout the gain loop streams through. The function either
+// owns it as an Eigen matrix or shares storage held elsewhere (for instance a
+// file mapped into memory) through a std::shared_ptr; the evaluation code
+// reads both alike through one base pointer.
+//
+// Copies (and clones): an owned matrix is copied; shared storage is shared
+// by the copy. The mutating accessors (MutableRow, MutableElementMajorMatrix)
+// first give the function its own copy of shared storage when anyone else
+// holds it too, so a copy never sees another's writes.
 //
 // Summation orders (fixed, so that results are reproducible bit for bit):
 //   - values: the maxima are summed in double in landmark order;
@@ -28,6 +36,7 @@
 // Errors are std::invalid_argument with location-prefixed messages (see each
 // operation). T is float or double.
 
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <utility>
@@ -141,6 +150,16 @@ class FacilityLocationFunction
   // matrix is moved in, with no copy. Same errors (n = columns, k = rows).
   FacilityLocationFunction(ElementMajor, DenseMatrix&& landmarks_by_elements);
 
+  // From element-major storage held elsewhere: `landmarks_by_elements` points
+  // at n * k values, element v's k similarities at offset v * k. The function
+  // keeps its share of the pointer and reads the values where they are, with
+  // no copy. Throws "Invalid argument, ground_set_size=%ld." for n < 1 or
+  // above INT_MAX, "Invalid argument, number_of_concepts=%ld." (printing n)
+  // for such k, and "Invalid argument, no similarity storage." for a null
+  // pointer.
+  FacilityLocationFunction(ElementMajor, std::shared_ptr<T> landmarks_by_elements,
+                           std::ptrdiff_t ground_set_size, std::ptrdiff_t number_of_concepts);
+
   // 1. When MatrixValueChecksEnabled(): every S(v, i), element by element
   //    and landmark by landmark, must be free of NaN and infinity (checked by
   //    CheckValueThrowWithInfo); the first failure is thrown nested in
@@ -195,11 +214,23 @@ class FacilityLocationFunction
   // S(v, i), unchecked.
   T Similarity(int v, int i) const { return Row(v)[i]; }
   // Element v's k similarities, contiguous; unchecked.
-  const T* Row(int v) const { return matrix_.data() + static_cast<std::ptrdiff_t>(v) * k_; }
-  T* MutableRow(int v) { return matrix_.data() + static_cast<std::ptrdiff_t>(v) * k_; }
-  // The k x n element-major matrix. Its shape must not be changed.
-  const DenseMatrix& ElementMajorMatrix() const { return matrix_; }
-  DenseMatrix& MutableElementMajorMatrix() { return matrix_; }
+  const T* Row(int v) const { return storage_.data + static_cast<std::ptrdiff_t>(v) * k_; }
+  // Writable row v; unchecked. Shared storage held by others too is first
+  // copied into the function's own matrix (O(n k) once); storage held by this
+  // function alone is written in place (a privately mapped file takes the
+  // write into its copied page, never into the file).
+  T* MutableRow(int v) { return MutableData() + static_cast<std::ptrdiff_t>(v) * k_; }
+  // The k x n element-major matrix, as a view of the storage.
+  Eigen::Map<const DenseMatrix> ElementMajorMatrix() const {
+    return Eigen::Map<const DenseMatrix>(storage_.data, k_, n_);
+  }
+  // Writable view, with MutableRow's rule for shared storage.
+  Eigen::Map<DenseMatrix> MutableElementMajorMatrix() {
+    return Eigen::Map<DenseMatrix>(MutableData(), k_, n_);
+  }
+  // Whether the storage is shared (held through a std::shared_ptr) rather
+  // than the function's own matrix.
+  bool HasSharedStorage() const { return storage_.shared != nullptr; }
 
  private:
   // m_i = max(m_i, S(v, i)) for every landmark.
@@ -209,7 +240,28 @@ class FacilityLocationFunction
   // Sum of max(0, S(v, i) - m_i) in double, in landmark order.
   double PositiveExcessInDouble(int v, const T* maxima) const;
 
-  DenseMatrix matrix_;  // k x n
+  // The element-major values: the function's own k x n matrix, or a share of
+  // storage held elsewhere. `data` points at whichever is in use and follows
+  // it through copies and moves (a copy copies `owned` and shares `shared`).
+  struct Storage {
+    DenseMatrix owned;          // k x n when owned; empty with shared storage
+    std::shared_ptr<T> shared;  // shared storage, or null when owned
+    T* data = nullptr;          // element v's row at data + v * k
+
+    Storage() = default;
+    Storage(const Storage& other);
+    Storage(Storage&& other) noexcept;
+    Storage& operator=(const Storage& other);
+    Storage& operator=(Storage&& other) noexcept;
+    // Points `data` at the storage in use.
+    void Rebase() { data = shared != nullptr ? shared.get() : owned.data(); }
+  };
+
+  // The storage base for writing: shared storage that others hold too is
+  // first copied into the function's own matrix.
+  T* MutableData();
+
+  Storage storage_;
   int n_;
   int k_;
   double scale_ = 1.0;

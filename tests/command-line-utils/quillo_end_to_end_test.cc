@@ -305,6 +305,44 @@ TEST_F(QuilloRun, BadFilesGiveNestedReports) {
   EXPECT_TRUE(run.Has("Problems opening an FL function.")) << run;
 }
 
+TEST_F(QuilloRun, GreedyAlgorithmChoices) {
+  MakeSimilarity(60, 4);
+  const std::string oracle = Python(std::string(kGreedyOracle) +
+                                    "o, g = greedy(np.load('sim.npy'), 8)\n"
+                                    "print(' '.join(map(str, o)), sum(g))\n");
+  const std::string expected_order = oracle.substr(0, oracle.rfind(' '));
+  const double expected_value = std::stod(oracle.substr(oracle.rfind(' ') + 1));
+  // The accelerated greedy finds the standard greedy's order; the others come
+  // close in value (or beat it); every one writes order and gains of the same length.
+  for (const std::string choice : {"accelerated", "acc:2", "stochastic", "sto(0.3):2", "threshold(0.05)",
+                                   "threshold:3", "standard:2"}) {
+    const Outcome run = Quillo("-flfilename sim.npy -sumsize 8 -greedyalgorithm '" + choice +
+                               "' -outfilesummary order.npy -outfilegains gains.npy -cloglevel info");
+    ASSERT_EQ(run.status, 0) << choice << "\n" << run;
+    EXPECT_TRUE(run.Has("Greedy algorithm: ")) << run;
+    const std::string got = Python(
+        "o = np.load('order.npy').astype(int).ravel(); g = np.load('gains.npy').ravel()\n"
+        "assert len(o) == 8 and len(g) == 8 and len(set(o)) == 8, (o, g)\n"
+        "print(' '.join(map(str, o)), sum(g))\n");
+    const double value = std::stod(got.substr(got.rfind(' ') + 1));
+    if (choice == "accelerated") {
+      EXPECT_EQ(got.substr(0, got.rfind(' ')), expected_order);
+    }
+    EXPECT_GE(value, 0.9 * expected_value) << choice;
+  }
+  // The same seed gives the same stochastic summary; bad texts are command-line errors.
+  Quillo("-flfilename sim.npy -sumsize 8 -greedyalgorithm stochastic -outfilesummary a.npy -seed 9");
+  Quillo("-flfilename sim.npy -sumsize 8 -greedyalgorithm stochastic -outfilesummary b.npy -seed 9");
+  EXPECT_EQ(Python("print((np.load('a.npy') == np.load('b.npy')).all())"), "True\n");
+  for (const std::string bad : {"st", "fast", "accelerated(0.1)", "threshold(1)", "stochastic:0", "threshold(x"}) {
+    const Outcome run = Quillo("-flfilename sim.npy -sumsize 8 -greedyalgorithm '" + bad + "'");
+    EXPECT_EQ(run.status, 1) << bad << "\n" << run;
+    EXPECT_TRUE(run.Has("Invalid greedy algorithm '" + bad + "' for option -greedyalgorithm: ")) << run;
+  }
+  // The option answers to a prefix too.
+  EXPECT_EQ(Quillo("-flfilename sim.npy -sumsize 8 -g accelerated").status, 0);
+}
+
 TEST_F(QuilloRun, Signals) {
   // A run long enough to be interrupted: the standard greedy over 2500 elements.
   Python("np.save('big.npy', np.random.default_rng(5).random((2500, 2500)).astype(np.float32))");

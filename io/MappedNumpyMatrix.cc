@@ -1,0 +1,194 @@
+#include "io/MappedNumpyMatrix.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <istream>
+#include <stdexcept>
+#include <type_traits>
+#include <utility>
+
+#include "io/MatrixIOInternal.h"
+#include "io/NumpyArrayReading.h"
+#include "utils/error_messages.h"
+
+namespace velmor::matrixio {
+namespace {
+
+template <typename T>
+constexpr NumpyDataType OwnType() {
+  return std::is_same_v<T, float> ? NumpyDataType::kFloat32 : NumpyDataType::kFloat64;
+}
+
+// Closes a file descriptor on every way out.
+class FileDescriptor {
+ public:
+  explicit FileDescriptor(int fd) : fd_(fd) {}
+  ~FileDescriptor() {
+    if (fd_ >= 0) close(fd_);
+  }
+  FileDescriptor(const FileDescriptor&) = delete;
+  FileDescriptor& operator=(const FileDescriptor&) = delete;
+  int get() const { return fd_; }
+
+ private:
+  int fd_;
+};
+
+// Unmaps a mapping on every way out unless released.
+class MappingGuard {
+ public:
+  MappingGuard(void* base, std::size_t length) : base_(base), length_(length) {}
+  ~MappingGuard() {
+    if (base_ != nullptr) munmap(base_, length_);
+  }
+  MappingGuard(const MappingGuard&) = delete;
+  MappingGuard& operator=(const MappingGuard&) = delete;
+  void* get() const { return base_; }
+  void* release() { return std::exchange(base_, nullptr); }
+
+ private:
+  void* base_;
+  std::size_t length_;
+};
+
+}  // namespace
+
+template <typename T>
+bool MappedNumpyMatrix<T>::CanMapInPlace(const NumpyHeader& header, uint64_t data_offset) {
+  const bool memory_order_is_c_order =
+      !header.fortran_order || header.rows == 1 || header.cols == 1;
+  return header.type == OwnType<T>() && !header.swap_bytes && memory_order_is_c_order &&
+         header.rows > 0 && header.cols > 0 && data_offset % alignof(T) == 0;
+}
+
+template <typename T>
+std::optional<MappedNumpyMatrix<T>> MappedNumpyMatrix<T>::Map(const std::string& file_name) {
+  // Non-blocking, so that opening a FIFO with no writer does not wait; it is
+  // refused below anyway, before anything has been read from it.
+  errno = 0;
+  FileDescriptor file(open(file_name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  if (file.get() < 0) {
+    const std::string error = internal::SystemErrorText();
+    VELMOR_THROW(std::runtime_error, "Error reading matrix from numpy stream: %s.", error.c_str());
+  }
+  struct stat status;
+  if (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
+  const std::size_t length = static_cast<std::size_t>(status.st_size);
+
+  // An empty file cannot be mapped; its header is parsed from no bytes at
+  // all, which fails as a short read.
+  void* base = nullptr;
+  if (length > 0) {
+    base = mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_PRIVATE, file.get(), 0);
+    if (base == MAP_FAILED) return std::nullopt;
+  }
+  MappingGuard mapping(base, length);
+
+  internal::MemoryStreamBuf memory(static_cast<const char*>(base), length);
+  std::istream stream(&memory);
+  uint64_t data_offset = 0;
+  const NumpyHeader header = ReadNumpyFileHeader(stream, &data_offset);
+  if (!CanMapInPlace(header, data_offset)) return std::nullopt;
+
+  // The sizes, checked without overflow against the bytes present.
+  const uint64_t rows = static_cast<uint64_t>(header.rows);
+  const uint64_t cols = static_cast<uint64_t>(header.cols);
+  const uint64_t count = rows * cols;
+  const bool overflow = count / cols != rows || count > (uint64_t{1} << 62) / sizeof(T);
+  if (overflow || length - data_offset < count * sizeof(T)) {
+    VELMOR_THROW(std::runtime_error, "Error reading matrix from numpy stream: '%s'.",
+                 "unexpected end of file");
+  }
+  T* data = reinterpret_cast<T*>(static_cast<char*>(base) + data_offset);
+  // Start reading the file in now if it is not in the page cache yet. Only a
+  // hint: a failure changes nothing.
+  (void)madvise(base, length, MADV_WILLNEED);
+
+  const bool nan_check = CheckForIEEENaNOnRead();
+  const bool inf_check = CheckForIEEEInfOnRead();
+  if (nan_check || inf_check) {
+    const std::size_t n = static_cast<std::size_t>(count);
+    const std::size_t bad = internal::FindFirstIEEESpecial<T>(data, n, nan_check, inf_check);
+    if (bad != n) {
+      try {
+        internal::ThrowNumpyValueFailure<T>(reinterpret_cast<const char*>(data + bad), header.type,
+                                            false);
+      } catch (...) {
+        VELMOR_THROW_NESTED(
+            std::runtime_error,
+            fmt::format("Unable to read and convert data type {} from npy matrix at "
+                        "row,col {},{}",
+                        internal::NumpyTypeName(header.type), bad / cols, bad % cols));
+      }
+    }
+  }
+  return MappedNumpyMatrix(mapping.release(), length, data, header.rows, header.cols);
+}
+
+template <typename T>
+MappedNumpyMatrix<T>::MappedNumpyMatrix(void* base, std::size_t length, T* data, int64_t rows,
+                                        int64_t cols)
+    : base_(base), length_(length), data_(data), rows_(rows), cols_(cols) {}
+
+template <typename T>
+MappedNumpyMatrix<T>::MappedNumpyMatrix(MappedNumpyMatrix&& other) noexcept
+    : base_(std::exchange(other.base_, nullptr)),
+      length_(std::exchange(other.length_, 0)),
+      data_(std::exchange(other.data_, nullptr)),
+      rows_(std::exchange(other.rows_, 0)),
+      cols_(std::exchange(other.cols_, 0)) {}
+
+template <typename T>
+MappedNumpyMatrix<T>& MappedNumpyMatrix<T>::operator=(MappedNumpyMatrix&& other) noexcept {
+  if (this != &other) {
+    Release();
+    base_ = std::exchange(other.base_, nullptr);
+    length_ = std::exchange(other.length_, 0);
+    data_ = std::exchange(other.data_, nullptr);
+    rows_ = std::exchange(other.rows_, 0);
+    cols_ = std::exchange(other.cols_, 0);
+  }
+  return *this;
+}
+
+template <typename T>
+MappedNumpyMatrix<T>::~MappedNumpyMatrix() {
+  Release();
+}
+
+template <typename T>
+void MappedNumpyMatrix<T>::Release() noexcept {
+  if (base_ != nullptr) munmap(base_, length_);
+  base_ = nullptr;
+  length_ = 0;
+  data_ = nullptr;
+  rows_ = 0;
+  cols_ = 0;
+}
+
+template <typename T>
+Eigen::Map<const DenseMatrix<T>> MappedNumpyMatrix<T>::ElementMajor() const {
+  return Eigen::Map<const DenseMatrix<T>>(data_, cols_, rows_);
+}
+
+template <typename T>
+Eigen::Map<DenseMatrix<T>> MappedNumpyMatrix<T>::MutableElementMajor() {
+  return Eigen::Map<DenseMatrix<T>>(data_, cols_, rows_);
+}
+
+template <typename T>
+std::shared_ptr<T> MappedNumpyMatrix<T>::Share() && {
+  auto owner = std::make_shared<MappedNumpyMatrix>(std::move(*this));
+  T* data = owner->data_;
+  return std::shared_ptr<T>(std::move(owner), data);
+}
+
+template class MappedNumpyMatrix<float>;
+template class MappedNumpyMatrix<double>;
+
+}  // namespace velmor::matrixio

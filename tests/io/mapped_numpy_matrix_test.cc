@@ -1,0 +1,399 @@
+// .npy files used in place: the mapped values against the reader's, the files
+// that must be left to the reader, and failures against the reader's own.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "io/DenseNumpyFileIOSupport.h"
+#include "io/MappedNumpyMatrix.h"
+#include "tests/io/io_test_support.h"
+
+namespace velmor::matrixio {
+namespace {
+
+using testing::ChainText;
+using testing::NpyBytes;
+using testing::ReadFileBytes;
+using testing::RunPython;
+using testing::TempDir;
+using testing::WriteFileBytes;
+
+// Lines of /proc/self/maps that map `file_name`: how many mappings of it
+// this process holds.
+int MappingsOf(const std::string& file_name) {
+  std::ifstream maps("/proc/self/maps");
+  std::string line;
+  int count = 0;
+  while (std::getline(maps, line)) {
+    if (line.size() >= file_name.size() &&
+        line.compare(line.size() - file_name.size(), file_name.size(), file_name) == 0) {
+      ++count;
+    }
+  }
+  return count;
+}
+
+// `text` without its "[[@File:line:function]] " location prefixes.
+std::string StripLocations(std::string text) {
+  for (std::size_t at = text.find("[[@"); at != std::string::npos; at = text.find("[[@", at)) {
+    const std::size_t end = text.find("]] ", at);
+    if (end == std::string::npos) break;
+    text.erase(at, end + 3 - at);
+  }
+  return text;
+}
+
+// The message chain without the "[[@File:line:function]] " prefixes, which
+// name the throwing function and so differ between reader and mapper.
+std::string WithoutLocations(const std::string& chain) {
+  return StripLocations(chain);
+}
+
+template <typename F>
+std::optional<std::string> FailureOf(F&& call) {
+  try {
+    call();
+  } catch (const std::exception& e) {
+    return WithoutLocations(ChainText(e));
+  }
+  return std::nullopt;
+}
+
+// Raw bytes of `matrix` equal to the element-major view of `mapped`: the
+// transpose, value for value, bit for bit.
+template <typename T>
+void ExpectSameValues(const MappedNumpyMatrix<T>& mapped, const DenseMatrix<T>& matrix) {
+  ASSERT_EQ(mapped.rows(), matrix.rows());
+  ASSERT_EQ(mapped.cols(), matrix.cols());
+  const DenseMatrix<T> transposed = matrix.transpose();
+  EXPECT_EQ(std::memcmp(mapped.data(), transposed.data(),
+                        sizeof(T) * static_cast<std::size_t>(matrix.size())),
+            0);
+  EXPECT_EQ(mapped.ElementMajor().data(), mapped.data());
+  EXPECT_EQ(mapped.ElementMajor().rows(), matrix.cols());
+  EXPECT_EQ(mapped.ElementMajor().cols(), matrix.rows());
+}
+
+template <typename T>
+DenseMatrix<T> Pattern(int rows, int cols) {
+  DenseMatrix<T> m(rows, cols);
+  for (int i = 0; i < rows; ++i) {
+    for (int j = 0; j < cols; ++j) m(i, j) = static_cast<T>(i * 1000 + j) / T(7) - T(3);
+  }
+  return m;
+}
+
+// numpy's files of every layout the tests need, for shape r x c:
+// <t>c (C order), <t>f (Fortran order), <t>b (big-endian C order), with t f4
+// or f8; and the integer files i4c, i8c, a vector and a 3-d array.
+constexpr const char* kNumpyFiles = R"PY(
+import numpy as np, os, sys
+d = os.path.dirname(os.path.abspath(__file__))
+rng = np.random.default_rng(11)
+for (r, c) in [(1, 1), (3, 5), (16, 16), (17, 33), (40, 1), (1, 40)]:
+    m = rng.random((r, c))
+    for t in ['f4', 'f8']:
+        x = m.astype(t)
+        np.save(os.path.join(d, '%sc_%dx%d.npy' % (t, r, c)), x)
+        np.save(os.path.join(d, '%sf_%dx%d.npy' % (t, r, c)), np.asfortranarray(x))
+        np.save(os.path.join(d, '%sb_%dx%d.npy' % (t, r, c)), x.astype('>' + t))
+    np.save(os.path.join(d, 'i4c_%dx%d.npy' % (r, c)), (m * 100).astype(np.int32))
+    np.save(os.path.join(d, 'i8c_%dx%d.npy' % (r, c)), (m * 100).astype(np.int64))
+for t in ['f4', 'f8']:
+    np.save(os.path.join(d, '%s_vector.npy' % t), rng.random(23).astype(t))
+np.save(os.path.join(d, 'cube.npy'), rng.random((2, 3, 4)).astype('f4'))
+)PY";
+
+class MappedNumpyFiles : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    dir_ = new TempDir();
+    ASSERT_EQ(RunPython(*dir_, kNumpyFiles), 0);
+  }
+  static void TearDownTestSuite() {
+    delete dir_;
+    dir_ = nullptr;
+  }
+  static TempDir* dir_;
+};
+TempDir* MappedNumpyFiles::dir_ = nullptr;
+
+template <typename T>
+class MappedNumpyTyped : public MappedNumpyFiles {};
+using ElementTypes = ::testing::Types<float, double>;
+TYPED_TEST_SUITE(MappedNumpyTyped, ElementTypes);
+
+template <typename T>
+const char* OwnCode() {
+  return sizeof(T) == 4 ? "f4" : "f8";
+}
+template <typename T>
+const char* OtherCode() {
+  return sizeof(T) == 4 ? "f8" : "f4";
+}
+
+TYPED_TEST(MappedNumpyTyped, MappedValuesEqualReadValues) {
+  using T = TypeParam;
+  const TempDir& dir = *this->dir_;
+  const std::string own = OwnCode<T>();
+  // numpy's C-ordered files (header padded to 64 bytes), every shape.
+  for (const char* shape : {"1x1", "3x5", "16x16", "17x33", "40x1", "1x40"}) {
+    const std::string name = dir.File(own + "c_" + shape + ".npy");
+    SCOPED_TRACE(name);
+    std::optional<MappedNumpyMatrix<T>> mapped = MappedNumpyMatrix<T>::Map(name);
+    ASSERT_TRUE(mapped.has_value());
+    ExpectSameValues(*mapped, ReadMatrixFromNumpyFile<T>(name));
+  }
+  // A single row or column in Fortran order is laid out as in C order.
+  for (const char* shape : {"1x1", "40x1", "1x40"}) {
+    const std::string name = dir.File(own + "f_" + shape + ".npy");
+    SCOPED_TRACE(name);
+    std::optional<MappedNumpyMatrix<T>> mapped = MappedNumpyMatrix<T>::Map(name);
+    ASSERT_TRUE(mapped.has_value());
+    ExpectSameValues(*mapped, ReadMatrixFromNumpyFile<T>(name));
+  }
+  // A vector (n,) is n x 1.
+  {
+    const std::string name = dir.File(own + "_vector.npy");
+    std::optional<MappedNumpyMatrix<T>> mapped = MappedNumpyMatrix<T>::Map(name);
+    ASSERT_TRUE(mapped.has_value());
+    EXPECT_EQ(mapped->rows(), 23);
+    EXPECT_EQ(mapped->cols(), 1);
+    ExpectSameValues(*mapped, ReadMatrixFromNumpyFile<T>(name));
+  }
+  // Our own writer's files (header padded to 16 bytes), around powers of two.
+  for (const int rows : {1, 2, 7, 8, 9, 64}) {
+    for (const int cols : {1, 3, 4, 5, 31, 32, 33}) {
+      const std::string name = dir.File("ours.npy");
+      const DenseMatrix<T> m = Pattern<T>(rows, cols);
+      WriteMatrixToNumpyFile<T>(name, m, false);
+      std::optional<MappedNumpyMatrix<T>> mapped = MappedNumpyMatrix<T>::Map(name);
+      ASSERT_TRUE(mapped.has_value()) << rows << " x " << cols;
+      ExpectSameValues(*mapped, m);
+    }
+  }
+}
+
+TYPED_TEST(MappedNumpyTyped, FilesThatNeedConversionAreLeftToTheReader) {
+  using T = TypeParam;
+  const TempDir& dir = *this->dir_;
+  const std::string own = OwnCode<T>();
+  const std::string other = OtherCode<T>();
+  const std::vector<std::string> refused = {
+      own + "f_3x5.npy",   own + "f_17x33.npy",  // Fortran order
+      own + "b_3x5.npy",   own + "b_1x1.npy",    // big-endian
+      other + "c_3x5.npy", other + "c_1x1.npy",  // the other float type
+      "i4c_3x5.npy",       "i8c_3x5.npy",        // integers
+  };
+  for (const std::string& file : refused) {
+    const std::string name = dir.File(file);
+    SCOPED_TRACE(name);
+    EXPECT_FALSE(MappedNumpyMatrix<T>::Map(name).has_value());
+    EXPECT_EQ(MappingsOf(name), 0);
+  }
+  // The reader takes those of T's own type, with the values of the C-ordered
+  // little-endian file of the same matrix.
+  for (const char* layout : {"f_", "b_"}) {
+    const std::string name = dir.File(own + layout + "17x33.npy");
+    const DenseMatrix<T> read = ReadMatrixFromNumpyFile<T>(name);
+    std::optional<MappedNumpyMatrix<T>> reference =
+        MappedNumpyMatrix<T>::Map(dir.File(own + "c_17x33.npy"));
+    ASSERT_TRUE(reference.has_value());
+    ExpectSameValues(*reference, read);
+  }
+
+  // Data that starts at an offset that is not a multiple of the value size:
+  // our file with one more blank in its header.
+  const DenseMatrix<T> m = Pattern<T>(3, 5);
+  const std::string aligned = dir.File("aligned.npy");
+  WriteMatrixToNumpyFile<T>(aligned, m, false);
+  std::string bytes = ReadFileBytes(aligned);
+  const std::size_t header_length = static_cast<unsigned char>(bytes[8]) + 1;
+  bytes[8] = static_cast<char>(header_length);
+  const std::size_t newline = bytes.find('\n');
+  bytes = bytes.substr(0, newline) + ' ' + bytes.substr(newline);
+  const std::string misaligned = dir.File("misaligned.npy");
+  WriteFileBytes(misaligned, bytes);
+  {
+    std::ifstream in(misaligned, std::ios::binary);
+    uint64_t data_offset = 0;
+    const NumpyHeader header = ReadNumpyFileHeader(in, &data_offset);
+    EXPECT_EQ(data_offset, header_length + 10);
+    EXPECT_NE(data_offset % sizeof(T), 0u);
+    EXPECT_FALSE(MappedNumpyMatrix<T>::CanMapInPlace(header, data_offset));
+    EXPECT_TRUE(MappedNumpyMatrix<T>::CanMapInPlace(header, data_offset - 1));
+  }
+  EXPECT_FALSE(MappedNumpyMatrix<T>::Map(misaligned).has_value());
+  EXPECT_TRUE((ReadMatrixFromNumpyFile<T>(misaligned).array() == m.array()).all());
+
+  // Not regular files.
+  EXPECT_FALSE(MappedNumpyMatrix<T>::Map("/dev/null").has_value());
+  EXPECT_FALSE(MappedNumpyMatrix<T>::Map(dir.File("")).has_value());
+}
+
+TYPED_TEST(MappedNumpyTyped, FailuresAreTheReadersFailures) {
+  using T = TypeParam;
+  const TempDir& dir = *this->dir_;
+  const std::string name = dir.File("cut.npy");
+  auto expect_same_failure = [&name](const std::string& what) {
+    SCOPED_TRACE(what);
+    const std::optional<std::string> read = FailureOf([&] { ReadMatrixFromNumpyFile<T>(name); });
+    const std::optional<std::string> map = FailureOf([&] { MappedNumpyMatrix<T>::Map(name); });
+    ASSERT_TRUE(read.has_value());
+    ASSERT_TRUE(map.has_value());
+    EXPECT_EQ(*map, *read);
+    EXPECT_EQ(MappingsOf(name), 0);
+  };
+
+  // Missing file.
+  std::remove(name.c_str());
+  expect_same_failure("missing file");
+
+  // Truncation at every byte, header and values alike.
+  WriteMatrixToNumpyFile<T>(name, Pattern<T>(3, 5), false);
+  const std::string whole = ReadFileBytes(name);
+  for (std::size_t size = 0; size < whole.size(); ++size) {
+    WriteFileBytes(name, whole.substr(0, size));
+    expect_same_failure("truncated to " + std::to_string(size) + " bytes");
+  }
+
+  // Bad headers.
+  const std::string descr = std::string("'<") + OwnCode<T>() + "'";
+  for (const std::string& dictionary : std::vector<std::string>{
+           "{'descr': '<c8', 'fortran_order': False, 'shape': (2, 2), }",
+           "{'descr': " + descr + ", 'fortran_order': Maybe, 'shape': (2, 2), }",
+           "{'descr': " + descr + ", 'fortran_order': False, 'shape': (0, 2), }",
+           "{'descr': " + descr + ", 'fortran_order': False, 'shape': (2, 2, 2), }",
+           "{'descr': " + descr + ", 'fortran_order': False, 'shape': (2, x), }",
+           "{'descr': " + descr + ", 'fortran_order': False, }",
+           "{'fortran_order': False, 'shape': (2, 2), }",
+           "{'descr': " + descr + ", 'fortran_order': False, 'shape': (9, 9), }"}) {
+    WriteFileBytes(name, NpyBytes(dictionary, std::string(64 * sizeof(T), '\0')));
+    expect_same_failure(dictionary);
+  }
+  // numpy's 3-d array.
+  {
+    const std::string cube = dir.File("cube.npy");
+    const std::optional<std::string> read = FailureOf([&] { ReadMatrixFromNumpyFile<T>(cube); });
+    const std::optional<std::string> map = FailureOf([&] { MappedNumpyMatrix<T>::Map(cube); });
+    ASSERT_TRUE(read.has_value() && map.has_value());
+    EXPECT_EQ(*map, *read);
+  }
+}
+
+// Restores the read switches on scope exit.
+struct ReadSwitches {
+  bool nan = CheckForIEEENaNOnRead();
+  bool inf = CheckForIEEEInfOnRead();
+  ~ReadSwitches() {
+    SetCheckForIEEENaNOnRead(nan);
+    SetCheckForIEEEInfOnRead(inf);
+  }
+};
+
+TYPED_TEST(MappedNumpyTyped, SpecialValuesFollowTheReadSwitches) {
+  using T = TypeParam;
+  const TempDir& dir = *this->dir_;
+  ReadSwitches restore;
+  const std::string name = dir.File("special.npy");
+  for (const T special : {std::numeric_limits<T>::quiet_NaN(), std::numeric_limits<T>::infinity(),
+                          -std::numeric_limits<T>::infinity()}) {
+    DenseMatrix<T> m = Pattern<T>(4, 6);
+    m(2, 3) = special;
+    m(3, 1) = special;  // a later one is not the one reported
+    WriteMatrixToNumpyFile<T>(name, m, false);
+
+    // Switches on: the reader's failure, naming the first special in file order.
+    SetCheckForIEEENaNOnRead(true);
+    SetCheckForIEEEInfOnRead(true);
+    const std::optional<std::string> read = FailureOf([&] { ReadMatrixFromNumpyFile<T>(name); });
+    const std::optional<std::string> map = FailureOf([&] { MappedNumpyMatrix<T>::Map(name); });
+    ASSERT_TRUE(read.has_value() && map.has_value());
+    EXPECT_EQ(*map, *read);
+    EXPECT_NE(map->find("row,col 2,3"), std::string::npos) << *map;
+    EXPECT_EQ(MappingsOf(name), 0);
+
+    // Switch for this kind off: mapped as it is.
+    if (std::isnan(special)) {
+      SetCheckForIEEENaNOnRead(false);
+    } else {
+      SetCheckForIEEEInfOnRead(false);
+    }
+    std::optional<MappedNumpyMatrix<T>> mapped = MappedNumpyMatrix<T>::Map(name);
+    ASSERT_TRUE(mapped.has_value());
+    ExpectSameValues(*mapped, ReadMatrixFromNumpyFile<T>(name));
+  }
+}
+
+TYPED_TEST(MappedNumpyTyped, WritesNeverReachTheFileAndOwnershipMoves) {
+  using T = TypeParam;
+  const TempDir& dir = *this->dir_;
+  const std::string name = dir.File("owned.npy");
+  const DenseMatrix<T> m = Pattern<T>(9, 7);
+  WriteMatrixToNumpyFile<T>(name, m, false);
+  const std::string original_bytes = ReadFileBytes(name);
+
+  // Copy on write: the writer sees its write, the file and a second mapping
+  // do not.
+  {
+    std::optional<MappedNumpyMatrix<T>> first = MappedNumpyMatrix<T>::Map(name);
+    std::optional<MappedNumpyMatrix<T>> second = MappedNumpyMatrix<T>::Map(name);
+    ASSERT_TRUE(first.has_value() && second.has_value());
+    EXPECT_EQ(MappingsOf(name), 2);
+    first->data()[0] = T(42);
+    first->MutableElementMajor()(6, 8) = T(-1);  // last value of the last row
+    EXPECT_EQ(first->data()[0], T(42));
+    EXPECT_EQ(first->data()[9 * 7 - 1], T(-1));
+    ExpectSameValues(*second, m);
+    EXPECT_EQ(ReadFileBytes(name), original_bytes);
+  }
+  EXPECT_EQ(MappingsOf(name), 0);
+
+  // Moves hand the one mapping over; a move onto a live mapping unmaps it.
+  {
+    std::optional<MappedNumpyMatrix<T>> mapped = MappedNumpyMatrix<T>::Map(name);
+    ASSERT_TRUE(mapped.has_value());
+    MappedNumpyMatrix<T> moved(std::move(*mapped));
+    EXPECT_EQ(mapped->rows(), 0);
+    EXPECT_EQ(mapped->data(), nullptr);
+    EXPECT_EQ(MappingsOf(name), 1);
+    std::optional<MappedNumpyMatrix<T>> other = MappedNumpyMatrix<T>::Map(name);
+    ASSERT_TRUE(other.has_value());
+    EXPECT_EQ(MappingsOf(name), 2);
+    moved = std::move(*other);
+    EXPECT_EQ(MappingsOf(name), 1);
+    ExpectSameValues(moved, m);
+  }
+  EXPECT_EQ(MappingsOf(name), 0);
+
+  // Share: the values outlive the object, the mapping lives as long as a copy.
+  {
+    std::shared_ptr<T> shared;
+    {
+      std::optional<MappedNumpyMatrix<T>> mapped = MappedNumpyMatrix<T>::Map(name);
+      ASSERT_TRUE(mapped.has_value());
+      const T* data = mapped->data();
+      shared = std::move(*mapped).Share();
+      EXPECT_EQ(shared.get(), data);
+      EXPECT_EQ(mapped->data(), nullptr);
+    }
+    std::shared_ptr<T> copy = shared;
+    shared.reset();
+    EXPECT_EQ(MappingsOf(name), 1);
+    EXPECT_EQ(copy.get()[7], m(1, 0));
+    copy.reset();
+    EXPECT_EQ(MappingsOf(name), 0);
+  }
+}
+
+}  // namespace
+}  // namespace velmor::matrixio

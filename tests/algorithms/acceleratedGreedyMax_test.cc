@@ -261,31 +261,22 @@ TEST(AcceleratedGreedy, Errors) {
   const CardinalitySetConstraint constraint(n, 2);
   const UnorderedHashSet all = FullSet(n), empty(n), other(n + 2);
   std::vector<int> order;
-  const char* file = "acceleratedGreedyMax";
-  const char* function = "AcceleratedGreedyConstrainedMaximization";
-  testing_util::ExpectError<std::invalid_argument>(
-      [&] {
-        AcceleratedGreedyConstrainedMaximization(f, constraint, 2, all, empty, other, 0.0, kNeverStopOnGain, nullptr,
-                                                 &order, nullptr, nullptr, nullptr);
-      },
-      file, function, "All arguments must have same ground set size, got sizes 5,5,5,5,7.");
-  testing_util::ExpectError<std::invalid_argument>(
-      [&] {
-        AcceleratedGreedyConstrainedMaximization(f, constraint, 2, other, empty, empty, 0.0, kNeverStopOnGain, nullptr,
-                                                 &order, nullptr, nullptr, nullptr);
-      },
-      file, function, "All arguments must have same ground set size, got sizes 5,5,7,5,5.");
-  testing_util::ExpectError<std::invalid_argument>(
-      [&] {
-        AcceleratedGreedyConstrainedMaximization(f, constraint, 4, all, MakeSet(n, {0, 1, 2}), empty, 0.0,
-                                                 kNeverStopOnGain, nullptr, &order, nullptr, nullptr, nullptr);
-      },
-      file, function,
-      "Inclusion set of size 3 must itself be feasible, but constraint feasibility returns false and extra "
-      "cardinality limit is 4.");
-  testing_util::ExpectError<std::invalid_argument>(
-      [&] { (void)SmallestWorthwhileGainForGreedy(f, 2, all, other, 1.0); }, file,
-      "SmallestWorthwhileGainForGreedy", "Ground set sizes 5 != 7, must be the same.");
+  const auto greedy = [&](int limit, const Set& candidates, const Set& inclusion, const Set& conditioning) {
+    AcceleratedGreedyConstrainedMaximization(f, constraint, limit, candidates, inclusion, conditioning, 0.0,
+                                             kNeverStopOnGain, nullptr, &order, nullptr, nullptr, nullptr);
+  };
+  const std::string function = "AcceleratedGreedyConstrainedMaximization";
+  testing_util::ExpectErrors<std::invalid_argument>(
+      "acceleratedGreedyMax",
+      {{[&] { greedy(2, all, empty, other); }, function,
+        "All arguments must have same ground set size, got sizes 5,5,5,5,7."},
+       {[&] { greedy(2, other, empty, empty); }, function,
+        "All arguments must have same ground set size, got sizes 5,5,7,5,5."},
+       {[&] { greedy(4, all, MakeSet(n, {0, 1, 2}), empty); }, function,
+        "Inclusion set of size 3 must itself be feasible, but constraint feasibility returns false and extra "
+        "cardinality limit is 4."},
+       {[&] { (void)SmallestWorthwhileGainForGreedy(f, 2, all, other, 1.0); }, "SmallestWorthwhileGainForGreedy",
+        "Ground set sizes 5 != 7, must be the same."}});
   EXPECT_FALSE(AcceleratedGreedyConstrainedMaximization(f, constraint, 2, all, empty, empty, 0.0, kNeverStopOnGain,
                                                         nullptr, nullptr, nullptr, nullptr, nullptr));
 }

@@ -359,55 +359,40 @@ TYPED_TEST(GreedyMaxTest, AncillaryResultsAreReused) {
 TEST(GreedyMax, Errors) {
   const int n = 6;
   const ModularFunction<double> f(std::vector<double>(n, 1.0));
-  const CardinalitySetConstraint constraint(n, 2);
-  const UnorderedHashSet all = testing_util::FullSet(n), empty(n), other(n + 1);
-  std::vector<int> order;
-  const char* file = "greedy_max";
-  for (int which = 0; which < 4; ++which) {
-    const CardinalitySetConstraint wide(n + 1, 2);
-    testing_util::ExpectError<std::invalid_argument>(
-        [&] {
-          GreedyConstrainedMaximization(f, which == 0 ? static_cast<const DownClosedSetConstraint&>(wide) : constraint,
-                                        2, which == 1 ? other : all, which == 2 ? other : empty,
-                                        which == 3 ? other : empty, kNeverStopOnGain, nullptr, &order, nullptr,
-                                        nullptr, nullptr);
-        },
-        file, "GreedyConstrainedMaximization", "Invalid argument, all ground set sizes must match.");
-  }
-  const UnorderedHashSet three = testing_util::MakeSet(n, {0, 1, 2});
-  testing_util::ExpectError<std::invalid_argument>(
-      [&] {
-        GreedyConstrainedMaximization(f, constraint, 5, all, three, empty, kNeverStopOnGain, nullptr, &order, nullptr,
-                                      nullptr, nullptr);
-      },
-      file, "GreedyConstrainedMaximization",
-      "Inclusion set of size 3 must itself be feasible, but constraint feasibility returns false and extra "
-      "cardinality limit is 5.");
-  const UnorderedHashSet two = testing_util::MakeSet(n, {0, 1});
-  testing_util::ExpectError<std::invalid_argument>(
-      [&] {
-        GreedyConstrainedMaximization(f, constraint, 1, all, two, empty, kNeverStopOnGain, nullptr, &order, nullptr,
-                                      nullptr, nullptr);
-      },
-      file, "GreedyConstrainedMaximization",
-      "Inclusion set of size 2 must itself be feasible, but constraint feasibility returns true and extra "
-      "cardinality limit is 1.");
-
-  // The bound's preconditions.
-  const char* bound = "UpperBoundValueGreedyConstrainedMaximization";
   const ModularFunction<double> decreasing(std::vector<double>{1.0, -1.0, 2.0, 0.0, 1.0, 1.0});
-  testing_util::ExpectError<std::invalid_argument>(
-      [&] { UpperBoundValueGreedyConstrainedMaximization(decreasing, 2, all, empty, empty, nullptr, nullptr, nullptr, nullptr); },
-      file, bound, "Bound only applies to a monotone non-decreasing submodular function.");
-  testing_util::ExpectError<std::invalid_argument>(
-      [&] { UpperBoundValueGreedyConstrainedMaximization(f, 0, all, empty, empty, nullptr, nullptr, nullptr, nullptr); },
-      file, bound, "Must have positive cardinality constraint, got 0.");
-  testing_util::ExpectError<std::invalid_argument>(
-      [&] { UpperBoundValueGreedyConstrainedMaximization(f, 2, all, three, empty, nullptr, nullptr, nullptr, nullptr); },
-      file, bound, "Inclusion set must itself be feasible, <=2.");
-  testing_util::ExpectError<std::invalid_argument>(
-      [&] { UpperBoundValueGreedyConstrainedMaximization(f, 2, other, empty, empty, nullptr, nullptr, nullptr, nullptr); },
-      file, bound, "Invalid argument, all ground set sizes must match.");
+  const CardinalitySetConstraint constraint(n, 2), wide(n + 1, 2);
+  const UnorderedHashSet all = FullSet(n), empty(n), other(n + 1);
+  const UnorderedHashSet two = MakeSet(n, {0, 1}), three = MakeSet(n, {0, 1, 2});
+  std::vector<int> order;
+  const auto greedy = [&](const DownClosedSetConstraint& c, int limit, const Set& candidates, const Set& inclusion,
+                          const Set& conditioning) {
+    GreedyConstrainedMaximization(f, c, limit, candidates, inclusion, conditioning, kNeverStopOnGain, nullptr, &order,
+                                  nullptr, nullptr, nullptr);
+  };
+  const auto bound = [&](const SubmodularFunction& g, int k, const Set& candidates, const Set& inclusion) {
+    UpperBoundValueGreedyConstrainedMaximization(g, k, candidates, inclusion, empty, nullptr, nullptr, nullptr,
+                                                 nullptr);
+  };
+  const std::string sizes = "Invalid argument, all ground set sizes must match.";
+  const std::string g = "GreedyConstrainedMaximization", b = "UpperBoundValueGreedyConstrainedMaximization";
+  testing_util::ExpectErrors<std::invalid_argument>(
+      "greedy_max",
+      {{[&] { greedy(wide, 2, all, empty, empty); }, g, sizes},
+       {[&] { greedy(constraint, 2, other, empty, empty); }, g, sizes},
+       {[&] { greedy(constraint, 2, all, other, empty); }, g, sizes},
+       {[&] { greedy(constraint, 2, all, empty, other); }, g, sizes},
+       {[&] { greedy(constraint, 5, all, three, empty); }, g,
+        "Inclusion set of size 3 must itself be feasible, but constraint feasibility returns false and extra "
+        "cardinality limit is 5."},
+       {[&] { greedy(constraint, 1, all, two, empty); }, g,
+        "Inclusion set of size 2 must itself be feasible, but constraint feasibility returns true and extra "
+        "cardinality limit is 1."},
+       // The bound's preconditions.
+       {[&] { bound(decreasing, 2, all, empty); }, b,
+        "Bound only applies to a monotone non-decreasing submodular function."},
+       {[&] { bound(f, 0, all, empty); }, b, "Must have positive cardinality constraint, got 0."},
+       {[&] { bound(f, 2, all, three); }, b, "Inclusion set must itself be feasible, <=2."},
+       {[&] { bound(f, 2, other, empty); }, b, sizes}});
   // On a modular function the bound is tight: the k largest weights.
   const ModularFunction<double> weights(std::vector<double>{1.0, 5.0, 2.0, 4.0, 3.0, 0.5});
   EXPECT_DOUBLE_EQ(UpperBoundValueGreedyConstrainedMaximization(weights, 3, all, empty, empty, nullptr, nullptr,

@@ -2,7 +2,8 @@
 #define VELMOR_TESTS_ALGORITHMS_GREEDY_TEST_UTIL_H_
 
 // Shared by the algorithm tests: random objectives, a naive greedy built on
-// whole-set evaluation, capture of the "optm" log, and exact error checks.
+// whole-set evaluation and capture of the "optm" log. Exact error checks
+// (ExpectError) come from the constraint tests' helpers.
 
 #include <gtest/gtest.h>
 
@@ -10,7 +11,6 @@
 #include <spdlog/spdlog.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cfloat>
 #include <memory>
 #include <random>
@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "constraints/DownClosedSetConstraint.h"
+#include "constraints/constraint_test_util.h"
 #include "functions/FacilityLocationFunction.h"
 #include "functions/MixtureSetFunction.h"
 #include "functions/ModularFunction.h"
@@ -147,28 +148,6 @@ class OptmLogCapture {
   std::shared_ptr<spdlog::sinks::ringbuffer_sink_mt> sink_;
   spdlog::level::level_enum old_level_;
 };
-
-// Runs `call`, which must throw exactly `Exception` with the message
-// "[[@file:<line>:function]] text".
-template <class Exception, class Call>
-void ExpectError(Call&& call, const std::string& file, const std::string& function, const std::string& text) {
-  try {
-    call();
-    ADD_FAILURE() << "no exception; expected: " << text;
-  } catch (const Exception& e) {
-    const std::string what = e.what();
-    const std::string head = "[[@" + file + ":";
-    const std::string tail = ":" + function + "]] " + text;
-    ASSERT_GT(what.size(), head.size() + tail.size()) << what;
-    EXPECT_EQ(what.substr(0, head.size()), head) << what;
-    EXPECT_EQ(what.substr(what.size() - tail.size()), tail) << what;
-    for (char c : what.substr(head.size(), what.size() - head.size() - tail.size())) {
-      EXPECT_TRUE(std::isdigit(static_cast<unsigned char>(c))) << what;
-    }
-  } catch (const std::exception& e) {
-    ADD_FAILURE() << "wrong exception type: " << e.what() << "; expected: " << text;
-  }
-}
 
 }  // namespace velmor::testing_util
 

@@ -147,26 +147,16 @@ TEST(RandomMinMax, EarlyReturnsAndErrors) {
                                               nullptr));
   EXPECT_EQ(value, -1.0);
 
-  const char* file = "random_min_max";
-  const char* function = "RandomMaximizationMinimization";
-  testing_util::ExpectError<std::invalid_argument>(
-      [&] {
-        RandomMaximizationMinimization(3, 1, f, constraint, all, other, empty, nullptr, nullptr, &value, nullptr,
-                                       nullptr);
-      },
-      file, function, "Invalid argument, ground set sizes 4,4,4,5,4 must all match.");
-  testing_util::ExpectError<std::invalid_argument>(
-      [&] {
-        RandomMaximizationMinimization(3, 1, f, constraint, all, MakeSet(n, {0, 1, 2}), empty, nullptr, nullptr,
-                                       &value, nullptr, nullptr);
-      },
-      file, function, "Warm start set must itself be feasible.");
-  testing_util::ExpectError<std::invalid_argument>(
-      [&] {
-        RandomMaximizationMinimization(0, 1, f, constraint, all, empty, empty, nullptr, nullptr, &value, nullptr,
-                                       nullptr);
-      },
-      file, function, "Number of attempts = 0 must be > 0.");
+  const auto draw = [&](int attempts, const Set& warm_start, const Set& conditioning) {
+    RandomMaximizationMinimization(attempts, 1, f, constraint, all, warm_start, conditioning, nullptr, nullptr, &value,
+                                   nullptr, nullptr);
+  };
+  const std::string function = "RandomMaximizationMinimization";
+  testing_util::ExpectErrors<std::invalid_argument>(
+      "random_min_max",
+      {{[&] { draw(3, other, empty); }, function, "Invalid argument, ground set sizes 4,4,4,5,4 must all match."},
+       {[&] { draw(3, MakeSet(n, {0, 1, 2}), empty); }, function, "Warm start set must itself be feasible."},
+       {[&] { draw(0, empty, empty); }, function, "Number of attempts = 0 must be > 0."}});
 }
 
 }  // namespace

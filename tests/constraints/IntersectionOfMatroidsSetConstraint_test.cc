@@ -179,65 +179,51 @@ TEST(IntersectionOfMatroidsSetConstraint, Grid) {
   const auto feasible = [&](const std::vector<bool>& members) {
     std::vector<int> per_row(rows, 0), per_column(cols, 0);
     for (int e = 0; e < rows * cols; ++e) {
-      if (!members[static_cast<std::size_t>(e)]) continue;
-      ++per_row[static_cast<std::size_t>(e / cols)];
-      ++per_column[static_cast<std::size_t>(e % cols)];
-    }
-    for (int r = 0; r < rows; ++r) {
-      if (per_row[static_cast<std::size_t>(r)] > row_limits[static_cast<std::size_t>(r)]) return false;
-    }
-    for (int c = 0; c < cols; ++c) {
-      if (per_column[static_cast<std::size_t>(c)] > column_limits[static_cast<std::size_t>(c)]) return false;
+      if (members[static_cast<std::size_t>(e)] && (++per_row[e / cols] > row_limits[e / cols] ||
+                                                   ++per_column[e % cols] > column_limits[e % cols])) {
+        return false;
+      }
     }
     return true;
   };
   CheckAgainstOracle(grid, feasible, 8u, 6, true);
-
-  const std::string function = "IntersectionOfMatroidsSetConstraint";
-  ExpectError<std::invalid_argument>(
-      [] { IntersectionOfMatroidsSetConstraint(2, 3, {1, 1}, {1, 1}); }, kFile, function,
-      "Invalid element, mismatched rows=2,cols=3, and size of V_limits=2, U_limits=2.");
-  ExpectError<std::invalid_argument>(
-      [] { IntersectionOfMatroidsSetConstraint(0, 0, {}, {}); }, kFile, function,
-      "Invalid element, mismatched rows=0,cols=0, and size of V_limits=0, U_limits=0.");
-  ExpectError<std::invalid_argument>([] { IntersectionOfMatroidsSetConstraint(2, 2, {1, -3}, {-1, 1}); }, kFile,
-                                     function, "Invalid element, V_limit[1] = -3 < 0.");
-  ExpectError<std::invalid_argument>([] { IntersectionOfMatroidsSetConstraint(2, 2, {1, 3}, {1, -2}); }, kFile,
-                                     function, "Invalid element, U_limit[1] = -2 < 0.");
 }
 
 TEST(IntersectionOfMatroidsSetConstraint, ArgumentErrors) {
-  const std::string function = "IntersectionOfMatroidsSetConstraint";
-  ExpectError<std::invalid_argument>(
-      [] { IntersectionOfMatroidsSetConstraint(std::vector<std::unique_ptr<MatroidSetConstraint>>{}); }, kFile,
-      function, "Invalid argument, must have at least one matroid.");
-  ExpectError<std::invalid_argument>(
-      [] {
-        IntersectionOfMatroidsSetConstraint(Members(
-            {Partition(std::vector<int>{0, 0}, std::vector<int>{1}), Partition(std::vector<int>{0, 0, 0}, {1})}));
-      },
-      kFile, function, "Invalid argument, all matroids must have same ground set size n=|V|.");
-
+  const std::string constructor = "IntersectionOfMatroidsSetConstraint";
   const IntersectionOfMatroidsSetConstraint grid(2, 2, {1, 1}, {1, 1});
-  // A context's set must have exactly the ground-set size.
-  ExpectError<std::invalid_argument>([&] { (void)grid.MakeGrowingContextExternal(UnorderedHashSet(3)); }, kFile,
-                                     function + "GrowingContextExternal",
-                                     "Invalid element, mismatched ground set size = 3.");
   UnorderedHashSet s(4);
   auto context = grid.MakeGrowingContextExternal(s);
-  ExpectError<std::invalid_argument>([&] { context->AssignContext(UnorderedHashSet(5)); }, kFile, "AssignContext",
-                                     "Invalid element, mismatched ground set size = 5.");
+  std::vector<testing_util::ErrorCase> cases = {
+      {[] { IntersectionOfMatroidsSetConstraint(2, 3, {1, 1}, {1, 1}); }, constructor,
+       "Invalid element, mismatched rows=2,cols=3, and size of V_limits=2, U_limits=2."},
+      {[] { IntersectionOfMatroidsSetConstraint(0, 0, {}, {}); }, constructor,
+       "Invalid element, mismatched rows=0,cols=0, and size of V_limits=0, U_limits=0."},
+      {[] { IntersectionOfMatroidsSetConstraint(2, 2, {1, -3}, {-1, 1}); }, constructor,
+       "Invalid element, V_limit[1] = -3 < 0."},
+      {[] { IntersectionOfMatroidsSetConstraint(2, 2, {1, 3}, {1, -2}); }, constructor,
+       "Invalid element, U_limit[1] = -2 < 0."},
+      {[] { IntersectionOfMatroidsSetConstraint(std::vector<std::unique_ptr<MatroidSetConstraint>>{}); }, constructor,
+       "Invalid argument, must have at least one matroid."},
+      {[] {
+         IntersectionOfMatroidsSetConstraint(Members(
+             {Partition(std::vector<int>{0, 0}, std::vector<int>{1}), Partition(std::vector<int>{0, 0, 0}, {1})}));
+       },
+       constructor, "Invalid argument, all matroids must have same ground set size n=|V|."},
+      // A context's set must have exactly the ground-set size.
+      {[&] { (void)grid.MakeGrowingContextExternal(UnorderedHashSet(3)); }, constructor + "GrowingContextExternal",
+       "Invalid element, mismatched ground set size = 3."},
+      {[&] { context->AssignContext(UnorderedHashSet(5)); }, "AssignContext",
+       "Invalid element, mismatched ground set size = 5."},
+  };
   for (int e : {-1, 4}) {
     const std::string text = "Invalid element = " + std::to_string(e) + ".";
-    ExpectError<std::invalid_argument>([&] { (void)context->IsDisjointUnionFeasible(e, s); }, kFile,
-                                       "IsDisjointUnionFeasible", text);
-    ExpectError<std::invalid_argument>([&] { (void)context->IsUnionFeasible(e, s); }, kFile, "IsUnionFeasible",
-                                       text);
-    ExpectError<std::invalid_argument>([&] { (void)context->AddNewElementToContext(e, s, true); }, kFile,
-                                       "AddNewElementToContext", text);
-    ExpectError<std::invalid_argument>([&] { (void)context->AddElementToContext(e, s, true); }, kFile,
-                                       "AddElementToContext", text);
+    cases.push_back({[&, e] { (void)context->IsDisjointUnionFeasible(e, s); }, "IsDisjointUnionFeasible", text});
+    cases.push_back({[&, e] { (void)context->IsUnionFeasible(e, s); }, "IsUnionFeasible", text});
+    cases.push_back({[&, e] { (void)context->AddNewElementToContext(e, s, true); }, "AddNewElementToContext", text});
+    cases.push_back({[&, e] { (void)context->AddElementToContext(e, s, true); }, "AddElementToContext", text});
   }
+  testing_util::ExpectErrors<std::invalid_argument>(kFile, cases);
   EXPECT_TRUE(context->IsFeasible());
   EXPECT_EQ(s.size(), 0);
 }
@@ -305,9 +291,8 @@ TEST(IntersectionOfMatroidsSetConstraint, Json) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.json);
-    const auto json = nlohmann::json::parse(c.json);
-    ExpectError<InputDataError>([&] { IntersectionOfMatroidsSetConstraint constraint(json); }, kFile, function,
-                                c.message);
+    ExpectError<InputDataError>([&] { IntersectionOfMatroidsSetConstraint constraint(nlohmann::json::parse(c.json)); },
+                                kFile, function, c.message);
   }
   // A member's own error passes through.
   ExpectError<InputDataError>(

@@ -141,67 +141,52 @@ TEST(PartitionMatroidSetConstraint, ConstructionsAgree) {
 }
 
 TEST(PartitionMatroidSetConstraint, ArgumentErrors) {
-  ExpectError<std::invalid_argument>([] { Partition(std::vector<int>{}, std::vector<int>{1}); }, kFile,
-                                     "PartitionMatroidSetConstraint", "Invalid argument, ground_set_size=0.");
-  ExpectError<std::invalid_argument>([] { Partition(std::vector<int>{0}, std::vector<int>{}); }, kFile,
-                                     "PartitionMatroidSetConstraint", "Invalid argument, number_of_blocks=0.");
-  ExpectError<std::invalid_argument>(
-      [] { Partition(std::vector<int>{0, 2, 1}, std::vector<int>{1, 1}); }, kFile, "PartitionMatroidSetConstraint",
-      "Invalid argument, element_to_block_mapping[1]=2 invalid for |V|=3 and 2 blocks.");
-  ExpectError<std::invalid_argument>([] { Partition(std::vector<int>{0, -1}, std::vector<int>{1}); }, kFile,
-                                     "PartitionMatroidSetConstraint",
-                                     "Invalid argument, element_to_block_mapping[1]=-1 invalid for |V|=2 and 1 blocks.");
-
-  UnorderedHashSet a(4), b(4), c(5);
-  a.insert(0);
-  a.insert(1);
+  const std::string constructor = "PartitionMatroidSetConstraint";
+  UnorderedHashSet a(4), b(4), c(5), overlap(4);
+  for (int e : {0, 1}) a.insert(e);
   b.insert(2);
   c.insert(3);
+  for (int e : {1, 3}) overlap.insert(e);
   const std::string partition_text =
       "Invalid argument, partition matroid must be involked with a partition of the ground set.";
-  ExpectError<std::invalid_argument>(
-      [&] { Partition(std::vector<const Set*>{&a, &b}, std::vector<int>{1}); }, kFile,
-      "PartitionMatroidSetConstraint", "Invalid argument, invalid or limits size mismatch 2 != 1.");
-  ExpectError<std::invalid_argument>([&] { Partition(std::vector<const Set*>{}, std::vector<int>{}); }, kFile,
-                                     "PartitionMatroidSetConstraint",
-                                     "Invalid argument, invalid or limits size mismatch 0 != 0.");
-  // Element 3 uncovered; then element 1 in two blocks; then mixed ground sets.
-  ExpectError<std::invalid_argument>([&] { Partition(std::vector<const Set*>{&a, &b}, std::vector<int>{1, 1}); },
-                                     kFile, "PartitionMatroidSetConstraint", partition_text);
-  UnorderedHashSet overlap(4);
-  overlap.insert(1);
-  overlap.insert(3);
-  ExpectError<std::invalid_argument>(
-      [&] { Partition(std::vector<const Set*>{&a, &b, &overlap}, std::vector<int>{1, 1, 1}); }, kFile,
-      "PartitionMatroidSetConstraint", partition_text);
-  ExpectError<std::invalid_argument>(
-      [&] { Partition(std::vector<const Set*>{&a, &b, &c}, std::vector<int>{1, 1, 1}); }, kFile,
-      "PartitionMatroidSetConstraint", partition_text);
-
   // Larger ground sets: only the disjoint question lacks the blank after "!=".
   const Partition p(std::vector<int>{0, 1, 0}, std::vector<int>{1, 1});
-  const UnorderedHashSet large(4);
+  const UnorderedHashSet large(4), s(3);
   const std::string with_blank = "Invalid argument, the_set.GroundSetSize()=4 != constraint.GroundSetSize()=3.";
-  ExpectError<std::invalid_argument>([&] { (void)p.IsFeasible(large); }, kFile, "IsFeasible", with_blank);
-  ExpectError<std::invalid_argument>([&] { (void)p.IsUnionFeasible(0, large); }, kFile, "IsUnionFeasible",
-                                     with_blank);
-  ExpectError<std::invalid_argument>([&] { (void)p.RankOfSet(large); }, kFile, "RankOfSet", with_blank);
-  ExpectError<std::invalid_argument>([&] { (void)p.IsACycle(large); }, kFile, "IsACycle", with_blank);
-  ExpectError<std::invalid_argument>([&] { (void)p.IsDisjointUnionFeasible(0, large); }, kFile,
-                                     "IsDisjointUnionFeasible",
-                                     "Invalid argument, the_set.GroundSetSize()=4 !=constraint.GroundSetSize()=3.");
-  const UnorderedHashSet s(3);
+  std::vector<testing_util::ErrorCase> cases = {
+      {[] { Partition(std::vector<int>{}, std::vector<int>{1}); }, constructor, "Invalid argument, ground_set_size=0."},
+      {[] { Partition(std::vector<int>{0}, std::vector<int>{}); }, constructor, "Invalid argument, number_of_blocks=0."},
+      {[] { Partition(std::vector<int>{0, 2, 1}, std::vector<int>{1, 1}); }, constructor,
+       "Invalid argument, element_to_block_mapping[1]=2 invalid for |V|=3 and 2 blocks."},
+      {[] { Partition(std::vector<int>{0, -1}, std::vector<int>{1}); }, constructor,
+       "Invalid argument, element_to_block_mapping[1]=-1 invalid for |V|=2 and 1 blocks."},
+      {[&] { Partition(std::vector<const Set*>{&a, &b}, std::vector<int>{1}); }, constructor,
+       "Invalid argument, invalid or limits size mismatch 2 != 1."},
+      {[&] { Partition(std::vector<const Set*>{}, std::vector<int>{}); }, constructor,
+       "Invalid argument, invalid or limits size mismatch 0 != 0."},
+      // Element 3 uncovered; element 1 in two blocks; mixed ground sets.
+      {[&] { Partition(std::vector<const Set*>{&a, &b}, std::vector<int>{1, 1}); }, constructor, partition_text},
+      {[&] { Partition(std::vector<const Set*>{&a, &b, &overlap}, std::vector<int>{1, 1, 1}); }, constructor,
+       partition_text},
+      {[&] { Partition(std::vector<const Set*>{&a, &b, &c}, std::vector<int>{1, 1, 1}); }, constructor,
+       partition_text},
+      {[&] { (void)p.IsFeasible(large); }, "IsFeasible", with_blank},
+      {[&] { (void)p.IsUnionFeasible(0, large); }, "IsUnionFeasible", with_blank},
+      {[&] { (void)p.RankOfSet(large); }, "RankOfSet", with_blank},
+      {[&] { (void)p.IsACycle(large); }, "IsACycle", with_blank},
+      {[&] { (void)p.IsDisjointUnionFeasible(0, large); }, "IsDisjointUnionFeasible",
+       "Invalid argument, the_set.GroundSetSize()=4 !=constraint.GroundSetSize()=3."},
+  };
+  auto context = p.MakeGrowingContext();
   for (int e : {-1, 3}) {
     const std::string text = "Invalid element = " + std::to_string(e) + ".";
-    ExpectError<std::invalid_argument>([&] { (void)p.IsUnionFeasible(e, s); }, kFile, "IsUnionFeasible", text);
-    ExpectError<std::invalid_argument>([&] { (void)p.IsDisjointUnionFeasible(e, s); }, kFile,
-                                       "IsDisjointUnionFeasible", text);
-    auto context = p.MakeGrowingContext();
-    ExpectError<std::invalid_argument>([&] { (void)context->AddNewElementToContext(e, true); }, kFile,
-                                       "AddNewElementToContext", text);
-    EXPECT_TRUE(context->IsFeasible());
-    EXPECT_EQ(context->CurrentSet().size(), 0);
+    cases.push_back({[&, e] { (void)p.IsUnionFeasible(e, s); }, "IsUnionFeasible", text});
+    cases.push_back({[&, e] { (void)p.IsDisjointUnionFeasible(e, s); }, "IsDisjointUnionFeasible", text});
+    cases.push_back({[&, e] { (void)context->AddNewElementToContext(e, true); }, "AddNewElementToContext", text});
   }
+  testing_util::ExpectErrors<std::invalid_argument>(kFile, cases);
+  EXPECT_TRUE(context->IsFeasible());
+  EXPECT_EQ(context->CurrentSet().size(), 0);
 }
 
 TEST(PartitionMatroidSetConstraint, JsonErrors) {

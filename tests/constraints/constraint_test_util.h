@@ -40,6 +40,21 @@ void ExpectError(Call&& call, const std::string& file, const std::string& functi
   }
 }
 
+// A call expected to fail with "[[@<file>:<line>:<function>]] <text>".
+struct ErrorCase {
+  std::function<void()> call;
+  std::string function;
+  std::string text;
+};
+
+template <class Exception>
+void ExpectErrors(const std::string& file, const std::vector<ErrorCase>& cases) {
+  for (const ErrorCase& c : cases) {
+    SCOPED_TRACE(c.function + ": " + c.text);
+    ExpectError<Exception>(c.call, file, c.function, c.text);
+  }
+}
+
 using FeasibilityOracle = std::function<bool(const std::vector<bool>& members)>;
 
 inline std::vector<bool> Members(const Set& s, int n) {

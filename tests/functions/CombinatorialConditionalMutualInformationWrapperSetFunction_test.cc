@@ -20,49 +20,10 @@ namespace {
 template <typename T>
 using Cmi = CombinatorialConditionalMutualInformationWrapperSetFunction<T>;
 
-template <typename T>
-typename FacilityLocationFunction<T>::DenseMatrix RandomMatrix(int rows, int cols,
-                                                               std::uint32_t seed) {
-  std::mt19937 rng(seed);
-  std::uniform_real_distribution<double> unit(0.0, 1.0);
-  typename FacilityLocationFunction<T>::DenseMatrix m(rows, cols);
-  for (int r = 0; r < rows; ++r) {
-    for (int c = 0; c < cols; ++c) m(r, c) = static_cast<T>(unit(rng));
-  }
-  return m;
-}
-
-UnorderedHashSet RandomSet(int n, double p, std::mt19937& rng) {
-  std::bernoulli_distribution coin(p);
-  UnorderedHashSet set(n);
-  for (int v = 0; v < n; ++v) {
-    if (coin(rng)) set.insert(v);
-  }
-  return set;
-}
-
-UnorderedHashSet Union(const Set& a, const Set& b) {
-  UnorderedHashSet u(a.GroundSetSize());
-  for (int v : a) u.insert(v);
-  for (int v : b) u.insert(v);
-  return u;
-}
-
-template <typename F>
-void ExpectMessage(F&& call, const std::string& function, const std::string& text) {
-  try {
-    call();
-    ADD_FAILURE() << "no exception, expected " << text;
-  } catch (const std::invalid_argument& e) {
-    const std::string what = e.what();
-    EXPECT_EQ(0u, what.find("[[@CombinatorialConditionalMutualInformationWrapperSetFunction:"))
-        << what;
-    const std::string tail = ":" + function + "]] " + text;
-    EXPECT_TRUE(what.size() >= tail.size() &&
-                what.compare(what.size() - tail.size(), tail.size(), tail) == 0)
-        << what;
-  }
-}
+using testing::ExpectMessage;
+using testing::RandomMatrix;
+using testing::RandomSet;
+using testing::Union;
 
 template <typename T>
 class CmiWrapperTest : public ::testing::Test {};
@@ -177,37 +138,17 @@ TYPED_TEST(CmiWrapperTest, CopiesAndErrors) {
   }
   EXPECT_EQ(expected, copy->Evaluate(X)) << "the clone must not refer to the destroyed original";
 
+  const std::string file = "CombinatorialConditionalMutualInformationWrapperSetFunction";
   FacilityLocationFunction<T> f(RandomMatrix<T>(n, 3, 8));
-  UnorderedHashSet smaller(2);
-  UnorderedHashSet larger(9);
-  ExpectMessage([&] { Cmi<SubmodularFunction> g(f, smaller, N); },
-                "CombinatorialConditionalMutualInformationWrapperSetFunction",
+  ExpectMessage([&] { Cmi<SubmodularFunction> g(f, UnorderedHashSet(2), N); }, file, file,
                 "Invalid ground set size, 2 != 6.");
-  ExpectMessage([&] { Cmi<SubmodularFunction> g(f, A, larger); },
-                "CombinatorialConditionalMutualInformationWrapperSetFunction",
+  ExpectMessage([&] { Cmi<SubmodularFunction> g(f, A, UnorderedHashSet(9)); }, file, file,
                 "Invalid ground set size, 9 != 6.");
-  ExpectMessage([&] { Cmi<SubmodularFunction> g(std::unique_ptr<SubmodularFunction>(), A, N); },
-                "CombinatorialConditionalMutualInformationWrapperSetFunction",
+  ExpectMessage([&] { Cmi<SubmodularFunction> g(std::unique_ptr<SubmodularFunction>(), A, N); }, file, file,
                 "Invalid argument, the wrapped function must be present.");
-  ExpectMessage([&] { Cmi<SubmodularFunction> g(f, A, N, INFINITY); },
-                "CombinatorialConditionalMutualInformationWrapperSetFunction",
+  ExpectMessage([&] { Cmi<SubmodularFunction> g(f, A, N, INFINITY); }, file, file,
                 "Invalid argument, multiplier (=inf) must be finite.");
-  Cmi<SubmodularFunction> g(f, A, N);
-  ExpectMessage([&] { g.Evaluate(6); }, "Evaluate", "Invalid element = 6.");
-  ExpectMessage([&] { g.Evaluate(larger); }, "Evaluate", "Too large ground set size = 9.");
-  ExpectMessage([&] { g.EvaluateUnionAndSecondArg(-1, X); }, "EvaluateUnionAndSecondArg",
-                "Invalid element = -1.");
-  ExpectMessage([&] { g.EvaluateAfterSubtraction(larger, X); }, "EvaluateAfterSubtraction",
-                "Too large ground set size = 9.");
-  ExpectMessage([&] { g.Gain(6, X); }, "Gain", "Invalid element = 6.");
-  ExpectMessage([&] { g.Loss(1, larger); }, "Loss", "Too large ground set size = 9.");
-  auto context = g.MakeGrowingContext(X);
-  ExpectMessage([&] { g.AssignContext(*context, smaller); }, "AssignContext",
-                "Invalid ground set size, 2 != 6.");
-  ExpectMessage([&] { context->AddNewElementToContext(6, true); }, "AddNewElementToContext",
-                "Invalid element = 6.");
-  auto shrinking = g.MakeShrinkingContext(X);
-  ExpectMessage([&] { shrinking->SubsetLoss(-4); }, "SubsetLoss", "Invalid element = -4.");
+  testing::CheckArgumentErrors(Cmi<SubmodularFunction>(f, A, N), file);
 }
 
 }  // namespace

@@ -17,48 +17,10 @@
 namespace velmor {
 namespace {
 
-template <typename T>
-typename FacilityLocationFunction<T>::DenseMatrix RandomMatrix(int rows, int cols,
-                                                               std::uint32_t seed) {
-  std::mt19937 rng(seed);
-  std::uniform_real_distribution<double> unit(0.0, 1.0);
-  typename FacilityLocationFunction<T>::DenseMatrix m(rows, cols);
-  for (int r = 0; r < rows; ++r) {
-    for (int c = 0; c < cols; ++c) m(r, c) = static_cast<T>(unit(rng));
-  }
-  return m;
-}
-
-UnorderedHashSet RandomSet(int n, double p, std::mt19937& rng) {
-  std::bernoulli_distribution coin(p);
-  UnorderedHashSet set(n);
-  for (int v = 0; v < n; ++v) {
-    if (coin(rng)) set.insert(v);
-  }
-  return set;
-}
-
-UnorderedHashSet Union(const Set& a, const Set& b) {
-  UnorderedHashSet u(a.GroundSetSize());
-  for (int v : a) u.insert(v);
-  for (int v : b) u.insert(v);
-  return u;
-}
-
-template <typename F>
-void ExpectMessage(F&& call, const std::string& function, const std::string& text) {
-  try {
-    call();
-    ADD_FAILURE() << "no exception, expected " << text;
-  } catch (const std::invalid_argument& e) {
-    const std::string what = e.what();
-    EXPECT_EQ(0u, what.find("[[@ContractionWrapperSetFunction:")) << what;
-    const std::string tail = ":" + function + "]] " + text;
-    EXPECT_TRUE(what.size() >= tail.size() &&
-                what.compare(what.size() - tail.size(), tail.size(), tail) == 0)
-        << what;
-  }
-}
+using testing::ExpectMessage;
+using testing::RandomMatrix;
+using testing::RandomSet;
+using testing::Union;
 
 template <typename T>
 class ContractionWrapperTest : public ::testing::Test {};
@@ -169,41 +131,17 @@ TYPED_TEST(ContractionWrapperTest, CopiesOwnTheirFunction) {
 
 TYPED_TEST(ContractionWrapperTest, ArgumentErrors) {
   using T = TypeParam;
+  const std::string file = "ContractionWrapperSetFunction";
   const int n = 5;
   FacilityLocationFunction<T> f(RandomMatrix<T>(n, 3, 4));
-  UnorderedHashSet C(n);
-  C.insert(1);
-  UnorderedHashSet smaller(3);
-  UnorderedHashSet larger(6);
-  ExpectMessage([&] { ContractionWrapperSetFunction<SubmodularFunction> g(f, smaller); },
-                "ContractionWrapperSetFunction", "Invalid ground set size, 3 != 5.");
-  ExpectMessage(
-      [&] {
-        ContractionWrapperSetFunction<SubmodularFunction> g(std::unique_ptr<SubmodularFunction>(),
-                                                            C);
-      },
-      "ContractionWrapperSetFunction", "Invalid argument, the wrapped function must be present.");
-  ExpectMessage([&] { ContractionWrapperSetFunction<SubmodularFunction> g(f, C, std::nan("")); },
-                "ContractionWrapperSetFunction",
-                "Invalid argument, multiplier (=nan) must be finite.");
-  ContractionWrapperSetFunction<SubmodularFunction> g(f, C);
-  UnorderedHashSet A(n);
-  ExpectMessage([&] { g.Evaluate(5); }, "Evaluate", "Invalid element = 5.");
-  ExpectMessage([&] { g.Evaluate(larger); }, "Evaluate", "Too large ground set size = 6.");
-  ExpectMessage([&] { g.EvaluateUnion(-1, A); }, "EvaluateUnion", "Invalid element = -1.");
-  ExpectMessage([&] { g.EvaluateUnion(A, larger); }, "EvaluateUnion",
-                "Too large ground set size = 6.");
-  ExpectMessage([&] { g.EvaluateAfterSubtraction(A, 9); }, "EvaluateAfterSubtraction",
-                "Invalid element = 9.");
-  ExpectMessage([&] { g.Gain(7, A); }, "Gain", "Invalid element = 7.");
-  ExpectMessage([&] { g.Loss(0, larger); }, "Loss", "Too large ground set size = 6.");
-  EXPECT_NO_THROW(g.Evaluate(smaller)) << "a smaller ground set is accepted";
-  auto context = g.MakeGrowingContext(A);
-  ExpectMessage([&] { g.AssignContext(*context, smaller); }, "AssignContext",
+  const UnorderedHashSet C = testing::SetOf(n, {1});
+  ExpectMessage([&] { ContractionWrapperSetFunction<SubmodularFunction> g(f, UnorderedHashSet(3)); }, file, file,
                 "Invalid ground set size, 3 != 5.");
-  ExpectMessage([&] { context->DisjointGain(5); }, "DisjointGain", "Invalid element = 5.");
-  ExpectMessage([&] { g.MakeShrinkingContext(larger); }, "MakeShrinkingContext",
-                "Invalid ground set size, 6 != 5.");
+  ExpectMessage([&] { ContractionWrapperSetFunction<SubmodularFunction> g(std::unique_ptr<SubmodularFunction>(), C); },
+                file, file, "Invalid argument, the wrapped function must be present.");
+  ExpectMessage([&] { ContractionWrapperSetFunction<SubmodularFunction> g(f, C, std::nan("")); }, file, file,
+                "Invalid argument, multiplier (=nan) must be finite.");
+  testing::CheckArgumentErrors(ContractionWrapperSetFunction<SubmodularFunction>(f, C), file);
 }
 
 }  // namespace

@@ -30,15 +30,26 @@
 //   - set forms: DisjointSetGain, SetGain, SetLoss, EvaluateUnion(A, B) and
 //     EvaluateAfterSubtraction(A, B) against evaluation of the explicit sets.
 // Failures are reported through gtest with the seed and step in the trace.
+//
+// Also here, shared by the function tests: random matrices and sets, exact
+// error-message checks, and CheckArgumentErrors, which drives every entry
+// point of a function and its contexts with an element outside [0, n) or a set
+// of the wrong ground set size.
 
 #include <gtest/gtest.h>
 
+#include <Eigen/Core>
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdint>
+#include <exception>
+#include <functional>
+#include <initializer_list>
 #include <memory>
 #include <random>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -238,6 +249,148 @@ inline void CheckSetFunctionAgainstEvaluation(const SetFunction& f, const Oracle
       if (shrinking) f.AssignContext(*shrinking, MakeSet(model, n));
     }
   }
+}
+
+// A rows x cols matrix with entries scale * uniform [0, 1), filled row by row.
+template <typename T>
+Eigen::Matrix<T, Eigen::Dynamic, Eigen::Dynamic> RandomMatrix(int rows, int cols, std::uint32_t seed,
+                                                            double scale = 1.0) {
+  std::mt19937 rng(seed);
+  std::uniform_real_distribution<double> unit(0.0, 1.0);
+  Eigen::Matrix<T, Eigen::Dynamic, Eigen::Dynamic> m(rows, cols);
+  for (int r = 0; r < rows; ++r) {
+    for (int c = 0; c < cols; ++c) m(r, c) = static_cast<T>(scale * unit(rng));
+  }
+  return m;
+}
+
+// Each element of [0, n) with probability p.
+inline UnorderedHashSet RandomSet(int n, double p, std::mt19937& rng) {
+  std::bernoulli_distribution coin(p);
+  UnorderedHashSet set(n);
+  for (int v = 0; v < n; ++v) {
+    if (coin(rng)) set.insert(v);
+  }
+  return set;
+}
+
+inline UnorderedHashSet SetOf(int n, std::initializer_list<int> elements) {
+  UnorderedHashSet set(n);
+  for (int v : elements) set.insert(v);
+  return set;
+}
+
+inline UnorderedHashSet Union(const Set& a, const Set& b) {
+  UnorderedHashSet u(std::max(a.GroundSetSize(), b.GroundSetSize()));
+  for (int v : a) u.insert(v);
+  for (int v : b) u.insert(v);
+  return u;
+}
+
+namespace internal {
+
+// Whether `what` is exactly "[[@<file>:<line>:<function>]] <text>".
+inline bool HasMessage(const std::string& what, const std::string& file, const std::string& function,
+                       const std::string& text) {
+  const std::string head = "[[@" + file + ":";
+  const std::string tail = ":" + function + "]] " + text;
+  if (what.size() <= head.size() + tail.size() || what.compare(0, head.size(), head) != 0 ||
+      what.compare(what.size() - tail.size(), tail.size(), tail) != 0) {
+    return false;
+  }
+  for (std::size_t i = head.size(); i < what.size() - tail.size(); ++i) {
+    if (!std::isdigit(static_cast<unsigned char>(what[i]))) return false;
+  }
+  return true;
+}
+
+}  // namespace internal
+
+// `call` must throw std::invalid_argument "[[@<file>:<line>:<function>]] <text>";
+// with `nested` non-empty, the exception must carry a nested one whose message
+// contains `nested`.
+inline void ExpectMessage(const std::function<void()>& call, const std::string& file, const std::string& function,
+                          const std::string& text, const std::string& nested = "") {
+  try {
+    call();
+    ADD_FAILURE() << "no exception, expected " << function << ": " << text;
+  } catch (const std::invalid_argument& e) {
+    EXPECT_TRUE(internal::HasMessage(e.what(), file, function, text))
+        << "got:      " << e.what() << "\nexpected: [[@" << file << ":<line>:" << function << "]] " << text;
+    if (nested.empty()) return;
+    try {
+      std::rethrow_if_nested(e);
+      ADD_FAILURE() << "no nested exception in " << e.what();
+    } catch (const std::exception& inner) {
+      EXPECT_NE(std::string(inner.what()).find(nested), std::string::npos) << inner.what();
+    }
+  }
+}
+
+// Every entry point of f and of its contexts refuses an element outside [0, n)
+// and a set over a larger ground set (contexts: any other ground set size),
+// naming itself in the message; refused calls leave contexts as they were. A
+// set over a smaller ground set is accepted by the whole-set forms. `file` is
+// the source file named in the messages, `end` the text that ends the element
+// and size messages, `pair_function` the name EvaluateUnionAndSecondArg's
+// messages carry (a function may delegate it). Needs n >= 2.
+inline void CheckArgumentErrors(const SetFunction& f, const std::string& file, const std::string& end = ".",
+                                const std::string& pair_function = "EvaluateUnionAndSecondArg") {
+  const int n = f.GroundSetSize();
+  ASSERT_GE(n, 2);
+  const std::string N = std::to_string(n);
+  const std::string larger_size = std::to_string(n + 1);
+  const UnorderedHashSet A = SetOf(n, {0});
+  const UnorderedHashSet larger(n + 1);
+  const UnorderedHashSet smaller = SetOf(n - 1, {0});
+  const std::string bad_element = "Invalid element = ";
+  const std::string too_large = "Too large ground set size = " + larger_size + end;
+  const std::string mismatch_larger = "Invalid ground set size, " + larger_size + " != " + N + ".";
+  const struct {
+    std::function<void()> call;
+    std::string function;
+    std::string text;
+  } cases[] = {
+      {[&] { f.Evaluate(n); }, "Evaluate", bad_element + N + end},
+      {[&] { f.Evaluate(larger); }, "Evaluate", too_large},
+      {[&] { f.EvaluateUnion(-1, A); }, "EvaluateUnion", bad_element + "-1" + end},
+      {[&] { f.EvaluateUnion(0, larger); }, "EvaluateUnion", too_large},
+      {[&] { f.EvaluateUnion(A, larger); }, "EvaluateUnion", too_large},
+      {[&] { f.EvaluateUnionAndSecondArg(n, A); }, pair_function, bad_element + N + end},
+      {[&] { f.EvaluateUnionAndSecondArg(0, larger); }, pair_function, too_large},
+      {[&] { f.EvaluateAfterSubtraction(A, n); }, "EvaluateAfterSubtraction", bad_element + N + end},
+      {[&] { f.EvaluateAfterSubtraction(larger, 0); }, "EvaluateAfterSubtraction", too_large},
+      {[&] { f.EvaluateAfterSubtraction(larger, A); }, "EvaluateAfterSubtraction", too_large},
+      {[&] { f.Gain(-1, A); }, "Gain", bad_element + "-1" + end},
+      {[&] { f.Gain(0, larger); }, "Gain", too_large},
+      {[&] { f.Loss(n, A); }, "Loss", bad_element + N + end},
+      {[&] { f.Loss(0, larger); }, "Loss", too_large},
+      {[&] { f.MakeGrowingContext(smaller); }, "MakeGrowingContext",
+       "Invalid ground set size, " + std::to_string(n - 1) + " != " + N + "."},
+      {[&] { f.MakeShrinkingContext(larger); }, "MakeShrinkingContext", mismatch_larger},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.function);
+    ExpectMessage(c.call, file, c.function, c.text);
+  }
+  EXPECT_EQ(f.Evaluate(A), f.Evaluate(smaller)) << "a smaller ground set is accepted";
+
+  auto growing = f.MakeGrowingContext(A);
+  auto shrinking = f.MakeShrinkingContext(A);
+  const double value = growing->CurrentValue();
+  ExpectMessage([&] { growing->DisjointGain(n); }, file, "DisjointGain", bad_element + N + end);
+  ExpectMessage([&] { growing->AddNewElementToContext(-1, true); }, file, "AddNewElementToContext",
+                bad_element + "-1" + end);
+  ExpectMessage([&] { f.AssignContext(*growing, larger); }, file, "AssignContext", mismatch_larger);
+  ExpectMessage([&] { growing->AssignContext(larger); }, "SetFunction", "AssignContext",
+                "Invalid element, mismatched ground set size, " + larger_size + " != " + N + ".");
+  ExpectMessage([&] { shrinking->SubsetLoss(n); }, file, "SubsetLoss", bad_element + N + end);
+  ExpectMessage([&] { shrinking->RemoveExistingElementFromContext(-1, true); }, file,
+                "RemoveExistingElementFromContext", bad_element + "-1" + end);
+  ExpectMessage([&] { f.AssignContext(*shrinking, larger); }, file, "AssignContext", mismatch_larger);
+  EXPECT_EQ(value, growing->CurrentValue());
+  EXPECT_EQ(1, growing->NumberOfElements());
+  EXPECT_EQ(1, shrinking->NumberOfElements());
 }
 
 }  // namespace velmor::testing

@@ -144,25 +144,13 @@ std::string Archive(const std::vector<std::pair<std::string, std::string>>& entr
 
 template <typename T>
 std::string Npy1D(const std::string& descr, const std::vector<T>& values) {
-  std::string dict = "{'descr': '" + descr + "', 'fortran_order': False, 'shape': (" + std::to_string(values.size()) + ",), }";
-  while ((10 + dict.size() + 1) % 16 != 0) dict += ' ';
-  dict += '\n';
-  std::string out("\x93NUMPY\x01\x00", 8);
-  out += static_cast<char>(dict.size() & 0xff);
-  out += static_cast<char>(dict.size() >> 8);
-  out += dict;
-  out.append(reinterpret_cast<const char*>(values.data()), values.size() * sizeof(T));
-  return out;
+  return testing::NpyBytes(
+      "{'descr': '" + descr + "', 'fortran_order': False, 'shape': (" + std::to_string(values.size()) + ",), }",
+      std::string(reinterpret_cast<const char*>(values.data()), values.size() * sizeof(T)));
 }
 
 std::string Format(const std::string& f) {
-  std::string dict = "{'descr': '|S3', 'fortran_order': False, 'shape': (), }";
-  while ((10 + dict.size() + 1) % 16 != 0) dict += ' ';
-  dict += '\n';
-  std::string out("\x93NUMPY\x01\x00", 8);
-  out += static_cast<char>(dict.size());
-  out += '\0';
-  return out + dict + f;
+  return testing::NpyBytes("{'descr': '|S3', 'fortran_order': False, 'shape': (), }", f);
 }
 
 TEST(Corruption, SparseArchivesAndCSV) {

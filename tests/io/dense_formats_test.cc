@@ -222,13 +222,7 @@ TEST(DenseNumpy, HeaderLayout) {
 
 TEST(DenseNumpy, HeaderRefusals) {
   auto header = [](const std::string& dictionary, const std::string& data = std::string(64, '\0')) {
-    std::string text = dictionary;
-    while ((10 + text.size() + 1) % 16 != 0) text += ' ';
-    text += '\n';
-    std::string bytes("\x93NUMPY\x01\x00", 8);
-    bytes += static_cast<char>(text.size() & 0xff);
-    bytes += static_cast<char>(text.size() >> 8);
-    return bytes + text + data;
+    return testing::NpyBytes(dictionary, data);
   };
   auto read = [](const std::string& bytes) {
     std::istringstream in(bytes);

@@ -2,7 +2,8 @@
 #define VELMOR_TESTS_IO_IO_TEST_SUPPORT_H_
 
 // Shared helpers of the io tests: a fresh temporary folder per test, file
-// contents, the text of a nested exception chain, and a runner for python.
+// contents, hand-made .npy bytes, the text of a nested exception chain, and a
+// runner for python.
 
 #include <gtest/gtest.h>
 
@@ -74,6 +75,18 @@ std::string ExpectFailure(const std::function<void()>& call, const std::string& 
   }
   ADD_FAILURE() << "no exception; wanted: " << fragment;
   return "";
+}
+
+// A version 1.0 .npy file: magic, header length, `dictionary` padded with
+// blanks and a newline to a multiple of 16 bytes, then `data`.
+inline std::string NpyBytes(const std::string& dictionary, const std::string& data) {
+  std::string text = dictionary;
+  while ((10 + text.size() + 1) % 16 != 0) text += ' ';
+  text += '\n';
+  std::string bytes("\x93NUMPY\x01\x00", 8);
+  bytes += static_cast<char>(text.size() & 0xff);
+  bytes += static_cast<char>(text.size() >> 8);
+  return bytes + text + data;
 }
 
 // Runs python with numpy and scipy on `script`; returns its exit status.

@@ -4,6 +4,8 @@
 
 #include <cmath>
 #include <cstdio>
+#include <functional>
+#include <utility>
 #include <stdexcept>
 #include <string>
 
@@ -120,17 +122,20 @@ TEST(MatrixTransformations, SaveAndErrors) {
     EXPECT_TRUE(copy.isApprox(before)) << pipeline;
     return message;
   };
-  EXPECT_NE(error_of("FOO()").find("Unknown matrix transformation 'FOO'."), std::string::npos);
-  EXPECT_NE(error_of("S(1)").find("At least double match"), std::string::npos);
-  EXPECT_NE(error_of("SCALE").find("Expected '(' after transformation 'SCALE'."), std::string::npos);
-  EXPECT_NE(error_of("SCALE(2").find("Missing ')'"), std::string::npos);
-  EXPECT_NE(error_of("SCALE(x)").find("must be a finite number, not 'x'"), std::string::npos);
-  EXPECT_NE(error_of("CLIP(1)").find("CLIP() takes 2 argument(s), but 1 were given."), std::string::npos);
-  EXPECT_NE(error_of("ABS() |").find("Missing transformation after the last '|'."), std::string::npos);
-  EXPECT_NE(error_of("ABS() ABS()").find("Expected '|'"), std::string::npos);
-  EXPECT_NE(error_of("SYMMETRIZE()").find("needs a square matrix, but it is 4x3."), std::string::npos);
-  EXPECT_NE(error_of("KNN(0)").find("KNN() needs a whole number k >= 1"), std::string::npos);
-  EXPECT_NE(error_of("RBF(-1)").find("RBF() needs gamma > 0"), std::string::npos);
+  const std::pair<const char*, const char*> refused[] = {
+      {"FOO()", "Unknown matrix transformation 'FOO'."},
+      {"S(1)", "At least double match"},
+      {"SCALE", "Expected '(' after transformation 'SCALE'."},
+      {"SCALE(2", "Missing ')'"},
+      {"SCALE(x)", "must be a finite number, not 'x'"},
+      {"CLIP(1)", "CLIP() takes 2 argument(s), but 1 were given."},
+      {"ABS() |", "Missing transformation after the last '|'."},
+      {"ABS() ABS()", "Expected '|'"},
+      {"SYMMETRIZE()", "needs a square matrix, but it is 4x3."},
+      {"KNN(0)", "KNN() needs a whole number k >= 1"},
+      {"RBF(-1)", "RBF() needs gamma > 0"},
+  };
+  for (const auto& [pipeline, text] : refused) EXPECT_NE(error_of(pipeline).find(text), std::string::npos) << text;
   TransformableMatrix<double> sparse;
   sparse.sparse = Features().sparseView();
   sparse.is_sparse = true;

@@ -3,10 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <random>
 #include <set>
 #include <sstream>
 #include <stdexcept>
+#include <string>
+#include <utility>
 #include <unordered_set>
 #include <vector>
 
@@ -166,22 +169,18 @@ TEST(UnorderedHashSet, ElementsAndMessages) {
 
   // Refused calls leave the set unchanged.
   set.insert(3);
-  EXPECT_NE(MessageOf([&] { set.insert(10); }).find(":insert]] Element 10 invalid for set with |V|=10."),
-            std::string::npos);
-  EXPECT_NE(MessageOf([&] { set.remove(-1); }).find(":remove]] Element -1 invalid for set with |V|=10."),
-            std::string::npos);
-  EXPECT_NE(MessageOf([&] { set.MakeSingleton(11); })
-                .find(":MakeSingleton]] Element 11 invalid for this set with |V|=10."),
-            std::string::npos);
-  EXPECT_NE(MessageOf([&] { set.MakeEmptyAndChangeGroundSetSize(-4); })
-                .find("[[@Set:"),
-            std::string::npos);
-  EXPECT_NE(MessageOf([&] { set.MakeEmptyAndChangeGroundSetSize(-4); })
-                .find(":MakeEmptyAndChangeGroundSetSize]] Invalid ground set size -4."),
-            std::string::npos);
   UnorderedHashSet big(100);
   big.insert(50);
-  EXPECT_NE(MessageOf([&] { set.insertSet(big); }).find("Element 50 invalid"), std::string::npos);
+  const std::pair<std::function<void()>, const char*> refused[] = {
+      {[&] { set.insert(10); }, ":insert]] Element 10 invalid for set with |V|=10."},
+      {[&] { set.remove(-1); }, ":remove]] Element -1 invalid for set with |V|=10."},
+      {[&] { set.MakeSingleton(11); }, ":MakeSingleton]] Element 11 invalid for this set with |V|=10."},
+      {[&] { set.MakeEmptyAndChangeGroundSetSize(-4); }, "[[@Set:"},
+      {[&] { set.MakeEmptyAndChangeGroundSetSize(-4); },
+       ":MakeEmptyAndChangeGroundSetSize]] Invalid ground set size -4."},
+      {[&] { set.insertSet(big); }, "Element 50 invalid"},
+  };
+  for (const auto& [call, text] : refused) EXPECT_NE(MessageOf(call).find(text), std::string::npos) << text;
   EXPECT_EQ(Sorted(set), std::vector<int>{3});
   EXPECT_EQ(set.GroundSetSize(), 10);
   EXPECT_EQ(set.TableLength(), 8u);

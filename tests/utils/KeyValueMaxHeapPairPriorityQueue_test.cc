@@ -36,11 +36,6 @@ std::vector<Pair> RandomPairs(std::mt19937& engine, std::size_t size, int distin
   return pairs;
 }
 
-std::string EndOfMessage(const std::exception& e) {
-  const std::string what = e.what();
-  return what.substr(what.find("]] ") + 3);
-}
-
 TEST(KeyValueMaxHeapPairPriorityQueue, MatchesStdPriorityQueue) {
   std::mt19937 engine(12345);
   for (int distinct_values : {0, 3, 50}) {
@@ -138,36 +133,30 @@ TEST(KeyValueMaxHeapPairPriorityQueue, LargeArraysUseTheSameOrder) {
 }
 
 TEST(KeyValueMaxHeapPairPriorityQueue, EdgeCases) {
-  // Empty heap.
+  // Empty heap: every access is refused with the accessor's name.
   Heap empty;
   const struct {
     std::function<void()> call;
+    const char* function;
     const char* message;
   } failing[] = {
-      {[&] { (void)empty.TopValue(); }, "Heap size 0, cannot get top value of empty priority queue."},
-      {[&] { (void)empty.Pop(); }, "Heap size 0, cannot pop."},
-      {[&] { empty.PopAndPushNew(1, 1.0f); }, "Heap size 0, cannot pop."},
-      {[&] { empty.ChangeTopValue(1.0f); }, "Heap size 0, cannot pop."},
+      {[&] { (void)empty.TopValue(); }, "TopValue", "Heap size 0, cannot get top value of empty priority queue."},
+      {[&] { (void)empty.TopKey(); }, "TopKey", "Heap size 0, cannot get top key of empty priority queue."},
+      {[&] { (void)empty.Pop(); }, "Pop", "Heap size 0, cannot pop."},
+      {[&] { empty.PopAndPushNew(1, 1.0f); }, "PopAndPushNew", "Heap size 0, cannot pop."},
+      {[&] { empty.ChangeTopValue(1.0f); }, "ChangeTopValue", "Heap size 0, cannot pop."},
   };
   for (const auto& f : failing) {
     try {
       f.call();
       ADD_FAILURE() << "no exception: " << f.message;
     } catch (const std::out_of_range& e) {
-      EXPECT_EQ(EndOfMessage(e), f.message);
-      EXPECT_EQ(std::string(e.what()).rfind("[[@KeyValueMaxHeapPairPriorityQueue:", 0), 0u) << e.what();
+      const std::string what = e.what();
+      EXPECT_EQ(what.rfind("[[@KeyValueMaxHeapPairPriorityQueue:", 0), 0u) << what;
+      EXPECT_NE(what.find(std::string(":") + f.function + "]] " + f.message), std::string::npos) << what;
+      EXPECT_EQ(what.substr(what.find("]] ") + 3), f.message);
     }
   }
-  EXPECT_NE(std::string([&] {
-              try {
-                (void)empty.TopValue();
-              } catch (const std::exception& e) {
-                return std::string(e.what());
-              }
-              return std::string();
-            }())
-                .find(":TopValue]] "),
-            std::string::npos);
   EXPECT_TRUE(empty.empty());
 
   // Pop of the last pair says the heap is now empty.

@@ -4,11 +4,13 @@
 # read of the same file (warm page cache, both measured here), with the run's
 # peak memory from /usr/bin/time -v against the matrix's size.
 #
-#   bench/quillo_whole_run.sh [build-dir] [n] [k]
+#   bench/quillo_whole_run.sh [build-dir] [n] [k] [more quillo options...]
+# e.g. bench/quillo_whole_run.sh build/release 10000 100 -greedyalgorithm accelerated
 set -euo pipefail
 build=${1:-build/release}
 n=${2:-10000}
 k=${3:-100}
+shift $(( $# < 3 ? $# : 3 ))
 quillo="$build/quillo"
 python=/usr/bin/python3
 work=$(mktemp -d /tmp/quillo_bench.XXXXXX)
@@ -37,12 +39,12 @@ done
 
 t0=$(now)
 /usr/bin/time -v -o "$work/time.txt" "$quillo" -flfilename "$work/sim.npy" -sumsize "$k" \
-  -cloglevel info -outfilesummary "$work/order.npy" > "$work/log.txt"
+  -cloglevel info -outfilesummary "$work/order.npy" "$@" > "$work/log.txt"
 t1=$(now)
 run_time=$(echo "$t1 - $t0" | bc -l)
 peak_kb=$(awk -F: '/Maximum resident set size/ {gsub(/ /, "", $2); print $2}' "$work/time.txt")
 
-echo "quillo whole run: n=$n k=$k cores=$(nproc)"
+echo "quillo whole run: n=$n k=$k cores=$(nproc) options: ${*:-none}"
 grep -E "Summarization time|Summary valuation" "$work/log.txt" || true
 printf 'plain read of %.0f MB: %.3f s\n' "$(echo "$bytes / 1048576" | bc -l)" "$read_time"
 printf 'quillo run:         %.3f s  (%.1f x the plain read)\n' "$run_time" "$(echo "$run_time / $read_time" | bc -l)"

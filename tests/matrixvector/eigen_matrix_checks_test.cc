@@ -3,9 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <limits>
-#include <regex>
 #include <stdexcept>
 #include <string>
+
+#include "location_prefix.h"
 
 namespace velmor {
 namespace {
@@ -18,10 +19,11 @@ std::string Verdict(const ValueCheckFlags& flags, T value) {
     return CheckValueThrowWithInfo<T>(flags, value, T(2), T(3)) ? "pass" : "fail";
   } catch (const std::invalid_argument& e) {
     const std::string what = e.what();
-    const std::regex prefix(R"(\[\[@eigen_matrix_checks:\d+:CheckValueThrowWithInfo\]\] (.*))");
-    std::smatch match;
-    if (!std::regex_match(what, match, prefix)) return "bad prefix: " + what;
-    return match[1];
+    const auto parts = testing_util::SplitLocationPrefix(what);
+    if (!parts || parts->file != "eigen_matrix_checks" || parts->function != "CheckValueThrowWithInfo") {
+      return "bad prefix: " + what;
+    }
+    return parts->text;
   }
 }
 

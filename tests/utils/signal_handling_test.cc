@@ -216,6 +216,12 @@ TEST(SignalHandling, SupervisorForwardsToTheGroup) {
           }
           EXPECT_TRUE(CatchesSignal(supervisor, SIGINT));
           ::kill(supervisor, signal_number);
+          // The worker is gone too (it may linger briefly until reaped); its
+          // message is written before it ends, so wait for that before the
+          // standard error file is read.
+          bool ended = false;
+          for (int tries = 0; tries < 10000 && !(ended = HasEnded(worker)); ++tries) ::usleep(1000);
+          EXPECT_TRUE(ended);
         });
     ::kill(-leader, SIGKILL);  // nothing should be left; clean up if something is
     ::close(ready[0]);
@@ -226,10 +232,6 @@ TEST(SignalHandling, SupervisorForwardsToTheGroup) {
     if (signal_number == SIGTERM) {
       EXPECT_NE(o.err.find("Received SIGTERM signal, terminating...\n"), std::string::npos) << o.err;
     }
-    // The worker is gone too (it may linger briefly until reaped).
-    bool ended = false;
-    for (int tries = 0; tries < 10000 && !(ended = HasEnded(worker)); ++tries) ::usleep(1000);
-    EXPECT_TRUE(ended);
   }
 }
 

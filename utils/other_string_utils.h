@@ -2,7 +2,7 @@
 #define VELMOR_UTILS_OTHER_STRING_UTILS_H_
 
 // Error printers of the command-line layer and the keyword matcher and token
-// cutter shared by the specification-string parsers.
+// cutter shared by the parsers of set and transformation strings.
 
 #include <cstdint>
 #include <string>

@@ -124,6 +124,8 @@ class SparseSumSumDispersionFunction
   double Evaluate(int v) const override;
   double Evaluate(const Set& A) const override;
   double EvaluateUnion(int v, const Set& A) const override;
+  // (f(A + v), f(A)), with this operation's own argument checks.
+  std::pair<double, double> EvaluateUnionAndSecondArg(int v, const Set& A) const override;
   double EvaluateUnion(const Set& A, const Set& B) const override;
   double EvaluateAfterSubtraction(const Set& A, int v) const override;
   double EvaluateAfterSubtraction(const Set& A, const Set& B) const override;

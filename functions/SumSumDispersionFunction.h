@@ -124,6 +124,8 @@ class SumSumDispersionFunction
   double Evaluate(const Set& A) const override;
   // The pair walk over A's elements followed by v (when not in A).
   double EvaluateUnion(int v, const Set& A) const override;
+  // (f(A + v), f(A)), with this operation's own argument checks.
+  std::pair<double, double> EvaluateUnionAndSecondArg(int v, const Set& A) const override;
   // The pair walk over A's elements followed by those of B not in A.
   double EvaluateUnion(const Set& A, const Set& B) const override;
   double EvaluateAfterSubtraction(const Set& A, int v) const override;

@@ -146,7 +146,7 @@ TYPED_TEST(SumSumDispersionTest, Errors) {
                 "Invalid SumSumDisp matrix.", "NaN");
   // No final period in this family's element and size messages; the pair
   // form delegates to EvaluateUnion.
-  testing::CheckArgumentErrors(SumSumDispersionFunction<T>(Matrix<T>::Ones(4, 4)), file, "", "EvaluateUnion");
+  testing::CheckArgumentErrors(SumSumDispersionFunction<T>(Matrix<T>::Ones(4, 4)), file, "");
 }
 
 }  // namespace

@@ -87,7 +87,7 @@ bool spssd2nonormalize = false;
 int32_t randomevaluations = 0;
 bool ctrl_lograndomevalsolutions = false;
 
-// **** Intersection Matroid Constraint (IM) json file specification
+// Intersection-of-matroids constraint (JSON file)
 const char* imjson = nullptr;
 
 // **** Logging (LOG) arguments

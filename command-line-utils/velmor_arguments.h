@@ -107,7 +107,7 @@ extern bool spssd2nonormalize;
 extern int32_t randomevaluations;
 extern bool ctrl_lograndomevalsolutions;
 
-// **** Intersection Matroid Constraint (IM) json file specification
+// Intersection-of-matroids constraint (JSON file)
 extern const char* imjson;
 
 // **** Logging (LOG) arguments

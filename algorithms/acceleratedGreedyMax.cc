@@ -1,5 +1,8 @@
 #include "algorithms/acceleratedGreedyMax.h"
 
+#include <fmt/format.h>
+#include <spdlog/spdlog.h>
+
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
@@ -8,22 +11,19 @@
 #include <stdexcept>
 #include <utility>
 
-#include <fmt/format.h>
-#include <spdlog/spdlog.h>
-
-#include "utils/KeyValueMaxHeapPairPriorityQueue.h"
 #include "algorithms/greedyCommon.h"
+#include "utils/KeyValueMaxHeapPairPriorityQueue.h"
 #include "utils/error_messages.h"
 #include "utils/logging.h"
 
 namespace velmor {
 
-double SmallestWorthwhileGainForGreedy(const SetFunction& f, int k, const Set& candidates, const Set& inclusion,
-                                       double fraction) {
+double SmallestWorthwhileGainForGreedy(const SetFunction& f, int k, const Set& candidates,
+                                       const Set& inclusion, double fraction) {
   constexpr double kLowest = static_cast<double>(std::numeric_limits<float>::lowest());
   if (candidates.GroundSetSize() != inclusion.GroundSetSize()) {
-    VELMOR_THROW(std::invalid_argument, "Ground set sizes %d != %d, must be the same.", candidates.GroundSetSize(),
-                 inclusion.GroundSetSize());
+    VELMOR_THROW(std::invalid_argument, "Ground set sizes %d != %d, must be the same.",
+                 candidates.GroundSetSize(), inclusion.GroundSetSize());
   }
   if (static_cast<double>(candidates.size()) * fraction <= static_cast<double>(k)) return kLowest;
   std::vector<int> elements;
@@ -32,31 +32,33 @@ double SmallestWorthwhileGainForGreedy(const SetFunction& f, int k, const Set& c
     if (!inclusion.contains(e)) elements.push_back(e);
   }
   if (k < 0 || elements.size() <= static_cast<std::size_t>(k)) return kLowest;
-  const std::unique_ptr<SetFunction::SetFunctionGrowingContext> context = f.MakeGrowingContext(inclusion);
+  const std::unique_ptr<SetFunction::SetFunctionGrowingContext> context =
+      f.MakeGrowingContext(inclusion);
   std::vector<double> gains(elements.size());
   context->DisjointGains(elements.data(), static_cast<int>(elements.size()), gains.data());
   std::vector<float> narrowed(gains.size());
   for (std::size_t j = 0; j < gains.size(); ++j) {
     // NaN gains sort last, so they never become the threshold ahead of a number.
-    narrowed[j] = std::isnan(gains[j]) ? std::numeric_limits<float>::lowest() : static_cast<float>(gains[j]);
+    narrowed[j] =
+        std::isnan(gains[j]) ? std::numeric_limits<float>::lowest() : static_cast<float>(gains[j]);
   }
   std::nth_element(narrowed.begin(), narrowed.begin() + k, narrowed.end(), std::greater<float>());
   return static_cast<double>(narrowed[static_cast<std::size_t>(k)]);
 }
 
-bool AcceleratedGreedyConstrainedMaximization(const SubmodularFunction& f, const DownClosedSetConstraint& constraint,
-                                              int cardinality_limit, const Set& candidates, const Set& inclusion,
-                                              const Set& conditioning, double algorithm_value,
-                                              GainPermit gain_permit, UnorderedHashSet* solution,
-                                              std::vector<int>* order, std::vector<float>* gains, double* value,
-                                              greedy_max::GreedyAncillaryResults* ancillary) {
-  if (const auto problem =
-          internal::GreedyArgumentProblem(f, constraint, cardinality_limit, candidates, inclusion, conditioning)) {
+bool AcceleratedGreedyConstrainedMaximization(
+    const SubmodularFunction& f, const DownClosedSetConstraint& constraint, int cardinality_limit,
+    const Set& candidates, const Set& inclusion, const Set& conditioning, double algorithm_value,
+    GainPermit gain_permit, UnorderedHashSet* solution, std::vector<int>* order,
+    std::vector<float>* gains, double* value, greedy_max::GreedyAncillaryResults* ancillary) {
+  if (const auto problem = internal::GreedyArgumentProblem(f, constraint, cardinality_limit,
+                                                           candidates, inclusion, conditioning)) {
     VELMOR_THROW(std::invalid_argument, "%s", problem->c_str());
   }
   const int n = f.GroundSetSize();
   const internal::AncillaryCheck ancillary_check = internal::CheckAncillary(ancillary, n);
-  if (ancillary_check.problem) VELMOR_THROW(std::invalid_argument, "%s", ancillary_check.problem->c_str());
+  if (ancillary_check.problem)
+    VELMOR_THROW(std::invalid_argument, "%s", ancillary_check.problem->c_str());
   const bool use_ancillary = ancillary_check.precomputed;
   if (order == nullptr && gains == nullptr && solution == nullptr) return false;
   if (ancillary != nullptr) ancillary->number_of_gain_evaluations = 0;
@@ -64,14 +66,16 @@ bool AcceleratedGreedyConstrainedMaximization(const SubmodularFunction& f, const
   const std::shared_ptr<spdlog::logger> logger = logging::GetLogger("optm");
   const int progress_period = greedy_max::ProgressLoggingPeriod();
   const int k = std::min(constraint.SizeLimit(), cardinality_limit);
-  const double threshold = SmallestWorthwhileGainForGreedy(f, k, candidates, inclusion, algorithm_value);
+  const double threshold =
+      SmallestWorthwhileGainForGreedy(f, k, candidates, inclusion, algorithm_value);
 
   UnorderedHashSet base(n);
   base.insertSet(inclusion);
   base.insertSet(conditioning);
   UnorderedHashSet current(n);
   current.insertSet(inclusion);
-  const std::unique_ptr<SetFunction::SetFunctionGrowingContext> context = f.MakeGrowingContext(base);
+  const std::unique_ptr<SetFunction::SetFunctionGrowingContext> context =
+      f.MakeGrowingContext(base);
   const std::unique_ptr<SetConstraint::ConstraintGrowingContextExternal> constraint_context =
       constraint.MakeGrowingContextExternal(current);
 
@@ -101,9 +105,11 @@ bool AcceleratedGreedyConstrainedMaximization(const SubmodularFunction& f, const
     evaluations += count;
     if (ancillary != nullptr) {
       logger->info("Computing ancillary singleton gains.");
-      ancillary->singleton_gains.assign(static_cast<std::size_t>(n), std::numeric_limits<float>::quiet_NaN());
+      ancillary->singleton_gains.assign(static_cast<std::size_t>(n),
+                                        std::numeric_limits<float>::quiet_NaN());
       for (int j = 0; j < count; ++j) {
-        ancillary->singleton_gains[static_cast<std::size_t>(elements[j])] = static_cast<float>(initial_gains[j]);
+        ancillary->singleton_gains[static_cast<std::size_t>(elements[j])] =
+            static_cast<float>(initial_gains[j]);
       }
       ancillary->singleton_gains_precomputed = true;
     }
@@ -120,11 +126,13 @@ bool AcceleratedGreedyConstrainedMaximization(const SubmodularFunction& f, const
 
   if (order != nullptr) {
     order->clear();
-    order->reserve(static_cast<std::size_t>(std::max(0, std::min<int>(k, static_cast<int>(heap.size())))));
+    order->reserve(
+        static_cast<std::size_t>(std::max(0, std::min<int>(k, static_cast<int>(heap.size())))));
   }
   if (gains != nullptr) {
     gains->clear();
-    gains->reserve(static_cast<std::size_t>(std::max(0, std::min<int>(k, static_cast<int>(heap.size())))));
+    gains->reserve(
+        static_cast<std::size_t>(std::max(0, std::min<int>(k, static_cast<int>(heap.size())))));
   }
 
   int added = 0;
@@ -148,8 +156,8 @@ bool AcceleratedGreedyConstrainedMaximization(const SubmodularFunction& f, const
     heap.Pop();
     if (!constraint_context->IsDisjointUnionFeasible(element, current)) continue;
     if (progress_period >= 1 && added % progress_period == 0) {
-      logger->info("Found element {} in the order, element = {}, gain value = {}, heap size = {}.", added, element,
-                   accepted_gain, heap.size());
+      logger->info("Found element {} in the order, element = {}, gain value = {}, heap size = {}.",
+                   added, element, accepted_gain, heap.size());
     }
     if (internal::GainPermitStops(gain_permit, accepted_gain)) {
       logger->debug("Done since found negaive gain.");

@@ -26,8 +26,8 @@ namespace velmor {
 // returned (the lowest float when there are at most k of them).
 // Throws std::invalid_argument "Ground set sizes %d != %d, must be the same."
 // when candidates and inclusion differ in ground-set size.
-double SmallestWorthwhileGainForGreedy(const SetFunction& f, int k, const Set& candidates, const Set& inclusion,
-                                       double fraction);
+double SmallestWorthwhileGainForGreedy(const SetFunction& f, int k, const Set& candidates,
+                                       const Set& inclusion, double fraction);
 
 // The accelerated greedy with the common maximizer signature (see
 // greedy_max.h); `algorithm_value` is the fraction given to
@@ -45,12 +45,11 @@ double SmallestWorthwhileGainForGreedy(const SetFunction& f, int k, const Set& c
 // Throws std::invalid_argument "All arguments must have same ground set size,
 // got sizes %d,%d,%d,%d,%d." (function, constraint, candidates, inclusion,
 // conditioning) and the inclusion-feasibility error of the standard greedy.
-bool AcceleratedGreedyConstrainedMaximization(const SubmodularFunction& f, const DownClosedSetConstraint& constraint,
-                                              int cardinality_limit, const Set& candidates, const Set& inclusion,
-                                              const Set& conditioning, double algorithm_value,
-                                              GainPermit gain_permit, UnorderedHashSet* solution,
-                                              std::vector<int>* order, std::vector<float>* gains, double* value,
-                                              greedy_max::GreedyAncillaryResults* ancillary);
+bool AcceleratedGreedyConstrainedMaximization(
+    const SubmodularFunction& f, const DownClosedSetConstraint& constraint, int cardinality_limit,
+    const Set& candidates, const Set& inclusion, const Set& conditioning, double algorithm_value,
+    GainPermit gain_permit, UnorderedHashSet* solution, std::vector<int>* order,
+    std::vector<float>* gains, double* value, greedy_max::GreedyAncillaryResults* ancillary);
 
 }  // namespace velmor
 

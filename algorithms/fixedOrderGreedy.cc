@@ -9,18 +9,21 @@
 
 namespace velmor {
 
-bool FixedOrderGreedyConstrained(const SubmodularFunction& f, const DownClosedSetConstraint& constraint,
-                                 int cardinality_limit, const std::vector<int>& fixed_order, const Set& inclusion,
-                                 const Set& conditioning, double /*algorithm_value*/, GainPermit gain_permit,
-                                 UnorderedHashSet* solution, std::vector<int>* order, std::vector<float>* gains,
+bool FixedOrderGreedyConstrained(const SubmodularFunction& f,
+                                 const DownClosedSetConstraint& constraint, int cardinality_limit,
+                                 const std::vector<int>& fixed_order, const Set& inclusion,
+                                 const Set& conditioning, double /*algorithm_value*/,
+                                 GainPermit gain_permit, UnorderedHashSet* solution,
+                                 std::vector<int>* order, std::vector<float>* gains,
                                  double* value) {
   const int n = f.GroundSetSize();
-  if (const auto problem = internal::GreedyArgumentProblem(f, constraint, cardinality_limit, FixedGroundSet(n),
-                                                           inclusion, conditioning)) {
+  if (const auto problem = internal::GreedyArgumentProblem(
+          f, constraint, cardinality_limit, FixedGroundSet(n), inclusion, conditioning)) {
     VELMOR_THROW(std::invalid_argument, "%s", problem->c_str());
   }
   for (int e : fixed_order) {
-    if (e < 0 || e >= n) VELMOR_THROW(std::invalid_argument, "Invalid element = %d in the fixed order.", e);
+    if (e < 0 || e >= n)
+      VELMOR_THROW(std::invalid_argument, "Invalid element = %d in the fixed order.", e);
   }
   if (order == nullptr && gains == nullptr && solution == nullptr) return false;
 

@@ -23,11 +23,12 @@ namespace velmor {
 // Throws std::invalid_argument "Invalid element = %d in the fixed order." for
 // an element outside [0, n) (before any work), and the ground-set size and
 // inclusion errors of the other greedy algorithms.
-bool FixedOrderGreedyConstrained(const SubmodularFunction& f, const DownClosedSetConstraint& constraint,
-                                 int cardinality_limit, const std::vector<int>& fixed_order, const Set& inclusion,
-                                 const Set& conditioning, double algorithm_value, GainPermit gain_permit,
-                                 UnorderedHashSet* solution, std::vector<int>* order, std::vector<float>* gains,
-                                 double* value);
+bool FixedOrderGreedyConstrained(const SubmodularFunction& f,
+                                 const DownClosedSetConstraint& constraint, int cardinality_limit,
+                                 const std::vector<int>& fixed_order, const Set& inclusion,
+                                 const Set& conditioning, double algorithm_value,
+                                 GainPermit gain_permit, UnorderedHashSet* solution,
+                                 std::vector<int>* order, std::vector<float>* gains, double* value);
 
 }  // namespace velmor
 

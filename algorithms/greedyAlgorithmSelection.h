@@ -40,15 +40,15 @@ namespace velmor {
 // Returns the bool of the algorithm that ran (false when solution, order and
 // gains are all null). The algorithms' exceptions pass through.
 bool RunOneOfTheGreedyAlgorithms(
-    bool use_standard_greedy, bool use_stochastic_greedy, double starting_epsilon, int minimum_sample_size,
-    double ending_epsilon, int maximum_sample_size, double epsilon_gamma, double lazy_acceptance_tolerance,
-    int expected_summary_size, int lazy_evaluation, bool use_threshold_greedy, double threshold_value,
-    int number_of_threads, int hgm_depth, int hgm_ary, bool random_partition,
-    float fraction_of_threads_solution_to_compute, float gain_preservation_fraction, int seed,
-    const SubmodularFunction& f, const DownClosedSetConstraint& constraint, int cardinality_limit,
-    const Set& candidates, const Set& inclusion, const Set& conditioning, double algorithm_value,
-    GainPermit gain_permit, UnorderedHashSet* solution, std::vector<int>* order, std::vector<float>* gains,
-    double* value);
+    bool use_standard_greedy, bool use_stochastic_greedy, double starting_epsilon,
+    int minimum_sample_size, double ending_epsilon, int maximum_sample_size, double epsilon_gamma,
+    double lazy_acceptance_tolerance, int expected_summary_size, int lazy_evaluation,
+    bool use_threshold_greedy, double threshold_value, int number_of_threads, int hgm_depth,
+    int hgm_ary, bool random_partition, float fraction_of_threads_solution_to_compute,
+    float gain_preservation_fraction, int seed, const SubmodularFunction& f,
+    const DownClosedSetConstraint& constraint, int cardinality_limit, const Set& candidates,
+    const Set& inclusion, const Set& conditioning, double algorithm_value, GainPermit gain_permit,
+    UnorderedHashSet* solution, std::vector<int>* order, std::vector<float>* gains, double* value);
 
 }  // namespace velmor
 

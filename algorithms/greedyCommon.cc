@@ -15,20 +15,22 @@ bool GainPermitStops(GainPermit gain_permit, double gain) {
   }
 }
 
-std::optional<std::string> GreedyArgumentProblem(const SetFunction& f, const DownClosedSetConstraint& constraint,
+std::optional<std::string> GreedyArgumentProblem(const SetFunction& f,
+                                                 const DownClosedSetConstraint& constraint,
                                                  int cardinality_limit, const Set& candidates,
                                                  const Set& inclusion, const Set& conditioning) {
   const int n = f.GroundSetSize();
-  if (constraint.GroundSetSize() != n || candidates.GroundSetSize() != n || inclusion.GroundSetSize() != n ||
-      conditioning.GroundSetSize() != n) {
+  if (constraint.GroundSetSize() != n || candidates.GroundSetSize() != n ||
+      inclusion.GroundSetSize() != n || conditioning.GroundSetSize() != n) {
     return fmt::format("All arguments must have same ground set size, got sizes {},{},{},{},{}.", n,
-                       constraint.GroundSetSize(), candidates.GroundSetSize(), inclusion.GroundSetSize(),
-                       conditioning.GroundSetSize());
+                       constraint.GroundSetSize(), candidates.GroundSetSize(),
+                       inclusion.GroundSetSize(), conditioning.GroundSetSize());
   }
   const bool inclusion_feasible = constraint.IsFeasible(inclusion);
   if (!inclusion_feasible || inclusion.size() > cardinality_limit) {
     return fmt::format(
-        "Inclusion set of size {} must itself be feasible, but constraint feasibility returns {} and extra "
+        "Inclusion set of size {} must itself be feasible, but constraint feasibility returns {} "
+        "and extra "
         "cardinality limit is {}.",
         inclusion.size(), inclusion_feasible, cardinality_limit);
   }
@@ -39,14 +41,16 @@ AncillaryCheck CheckAncillary(const greedy_max::GreedyAncillaryResults* ancillar
   AncillaryCheck check;
   check.precomputed = ancillary != nullptr && ancillary->singleton_gains_precomputed;
   if (check.precomputed && ancillary->singleton_gains.size() != static_cast<std::size_t>(n)) {
-    check.problem = fmt::format("Invalid argument, ancillary singleton gains have {} entries, not {}.",
-                                ancillary->singleton_gains.size(), n);
+    check.problem =
+        fmt::format("Invalid argument, ancillary singleton gains have {} entries, not {}.",
+                    ancillary->singleton_gains.size(), n);
   }
   return check;
 }
 
-GreedyRunState::GreedyRunState(const SubmodularFunction& f, const DownClosedSetConstraint& constraint,
-                               const Set& inclusion, const Set& conditioning)
+GreedyRunState::GreedyRunState(const SubmodularFunction& f,
+                               const DownClosedSetConstraint& constraint, const Set& inclusion,
+                               const Set& conditioning)
     : current(f.GroundSetSize()), excluded(f.GroundSetSize()) {
   current.insertSet(inclusion);
   excluded.insertSet(inclusion);
@@ -71,8 +75,8 @@ std::vector<int> RemainingCandidates(const Set& candidates, const Set& excluded)
   return elements;
 }
 
-void FinishGreedyRun(const SubmodularFunction& f, const Set& conditioning, const GreedyRunState& state,
-                     UnorderedHashSet* solution, double* value) {
+void FinishGreedyRun(const SubmodularFunction& f, const Set& conditioning,
+                     const GreedyRunState& state, UnorderedHashSet* solution, double* value) {
   if (value != nullptr) *value = state.function_context->CurrentValue() - f.Evaluate(conditioning);
   if (solution != nullptr) *solution = state.current;
 }

@@ -23,7 +23,8 @@ bool GainPermitStops(GainPermit gain_permit, double gain);
 // sizes %d,%d,%d,%d,%d."), or an infeasible `inclusion` or one larger than
 // cardinality_limit. The caller throws it, so that the message carries the
 // caller's name.
-std::optional<std::string> GreedyArgumentProblem(const SetFunction& f, const DownClosedSetConstraint& constraint,
+std::optional<std::string> GreedyArgumentProblem(const SetFunction& f,
+                                                 const DownClosedSetConstraint& constraint,
                                                  int cardinality_limit, const Set& candidates,
                                                  const Set& inclusion, const Set& conditioning);
 
@@ -40,8 +41,8 @@ AncillaryCheck CheckAncillary(const greedy_max::GreedyAncillaryResults* ancillar
 // inclusion ∪ conditioning (never chosen), the function's context at that
 // union and the constraint's context at the solution.
 struct GreedyRunState {
-  GreedyRunState(const SubmodularFunction& f, const DownClosedSetConstraint& constraint, const Set& inclusion,
-                 const Set& conditioning);
+  GreedyRunState(const SubmodularFunction& f, const DownClosedSetConstraint& constraint,
+                 const Set& inclusion, const Set& conditioning);
 
   // Adds e to both contexts and the solution.
   void Add(int e);
@@ -59,8 +60,8 @@ std::vector<int> RemainingCandidates(const Set& candidates, const Set& excluded)
 
 // Writes value (f(solution ∪ conditioning) - f(conditioning)) and solution
 // when they are given.
-void FinishGreedyRun(const SubmodularFunction& f, const Set& conditioning, const GreedyRunState& state,
-                     UnorderedHashSet* solution, double* value);
+void FinishGreedyRun(const SubmodularFunction& f, const Set& conditioning,
+                     const GreedyRunState& state, UnorderedHashSet* solution, double* value);
 
 }  // namespace velmor::internal
 

@@ -1,5 +1,8 @@
 #include "algorithms/greedy_max.h"
 
+#include <fmt/format.h>
+#include <spdlog/spdlog.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cfloat>
@@ -7,9 +10,6 @@
 #include <functional>
 #include <limits>
 #include <stdexcept>
-
-#include <fmt/format.h>
-#include <spdlog/spdlog.h>
 
 #include "algorithms/greedyCommon.h"
 #include "utils/error_messages.h"
@@ -22,30 +22,36 @@ namespace {
 std::atomic<int> progress_logging_period{0};
 }  // namespace
 
-void SetProgressLoggingPeriod(int period) { progress_logging_period.store(period, std::memory_order_relaxed); }
+void SetProgressLoggingPeriod(int period) {
+  progress_logging_period.store(period, std::memory_order_relaxed);
+}
 int ProgressLoggingPeriod() { return progress_logging_period.load(std::memory_order_relaxed); }
 
 }  // namespace greedy_max
 
-bool GreedyConstrainedMaximization(const SubmodularFunction& f, const DownClosedSetConstraint& constraint,
-                                   int cardinality_limit, const Set& candidates, const Set& inclusion,
-                                   const Set& conditioning, GainPermit gain_permit, UnorderedHashSet* solution,
-                                   std::vector<int>* order, std::vector<float>* gains, double* value,
+bool GreedyConstrainedMaximization(const SubmodularFunction& f,
+                                   const DownClosedSetConstraint& constraint, int cardinality_limit,
+                                   const Set& candidates, const Set& inclusion,
+                                   const Set& conditioning, GainPermit gain_permit,
+                                   UnorderedHashSet* solution, std::vector<int>* order,
+                                   std::vector<float>* gains, double* value,
                                    greedy_max::GreedyAncillaryResults* ancillary) {
   const int n = f.GroundSetSize();
-  if (constraint.GroundSetSize() != n || candidates.GroundSetSize() != n || inclusion.GroundSetSize() != n ||
-      conditioning.GroundSetSize() != n) {
+  if (constraint.GroundSetSize() != n || candidates.GroundSetSize() != n ||
+      inclusion.GroundSetSize() != n || conditioning.GroundSetSize() != n) {
     VELMOR_THROW(std::invalid_argument, "Invalid argument, all ground set sizes must match.");
   }
   const bool inclusion_feasible = constraint.IsFeasible(inclusion);
   if (!inclusion_feasible || inclusion.size() > cardinality_limit) {
-    VELMOR_THROW(std::invalid_argument,
-                 fmt::format("Inclusion set of size {} must itself be feasible, but constraint feasibility "
-                             "returns {} and extra cardinality limit is {}.",
-                             inclusion.size(), inclusion_feasible, cardinality_limit));
+    VELMOR_THROW(
+        std::invalid_argument,
+        fmt::format("Inclusion set of size {} must itself be feasible, but constraint feasibility "
+                    "returns {} and extra cardinality limit is {}.",
+                    inclusion.size(), inclusion_feasible, cardinality_limit));
   }
   const internal::AncillaryCheck ancillary_check = internal::CheckAncillary(ancillary, n);
-  if (ancillary_check.problem) VELMOR_THROW(std::invalid_argument, "%s", ancillary_check.problem->c_str());
+  if (ancillary_check.problem)
+    VELMOR_THROW(std::invalid_argument, "%s", ancillary_check.problem->c_str());
   const bool use_ancillary = ancillary_check.precomputed;
   if (order == nullptr && gains == nullptr && solution == nullptr) return false;
   if (ancillary != nullptr) ancillary->number_of_gain_evaluations = 0;
@@ -68,7 +74,8 @@ bool GreedyConstrainedMaximization(const SubmodularFunction& f, const DownClosed
   const std::unique_ptr<SetConstraint::ConstraintGrowingContextExternal> constraint_context =
       constraint.MakeGrowingContextExternal(current);
 
-  const long most_chosen = std::min<long>({constraint.SizeLimit(), cardinality_limit, remaining.size()});
+  const long most_chosen =
+      std::min<long>({constraint.SizeLimit(), cardinality_limit, remaining.size()});
   if (order != nullptr) {
     order->clear();
     order->reserve(static_cast<std::size_t>(std::max(0L, most_chosen)));
@@ -78,10 +85,13 @@ bool GreedyConstrainedMaximization(const SubmodularFunction& f, const DownClosed
     gains->reserve(static_cast<std::size_t>(std::max(0L, most_chosen)));
   }
 
-  const bool nothing_to_choose = constraint.SizeLimit() == 0 || cardinality_limit < 1 || candidates.empty();
-  const bool fill_ancillary = ancillary != nullptr && !ancillary->singleton_gains_precomputed && !nothing_to_choose;
+  const bool nothing_to_choose =
+      constraint.SizeLimit() == 0 || cardinality_limit < 1 || candidates.empty();
+  const bool fill_ancillary =
+      ancillary != nullptr && !ancillary->singleton_gains_precomputed && !nothing_to_choose;
   if (fill_ancillary) {
-    ancillary->singleton_gains.assign(static_cast<std::size_t>(n), std::numeric_limits<float>::quiet_NaN());
+    ancillary->singleton_gains.assign(static_cast<std::size_t>(n),
+                                      std::numeric_limits<float>::quiet_NaN());
   }
 
   // Per-step scratch, sized once: the feasible candidates and their gains.
@@ -106,7 +116,8 @@ bool GreedyConstrainedMaximization(const SubmodularFunction& f, const DownClosed
     const int count = static_cast<int>(feasible_candidates.size());
     if (first_pass && use_ancillary) {
       for (int j = 0; j < count; ++j) {
-        const float stored = ancillary->singleton_gains[static_cast<std::size_t>(feasible_candidates[j])];
+        const float stored =
+            ancillary->singleton_gains[static_cast<std::size_t>(feasible_candidates[j])];
         if (std::isnan(stored)) {
           candidate_gains[j] = current_function_eval_context->DisjointGain(feasible_candidates[j]);
           ++ancillary->number_of_gain_evaluations;
@@ -115,7 +126,8 @@ bool GreedyConstrainedMaximization(const SubmodularFunction& f, const DownClosed
         }
       }
     } else {
-      current_function_eval_context->DisjointGains(feasible_candidates.data(), count, candidate_gains.data());
+      current_function_eval_context->DisjointGains(feasible_candidates.data(), count,
+                                                   candidate_gains.data());
       if (ancillary != nullptr) ancillary->number_of_gain_evaluations += count;
       if (first_pass && fill_ancillary) {
         for (int j = 0; j < count; ++j) {
@@ -136,7 +148,8 @@ bool GreedyConstrainedMaximization(const SubmodularFunction& f, const DownClosed
         element_having_max_gain = feasible_candidates[j];
       }
     }
-    logger->debug("Found element_having_max_gain = {}, max_gain = {}", element_having_max_gain, max_gain);
+    logger->debug("Found element_having_max_gain = {}, max_gain = {}", element_having_max_gain,
+                  max_gain);
     if (element_having_max_gain == n) {
       logger->debug("Done since reached ground set size");
       break;
@@ -146,8 +159,8 @@ bool GreedyConstrainedMaximization(const SubmodularFunction& f, const DownClosed
       break;
     }
     if (progress_period >= 1 && added % progress_period == 0) {
-      logger->info("Found element {} in the order, element = {}, gain value = {}.", added, element_having_max_gain,
-                   max_gain);
+      logger->info("Found element {} in the order, element = {}, gain value = {}.", added,
+                   element_having_max_gain, max_gain);
     }
     ++added;
 
@@ -160,27 +173,33 @@ bool GreedyConstrainedMaximization(const SubmodularFunction& f, const DownClosed
     remaining.remove(element_having_max_gain);
   }
 
-  if (value != nullptr) *value = current_function_eval_context->CurrentValue() - f.Evaluate(conditioning);
+  if (value != nullptr)
+    *value = current_function_eval_context->CurrentValue() - f.Evaluate(conditioning);
   if (solution != nullptr) *solution = current;
   return true;
 }
 
-double UpperBoundValueGreedyConstrainedMaximization(const SubmodularFunction& f, int cardinality_limit,
-                                                    const Set& candidates, const Set& inclusion,
-                                                    const Set& conditioning, UnorderedHashSet* solution,
-                                                    std::vector<int>* order, std::vector<float>* gains,
-                                                    double* value) {
+double UpperBoundValueGreedyConstrainedMaximization(const SubmodularFunction& f,
+                                                    int cardinality_limit, const Set& candidates,
+                                                    const Set& inclusion, const Set& conditioning,
+                                                    UnorderedHashSet* solution,
+                                                    std::vector<int>* order,
+                                                    std::vector<float>* gains, double* value) {
   if (!f.IsMonotoneNondecreasing()) {
-    VELMOR_THROW(std::invalid_argument, "Bound only applies to a monotone non-decreasing submodular function.");
+    VELMOR_THROW(std::invalid_argument,
+                 "Bound only applies to a monotone non-decreasing submodular function.");
   }
   if (cardinality_limit <= 0) {
-    VELMOR_THROW(std::invalid_argument, "Must have positive cardinality constraint, got %d.", cardinality_limit);
+    VELMOR_THROW(std::invalid_argument, "Must have positive cardinality constraint, got %d.",
+                 cardinality_limit);
   }
   if (inclusion.size() > cardinality_limit) {
-    VELMOR_THROW(std::invalid_argument, "Inclusion set must itself be feasible, <=%d.", cardinality_limit);
+    VELMOR_THROW(std::invalid_argument, "Inclusion set must itself be feasible, <=%d.",
+                 cardinality_limit);
   }
   const int n = f.GroundSetSize();
-  if (candidates.GroundSetSize() != n || inclusion.GroundSetSize() != n || conditioning.GroundSetSize() != n) {
+  if (candidates.GroundSetSize() != n || inclusion.GroundSetSize() != n ||
+      conditioning.GroundSetSize() != n) {
     VELMOR_THROW(std::invalid_argument, "Invalid argument, all ground set sizes must match.");
   }
 
@@ -193,7 +212,8 @@ double UpperBoundValueGreedyConstrainedMaximization(const SubmodularFunction& f,
   for (int e : candidates) {
     if (!excluded.contains(e)) remaining.insert(e);
   }
-  const std::unique_ptr<SetFunction::SetFunctionGrowingContext> context = f.MakeGrowingContext(excluded);
+  const std::unique_ptr<SetFunction::SetFunctionGrowingContext> context =
+      f.MakeGrowingContext(excluded);
   const double conditioning_value = f.Evaluate(conditioning);
   const int free_slots = cardinality_limit - inclusion.size();
 
@@ -215,7 +235,8 @@ double UpperBoundValueGreedyConstrainedMaximization(const SubmodularFunction& f,
       if (step_gains[j] > 0.0) positive_gains.push_back(step_gains[j]);
     }
     const std::size_t taken = std::min(positive_gains.size(), static_cast<std::size_t>(free_slots));
-    std::nth_element(positive_gains.begin(), positive_gains.begin() + static_cast<std::ptrdiff_t>(taken),
+    std::nth_element(positive_gains.begin(),
+                     positive_gains.begin() + static_cast<std::ptrdiff_t>(taken),
                      positive_gains.end(), std::greater<double>());
     double top_sum = 0.0;
     for (std::size_t j = 0; j < taken; ++j) top_sum += positive_gains[j];

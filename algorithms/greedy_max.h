@@ -72,8 +72,8 @@ int ProgressLoggingPeriod();
 using GreedyAlgorithm = std::function<bool(
     const SubmodularFunction& f, const DownClosedSetConstraint& constraint, int cardinality_limit,
     const Set& candidates, const Set& inclusion, const Set& conditioning, double algorithm_value,
-    GainPermit gain_permit, UnorderedHashSet* solution, std::vector<int>* order, std::vector<float>* gains,
-    double* value, greedy_max::GreedyAncillaryResults* ancillary)>;
+    GainPermit gain_permit, UnorderedHashSet* solution, std::vector<int>* order,
+    std::vector<float>* gains, double* value, greedy_max::GreedyAncillaryResults* ancillary)>;
 
 // The standard greedy: at each step the gain of every remaining candidate
 // that the constraint still allows is evaluated and the largest gain wins
@@ -90,10 +90,12 @@ using GreedyAlgorithm = std::function<bool(
 // Throws std::invalid_argument when a ground-set size differs from n, when
 // `inclusion` is infeasible or larger than cardinality_limit, or when a
 // filled ancillary array does not have n entries.
-bool GreedyConstrainedMaximization(const SubmodularFunction& f, const DownClosedSetConstraint& constraint,
-                                   int cardinality_limit, const Set& candidates, const Set& inclusion,
-                                   const Set& conditioning, GainPermit gain_permit, UnorderedHashSet* solution,
-                                   std::vector<int>* order, std::vector<float>* gains, double* value,
+bool GreedyConstrainedMaximization(const SubmodularFunction& f,
+                                   const DownClosedSetConstraint& constraint, int cardinality_limit,
+                                   const Set& candidates, const Set& inclusion,
+                                   const Set& conditioning, GainPermit gain_permit,
+                                   UnorderedHashSet* solution, std::vector<int>* order,
+                                   std::vector<float>* gains, double* value,
                                    greedy_max::GreedyAncillaryResults* ancillary);
 
 // Runs the standard greedy from `inclusion` under |S| <= cardinality_limit
@@ -110,11 +112,12 @@ bool GreedyConstrainedMaximization(const SubmodularFunction& f, const DownClosed
 // Throws std::invalid_argument when f does not report itself monotone
 // non-decreasing, when cardinality_limit <= 0, when |inclusion| >
 // cardinality_limit, or when a ground-set size differs.
-double UpperBoundValueGreedyConstrainedMaximization(const SubmodularFunction& f, int cardinality_limit,
-                                                    const Set& candidates, const Set& inclusion,
-                                                    const Set& conditioning, UnorderedHashSet* solution,
-                                                    std::vector<int>* order, std::vector<float>* gains,
-                                                    double* value);
+double UpperBoundValueGreedyConstrainedMaximization(const SubmodularFunction& f,
+                                                    int cardinality_limit, const Set& candidates,
+                                                    const Set& inclusion, const Set& conditioning,
+                                                    UnorderedHashSet* solution,
+                                                    std::vector<int>* order,
+                                                    std::vector<float>* gains, double* value);
 
 }  // namespace velmor
 

@@ -46,9 +46,10 @@ namespace velmor {
 bool MultiThreadedGreedyConstrainedMaximization(
     const SubmodularFunction& f, const DownClosedSetConstraint& constraint, int cardinality_limit,
     const Set& candidates, const Set& inclusion, const Set& conditioning, double algorithm_value,
-    float fraction_of_threads_solution_to_compute, float gain_preservation_fraction, GainPermit gain_permit,
-    int number_of_threads, bool random_partition, int seed, const GreedyAlgorithm& algorithm,
-    UnorderedHashSet* solution, std::vector<int>* order, std::vector<float>* gains, double* value);
+    float fraction_of_threads_solution_to_compute, float gain_preservation_fraction,
+    GainPermit gain_permit, int number_of_threads, bool random_partition, int seed,
+    const GreedyAlgorithm& algorithm, UnorderedHashSet* solution, std::vector<int>* order,
+    std::vector<float>* gains, double* value);
 
 // The hierarchical scheme: number_of_threads must be ary^L for an integer
 // L >= 0 (ary >= 2, or ary 1 with one thread), else "Hierarchical
@@ -61,9 +62,10 @@ bool MultiThreadedGreedyConstrainedMaximization(
 bool HierarchicalMultiThreadedGreedyConstrainedMaximization(
     const SubmodularFunction& f, const DownClosedSetConstraint& constraint, int cardinality_limit,
     const Set& candidates, const Set& inclusion, const Set& conditioning, double algorithm_value,
-    float fraction_of_threads_solution_to_compute, float gain_preservation_fraction, GainPermit gain_permit,
-    int number_of_threads, int depth, int ary, bool random_partition, int seed, const GreedyAlgorithm& algorithm,
-    UnorderedHashSet* solution, std::vector<int>* order, std::vector<float>* gains, double* value);
+    float fraction_of_threads_solution_to_compute, float gain_preservation_fraction,
+    GainPermit gain_permit, int number_of_threads, int depth, int ary, bool random_partition,
+    int seed, const GreedyAlgorithm& algorithm, UnorderedHashSet* solution, std::vector<int>* order,
+    std::vector<float>* gains, double* value);
 
 }  // namespace velmor
 

@@ -24,22 +24,25 @@ std::uint32_t UniformBelow(std::uint32_t bound, std::mt19937& engine) {
 
 void UniformRandomSubset(std::vector<int>& elements, int size, std::mt19937& engine) {
   const std::size_t count = elements.size();
-  const std::size_t take = std::min<std::size_t>(count, static_cast<std::size_t>(std::max(size, 0)));
+  const std::size_t take =
+      std::min<std::size_t>(count, static_cast<std::size_t>(std::max(size, 0)));
   for (std::size_t i = 0; i < take; ++i) {
     const std::size_t j = i + UniformBelow(static_cast<std::uint32_t>(count - i), engine);
     std::swap(elements[i], elements[j]);
   }
 }
 
-bool RandomMaximizationMinimization(int number_of_attempts, std::uint64_t seed, const SetFunction& f,
-                                    const DownClosedSetConstraint& constraint, const Set& candidates,
-                                    const Set& warm_start, const Set& conditioning, UnorderedHashSet* min_set,
+bool RandomMaximizationMinimization(int number_of_attempts, std::uint64_t seed,
+                                    const SetFunction& f, const DownClosedSetConstraint& constraint,
+                                    const Set& candidates, const Set& warm_start,
+                                    const Set& conditioning, UnorderedHashSet* min_set,
                                     UnorderedHashSet* max_set, double* min_value, double* max_value,
                                     double* average_value) {
   const int n = f.GroundSetSize();
-  if (constraint.GroundSetSize() != n || candidates.GroundSetSize() != n || warm_start.GroundSetSize() != n ||
-      conditioning.GroundSetSize() != n) {
-    VELMOR_THROW(std::invalid_argument, "Invalid argument, ground set sizes %d,%d,%d,%d,%d must all match.", n,
+  if (constraint.GroundSetSize() != n || candidates.GroundSetSize() != n ||
+      warm_start.GroundSetSize() != n || conditioning.GroundSetSize() != n) {
+    VELMOR_THROW(std::invalid_argument,
+                 "Invalid argument, ground set sizes %d,%d,%d,%d,%d must all match.", n,
                  constraint.GroundSetSize(), candidates.GroundSetSize(), warm_start.GroundSetSize(),
                  conditioning.GroundSetSize());
   }

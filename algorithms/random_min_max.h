@@ -37,9 +37,10 @@ void UniformRandomSubset(std::vector<int>& elements, int size, std::mt19937& eng
 // %d,%d,%d,%d,%d must all match." (function, constraint, candidates,
 // warm_start, conditioning), "Warm start set must itself be feasible." and
 // "Number of attempts = %d must be > 0.", in that order of checking.
-bool RandomMaximizationMinimization(int number_of_attempts, std::uint64_t seed, const SetFunction& f,
-                                    const DownClosedSetConstraint& constraint, const Set& candidates,
-                                    const Set& warm_start, const Set& conditioning, UnorderedHashSet* min_set,
+bool RandomMaximizationMinimization(int number_of_attempts, std::uint64_t seed,
+                                    const SetFunction& f, const DownClosedSetConstraint& constraint,
+                                    const Set& candidates, const Set& warm_start,
+                                    const Set& conditioning, UnorderedHashSet* min_set,
                                     UnorderedHashSet* max_set, double* min_value, double* max_value,
                                     double* average_value);
 

@@ -58,10 +58,11 @@ namespace velmor {
 // other tuning value out of range, and the ground-set size and inclusion
 // errors of the accelerated greedy.
 bool StochasticAcceleratedGreedyConstrainedMaximization(
-    double starting_epsilon, int minimum_sample_size, double ending_epsilon, int maximum_sample_size,
-    double epsilon_gamma, double lazy_acceptance_tolerance, int expected_summary_size, int lazy_evaluation,
-    const SubmodularFunction& f, const DownClosedSetConstraint& constraint, int cardinality_limit,
-    const Set& candidates, const Set& inclusion, const Set& conditioning, GainPermit gain_permit, int seed,
+    double starting_epsilon, int minimum_sample_size, double ending_epsilon,
+    int maximum_sample_size, double epsilon_gamma, double lazy_acceptance_tolerance,
+    int expected_summary_size, int lazy_evaluation, const SubmodularFunction& f,
+    const DownClosedSetConstraint& constraint, int cardinality_limit, const Set& candidates,
+    const Set& inclusion, const Set& conditioning, GainPermit gain_permit, int seed,
     UnorderedHashSet* solution, std::vector<int>* order, std::vector<float>* gains, double* value,
     greedy_max::GreedyAncillaryResults* ancillary, double algorithm_value);
 

@@ -1,12 +1,12 @@
 #include "algorithms/thresholdGreedyMax.h"
 
+#include <spdlog/spdlog.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <limits>
 #include <stdexcept>
-
-#include <spdlog/spdlog.h>
 
 #include "algorithms/greedyCommon.h"
 #include "utils/error_messages.h"
@@ -15,21 +15,23 @@
 namespace velmor {
 
 bool ThresholdGreedyConstrainedMaximization(double epsilon, const SubmodularFunction& f,
-                                            const DownClosedSetConstraint& constraint, int cardinality_limit,
-                                            const Set& candidates, const Set& inclusion, const Set& conditioning,
+                                            const DownClosedSetConstraint& constraint,
+                                            int cardinality_limit, const Set& candidates,
+                                            const Set& inclusion, const Set& conditioning,
                                             GainPermit gain_permit, UnorderedHashSet* solution,
                                             std::vector<int>* order, double* value,
                                             greedy_max::GreedyAncillaryResults* ancillary) {
   if (!(epsilon > 0.0 && epsilon < 1.0)) {
     VELMOR_THROW(std::invalid_argument, "Value of epsilon = %g, must be in (0, 1).", epsilon);
   }
-  if (const auto problem =
-          internal::GreedyArgumentProblem(f, constraint, cardinality_limit, candidates, inclusion, conditioning)) {
+  if (const auto problem = internal::GreedyArgumentProblem(f, constraint, cardinality_limit,
+                                                           candidates, inclusion, conditioning)) {
     VELMOR_THROW(std::invalid_argument, "%s", problem->c_str());
   }
   const int n = f.GroundSetSize();
   const internal::AncillaryCheck ancillary_check = internal::CheckAncillary(ancillary, n);
-  if (ancillary_check.problem) VELMOR_THROW(std::invalid_argument, "%s", ancillary_check.problem->c_str());
+  if (ancillary_check.problem)
+    VELMOR_THROW(std::invalid_argument, "%s", ancillary_check.problem->c_str());
   const bool singletons_given = ancillary_check.precomputed;
   if (order == nullptr && solution == nullptr) return false;
 
@@ -53,12 +55,14 @@ bool ThresholdGreedyConstrainedMaximization(double epsilon, const SubmodularFunc
       }
     }
   } else {
-    state.function_context->DisjointGains(pool.data(), static_cast<int>(pool.size()), bounds.data());
+    state.function_context->DisjointGains(pool.data(), static_cast<int>(pool.size()),
+                                          bounds.data());
     evaluations += static_cast<std::int64_t>(pool.size());
   }
   double largest = -std::numeric_limits<double>::max();
   for (double b : bounds) largest = std::max(largest, b);
-  logger->info("Starting threshold greedy max, {} candidates, largest singleton gain {}.", pool.size(), largest);
+  logger->info("Starting threshold greedy max, {} candidates, largest singleton gain {}.",
+               pool.size(), largest);
 
   // Adds pool[j]: from here on it is out of the pool (marked by -1).
   auto add = [&](std::size_t j, double gain) {
@@ -68,7 +72,8 @@ bool ThresholdGreedyConstrainedMaximization(double epsilon, const SubmodularFunc
     pool[j] = -1;
   };
   const double lowest_threshold = k > 0 ? epsilon * largest / static_cast<double>(k) : largest;
-  for (double w = largest; w > 0.0 && w >= lowest_threshold && state.current.size() < k; w *= 1.0 - epsilon) {
+  for (double w = largest; w > 0.0 && w >= lowest_threshold && state.current.size() < k;
+       w *= 1.0 - epsilon) {
     for (std::size_t j = 0; j < pool.size() && state.current.size() < k; ++j) {
       if (pool[j] < 0 || !(bounds[j] >= w)) continue;
       if (!state.Feasible(pool[j])) {

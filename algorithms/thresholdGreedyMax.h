@@ -32,8 +32,9 @@ namespace velmor {
 // (0, 1)." and the ground-set size and inclusion errors of the other greedy
 // algorithms.
 bool ThresholdGreedyConstrainedMaximization(double epsilon, const SubmodularFunction& f,
-                                            const DownClosedSetConstraint& constraint, int cardinality_limit,
-                                            const Set& candidates, const Set& inclusion, const Set& conditioning,
+                                            const DownClosedSetConstraint& constraint,
+                                            int cardinality_limit, const Set& candidates,
+                                            const Set& inclusion, const Set& conditioning,
                                             GainPermit gain_permit, UnorderedHashSet* solution,
                                             std::vector<int>* order, double* value,
                                             greedy_max::GreedyAncillaryResults* ancillary);

@@ -139,7 +139,8 @@ void GreedyScan(benchmark::State& state) {
     }
     benchmark::DoNotOptimize(best);
   }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * candidates.size() * n * sizeof(T));
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * candidates.size() * n *
+                          sizeof(T));
 }
 
 template <typename T>
@@ -169,7 +170,8 @@ void GreedyScanBatched(benchmark::State& state) {
     }
     benchmark::DoNotOptimize(best);
   }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * candidates.size() * n * sizeof(T));
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * candidates.size() * n *
+                          sizeof(T));
 }
 
 template <typename T>

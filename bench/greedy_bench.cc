@@ -7,11 +7,10 @@
 
 #include <benchmark/benchmark.h>
 
+#include <Eigen/Core>
 #include <cstdlib>
 #include <memory>
 #include <vector>
-
-#include <Eigen/Core>
 
 #include "algorithms/acceleratedGreedyMax.h"
 #include "algorithms/greedy_max.h"
@@ -32,9 +31,12 @@ const FacilityLocationFunction<float>& Function() {
   static const std::unique_ptr<FacilityLocationFunction<float>> function = [] {
     srand(12345);
     FacilityLocationFunction<float>::DenseMatrix matrix =
-        (FacilityLocationFunction<float>::DenseMatrix::Random(kGroundSetSize, kGroundSetSize).array() + 1.0f) * 0.5f;
-    auto f = std::make_unique<FacilityLocationFunction<float>>(FacilityLocationFunction<float>::ElementMajor{},
-                                                                std::move(matrix));
+        (FacilityLocationFunction<float>::DenseMatrix::Random(kGroundSetSize, kGroundSetSize)
+             .array() +
+         1.0f) *
+        0.5f;
+    auto f = std::make_unique<FacilityLocationFunction<float>>(
+        FacilityLocationFunction<float>::ElementMajor{}, std::move(matrix));
     f->ComputeNormalizationConstant(false);
     return f;
   }();
@@ -52,7 +54,8 @@ void BM_ReadPass(benchmark::State& state) {
     }
     benchmark::DoNotOptimize(lanes);
   }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(count * sizeof(float)));
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
+                          static_cast<int64_t>(count * sizeof(float)));
 }
 
 template <bool kAccelerated>
@@ -68,12 +71,13 @@ void BM_Greedy(benchmark::State& state) {
   for (auto _ : state) {
     velmor::greedy_max::GreedyAncillaryResults ancillary;
     if constexpr (kAccelerated) {
-      velmor::AcceleratedGreedyConstrainedMaximization(f, constraint, 2147483647, candidates, empty, empty, 0.0,
-                                                       velmor::kNeverStopOnGain, nullptr, &order, &gains, &value,
-                                                       &ancillary);
+      velmor::AcceleratedGreedyConstrainedMaximization(f, constraint, 2147483647, candidates, empty,
+                                                       empty, 0.0, velmor::kNeverStopOnGain,
+                                                       nullptr, &order, &gains, &value, &ancillary);
     } else {
       velmor::GreedyConstrainedMaximization(f, constraint, 2147483647, candidates, empty, empty,
-                                            velmor::kNeverStopOnGain, nullptr, &order, &gains, &value, &ancillary);
+                                            velmor::kNeverStopOnGain, nullptr, &order, &gains,
+                                            &value, &ancillary);
     }
     evaluations = ancillary.number_of_gain_evaluations;
     benchmark::DoNotOptimize(value);
@@ -86,7 +90,10 @@ void BM_Greedy(benchmark::State& state) {
 }  // namespace
 
 BENCHMARK(BM_ReadPass)->Unit(benchmark::kMillisecond);
-BENCHMARK_TEMPLATE(BM_Greedy, false)->Name("BM_StandardGreedy")->Unit(benchmark::kMillisecond)->Iterations(2);
+BENCHMARK_TEMPLATE(BM_Greedy, false)
+    ->Name("BM_StandardGreedy")
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(2);
 BENCHMARK_TEMPLATE(BM_Greedy, true)->Name("BM_AcceleratedGreedy")->Unit(benchmark::kMillisecond);
 
 int main(int argc, char** argv) {

@@ -52,13 +52,15 @@ void MakeFiles() {
   std::filesystem::create_directories(kFolder);
   if (!std::filesystem::exists(kCOrder) || !std::filesystem::exists(kFortran)) {
     DenseMatrix<float> m(kSide, kSide);
-    for (Eigen::Index i = 0; i < m.size(); ++i) m.data()[i] = static_cast<float>(i % 65521) * 0.001f;
+    for (Eigen::Index i = 0; i < m.size(); ++i)
+      m.data()[i] = static_cast<float>(i % 65521) * 0.001f;
     velmor::matrixio::WriteMatrixToNumpyFile<float>(kCOrder, m, false);
     velmor::matrixio::WriteMatrixToNumpyFile<float>(kFortran, m, true);
   }
   if (!std::filesystem::exists(kCSV)) {
     DenseMatrix<double> m(kCSVRows, kCSVCols);
-    for (Eigen::Index i = 0; i < m.size(); ++i) m.data()[i] = static_cast<double>(i % 9973) / 7.0 - 300.0;
+    for (Eigen::Index i = 0; i < m.size(); ++i)
+      m.data()[i] = static_cast<double>(i % 9973) / 7.0 - 300.0;
     velmor::matrixio::WriteMatrixToCSVFile<double>(kCSV, m);
   }
 }
@@ -67,7 +69,8 @@ void ReadWhole(const std::string& name, char* buffer, std::size_t size) {
   const int fd = open(name.c_str(), O_RDONLY);
   std::size_t done = 0;
   while (done < size) {
-    const ssize_t got = read(fd, buffer + done, std::min<std::size_t>(size - done, std::size_t{1} << 20));
+    const ssize_t got =
+        read(fd, buffer + done, std::min<std::size_t>(size - done, std::size_t{1} << 20));
     if (got <= 0) break;
     done += static_cast<std::size_t>(got);
   }
@@ -89,7 +92,8 @@ void NpyLoadFresh(benchmark::State& state) {
     DenseMatrix<float> m = velmor::matrixio::ReadMatrixFromNumpyFile<float>(kCOrder);
     benchmark::DoNotOptimize(m.data());
   }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * std::filesystem::file_size(kCOrder)));
+  state.SetBytesProcessed(
+      static_cast<int64_t>(state.iterations() * std::filesystem::file_size(kCOrder)));
 }
 
 void LoadIntoExisting(benchmark::State& state, const std::string& name) {
@@ -98,7 +102,8 @@ void LoadIntoExisting(benchmark::State& state, const std::string& name) {
     velmor::matrixio::ReadMatrixFromNumpyFile<float>(name, m);
     benchmark::DoNotOptimize(m.data());
   }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * std::filesystem::file_size(name)));
+  state.SetBytesProcessed(
+      static_cast<int64_t>(state.iterations() * std::filesystem::file_size(name)));
 }
 void NpyLoadIntoExisting(benchmark::State& state) { LoadIntoExisting(state, kCOrder); }
 void NpyFortranIntoExisting(benchmark::State& state) { LoadIntoExisting(state, kFortran); }
@@ -108,7 +113,8 @@ void CSVRead(benchmark::State& state) {
     DenseMatrix<double> m = velmor::matrixio::ReadMatrixFromCSVFile<double>(kCSV, false);
     benchmark::DoNotOptimize(m.data());
   }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * std::filesystem::file_size(kCSV)));
+  state.SetBytesProcessed(
+      static_cast<int64_t>(state.iterations() * std::filesystem::file_size(kCSV)));
 }
 
 using velmor::FacilityLocationFunction;
@@ -131,15 +137,16 @@ void NpyMapAndTouch(benchmark::State& state) {
     for (std::size_t i = 0; i < count; i += 4096 / sizeof(float)) sum += mapped.data()[i];
     benchmark::DoNotOptimize(sum);
   }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * std::filesystem::file_size(kCOrder)));
+  state.SetBytesProcessed(
+      static_cast<int64_t>(state.iterations() * std::filesystem::file_size(kCOrder)));
 }
 
 std::unique_ptr<FacilityLocationFunction<float>> MappedFacilityLocation() {
   MappedNumpyMatrix<float> mapped = MapOrDie(kCOrder);
   const std::ptrdiff_t n = mapped.rows();
   const std::ptrdiff_t k = mapped.cols();
-  auto f = std::make_unique<FacilityLocationFunction<float>>(FacilityLocationFunction<float>::ElementMajor{},
-                                                              std::move(mapped).Share(), n, k);
+  auto f = std::make_unique<FacilityLocationFunction<float>>(
+      FacilityLocationFunction<float>::ElementMajor{}, std::move(mapped).Share(), n, k);
   f->ComputeNormalizationConstant(false);
   return f;
 }
@@ -156,7 +163,8 @@ void NpyMapIntoFacilityLocation(benchmark::State& state) {
     auto f = MappedFacilityLocation();
     benchmark::DoNotOptimize(f->NormalizationScale());
   }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * std::filesystem::file_size(kCOrder)));
+  state.SetBytesProcessed(
+      static_cast<int64_t>(state.iterations() * std::filesystem::file_size(kCOrder)));
 }
 
 void NpyReadIntoFacilityLocation(benchmark::State& state) {
@@ -164,7 +172,8 @@ void NpyReadIntoFacilityLocation(benchmark::State& state) {
     auto f = ReadFacilityLocation();
     benchmark::DoNotOptimize(f->NormalizationScale());
   }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * std::filesystem::file_size(kCOrder)));
+  state.SetBytesProcessed(
+      static_cast<int64_t>(state.iterations() * std::filesystem::file_size(kCOrder)));
 }
 
 BENCHMARK(PlainRead)->Unit(benchmark::kMillisecond)->MinTime(2.0);
@@ -197,8 +206,8 @@ void MeasureInChild(const char* what, const std::function<void()>& load) {
     load();
     const long after = PeakResidentKiB();
     const double matrix_kib = static_cast<double>(kSide) * kSide * sizeof(float) / 1024.0;
-    std::printf("%-32s peak RSS growth %ld KiB for a %.0f KiB matrix: ratio %.3f\n", what, after - before,
-                matrix_kib, static_cast<double>(after - before) / matrix_kib);
+    std::printf("%-32s peak RSS growth %ld KiB for a %.0f KiB matrix: ratio %.3f\n", what,
+                after - before, matrix_kib, static_cast<double>(after - before) / matrix_kib);
     std::fflush(stdout);
     _exit(0);
   }

@@ -8,11 +8,10 @@
 
 #include <benchmark/benchmark.h>
 
+#include <Eigen/Core>
 #include <cstdlib>
 #include <memory>
 #include <vector>
-
-#include <Eigen/Core>
 
 #include "algorithms/acceleratedGreedyMax.h"
 #include "algorithms/multiThreadedGreedyMax.h"
@@ -33,23 +32,28 @@ const FacilityLocationFunction<float>& Function() {
   static const std::unique_ptr<FacilityLocationFunction<float>> function = [] {
     srand(2024);
     FacilityLocationFunction<float>::DenseMatrix matrix =
-        (FacilityLocationFunction<float>::DenseMatrix::Random(kGroundSetSize, kGroundSetSize).array() + 1.0f) * 0.5f;
-    auto f = std::make_unique<FacilityLocationFunction<float>>(FacilityLocationFunction<float>::ElementMajor{},
-                                                                std::move(matrix));
+        (FacilityLocationFunction<float>::DenseMatrix::Random(kGroundSetSize, kGroundSetSize)
+             .array() +
+         1.0f) *
+        0.5f;
+    auto f = std::make_unique<FacilityLocationFunction<float>>(
+        FacilityLocationFunction<float>::ElementMajor{}, std::move(matrix));
     f->ComputeNormalizationConstant(false);
     return f;
   }();
   return *function;
 }
 
-bool Accelerated(const velmor::SubmodularFunction& f, const velmor::DownClosedSetConstraint& constraint, int limit,
-                 const velmor::Set& candidates, const velmor::Set& inclusion, const velmor::Set& conditioning,
-                 double fraction, velmor::GainPermit permit, velmor::UnorderedHashSet* solution,
-                 std::vector<int>* order, std::vector<float>* gains, double* value,
+bool Accelerated(const velmor::SubmodularFunction& f,
+                 const velmor::DownClosedSetConstraint& constraint, int limit,
+                 const velmor::Set& candidates, const velmor::Set& inclusion,
+                 const velmor::Set& conditioning, double fraction, velmor::GainPermit permit,
+                 velmor::UnorderedHashSet* solution, std::vector<int>* order,
+                 std::vector<float>* gains, double* value,
                  velmor::greedy_max::GreedyAncillaryResults* ancillary) {
-  return velmor::AcceleratedGreedyConstrainedMaximization(f, constraint, limit, candidates, inclusion, conditioning,
-                                                          fraction, permit, solution, order, gains, value,
-                                                          ancillary);
+  return velmor::AcceleratedGreedyConstrainedMaximization(f, constraint, limit, candidates,
+                                                          inclusion, conditioning, fraction, permit,
+                                                          solution, order, gains, value, ancillary);
 }
 
 // threads 0: the accelerated greedy alone; otherwise MGM with that many threads.
@@ -64,12 +68,13 @@ void BM_Greedy(benchmark::State& state) {
   double value = 0.0;
   for (auto _ : state) {
     if (threads == 0) {
-      Accelerated(f, constraint, 2147483647, candidates, empty, empty, 0.0, velmor::kStopAtNegativeGain, nullptr,
-                  &order, &gains, &value, nullptr);
+      Accelerated(f, constraint, 2147483647, candidates, empty, empty, 0.0,
+                  velmor::kStopAtNegativeGain, nullptr, &order, &gains, &value, nullptr);
     } else {
-      velmor::MultiThreadedGreedyConstrainedMaximization(f, constraint, 2147483647, candidates, empty, empty, 0.0,
-                                                         1.0f, 1.0f, velmor::kStopAtNegativeGain, threads, false, 0,
-                                                         Accelerated, nullptr, &order, &gains, &value);
+      velmor::MultiThreadedGreedyConstrainedMaximization(
+          f, constraint, 2147483647, candidates, empty, empty, 0.0, 1.0f, 1.0f,
+          velmor::kStopAtNegativeGain, threads, false, 0, Accelerated, nullptr, &order, &gains,
+          &value);
     }
     benchmark::DoNotOptimize(value);
   }
@@ -79,7 +84,12 @@ void BM_Greedy(benchmark::State& state) {
 
 }  // namespace
 
-BENCHMARK(BM_Greedy)->ArgName("threads")->Arg(0)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_Greedy)
+    ->ArgName("threads")
+    ->Arg(0)
+    ->Arg(2)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 int main(int argc, char** argv) {
   velmor::logging::SetUpLogging(nullptr, "off", false, true, nullptr, nullptr);

@@ -1,11 +1,11 @@
 #include "command-line-utils/GreedyAlgorithmChoice.h"
 
+#include <fmt/format.h>
+
 #include <cctype>
 #include <cmath>
 #include <cstdlib>
 #include <limits>
-
-#include <fmt/format.h>
 
 #include "algorithms/greedyAlgorithmSelection.h"
 #include "sets/FixedEmptySet.h"
@@ -59,7 +59,8 @@ GreedyAlgorithmChoice ParseGreedyAlgorithmChoice(const char* text, const char* o
   // (EPSILON)
   bool epsilon_given = false;
   if (const std::size_t open = rest.find('('); open != std::string::npos) {
-    if (rest.back() != ')') Refuse(text, option, "a '(' must be closed by ')' before the end or ':'.");
+    if (rest.back() != ')')
+      Refuse(text, option, "a '(' must be closed by ')' before the end or ':'.");
     const std::string number = Trimmed(rest.substr(open + 1, rest.size() - open - 2));
     char* end = nullptr;
     choice.epsilon = number.empty() ? std::nan("") : std::strtod(number.c_str(), &end);
@@ -97,20 +98,21 @@ GreedyAlgorithmChoice ParseGreedyAlgorithmChoice(const char* text, const char* o
   return choice;
 }
 
-bool RunChosenGreedyAlgorithm(const GreedyAlgorithmChoice& choice, int seed, const SubmodularFunction& f,
+bool RunChosenGreedyAlgorithm(const GreedyAlgorithmChoice& choice, int seed,
+                              const SubmodularFunction& f,
                               const DownClosedSetConstraint& constraint, const Set& candidates,
-                              const Set& inclusion, UnorderedHashSet* solution, std::vector<int>* order,
-                              std::vector<float>* gains, double* value) {
+                              const Set& inclusion, UnorderedHashSet* solution,
+                              std::vector<int>* order, std::vector<float>* gains, double* value) {
   using Kind = GreedyAlgorithmChoice::Kind;
   const FixedEmptySet conditioning(f.GroundSetSize());
   // Stochastic: a constant epsilon, samples of at least one element, no cap,
   // exact lazy evaluation within a sample. Schemes: shuffled blocks, whole
   // block solutions, everything merged.
   return RunOneOfTheGreedyAlgorithms(
-      choice.kind == Kind::kStandard, choice.kind == Kind::kStochastic, choice.epsilon, 1, choice.epsilon, 0, 1.0,
-      0.0, 0, 1, choice.kind == Kind::kThreshold, choice.epsilon, choice.threads, 0, 1, true, 1.0f, 1.0f, seed, f,
-      constraint, std::numeric_limits<int>::max(), candidates, inclusion, conditioning, 0.0, kStopAtNegativeGain,
-      solution, order, gains, value);
+      choice.kind == Kind::kStandard, choice.kind == Kind::kStochastic, choice.epsilon, 1,
+      choice.epsilon, 0, 1.0, 0.0, 0, 1, choice.kind == Kind::kThreshold, choice.epsilon,
+      choice.threads, 0, 1, true, 1.0f, 1.0f, seed, f, constraint, std::numeric_limits<int>::max(),
+      candidates, inclusion, conditioning, 0.0, kStopAtNegativeGain, solution, order, gains, value);
 }
 
 }  // namespace velmor

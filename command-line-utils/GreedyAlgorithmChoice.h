@@ -43,10 +43,11 @@ GreedyAlgorithmChoice ParseGreedyAlgorithmChoice(const char* text, const char* o
 // no conditioning. `seed` seeds the stochastic greedy's samples and the
 // multi-threaded scheme's random partition of the candidates. The plain
 // standard greedy is not run here (the caller runs it with its own permit).
-bool RunChosenGreedyAlgorithm(const GreedyAlgorithmChoice& choice, int seed, const SubmodularFunction& f,
+bool RunChosenGreedyAlgorithm(const GreedyAlgorithmChoice& choice, int seed,
+                              const SubmodularFunction& f,
                               const DownClosedSetConstraint& constraint, const Set& candidates,
-                              const Set& inclusion, UnorderedHashSet* solution, std::vector<int>* order,
-                              std::vector<float>* gains, double* value);
+                              const Set& inclusion, UnorderedHashSet* solution,
+                              std::vector<int>* order, std::vector<float>* gains, double* value);
 
 }  // namespace velmor
 

@@ -6,12 +6,11 @@
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <numeric>
 #include <sstream>
 #include <stdexcept>
 #include <vector>
-
-#include <nlohmann/json.hpp>
 
 #include "io/DenseNumpyFileIOSupport.h"
 #include "utils/error_messages.h"
@@ -34,7 +33,8 @@ bool EndsWith(const std::string& text, const char* suffix) {
   const std::size_t length = std::char_traits<char>::length(suffix);
   if (text.size() < length) return false;
   for (std::size_t i = 0; i < length; ++i) {
-    if (std::tolower(static_cast<unsigned char>(text[text.size() - length + i])) != suffix[i]) return false;
+    if (std::tolower(static_cast<unsigned char>(text[text.size() - length + i])) != suffix[i])
+      return false;
   }
   return true;
 }
@@ -65,7 +65,8 @@ void ParseElementList(const std::string& text, int n, UnorderedHashSet& set) {
     long long low = 0, high = 0;
     if (dash == std::string::npos) {
       if (!ParseWholeNumber(item, low)) {
-        VELMOR_THROW(std::invalid_argument, "'%s' is not an element number or a range a-b.", item.c_str());
+        VELMOR_THROW(std::invalid_argument, "'%s' is not an element number or a range a-b.",
+                     item.c_str());
       }
       AddElement(set, low, n);
       continue;
@@ -90,11 +91,13 @@ void ParseRandom(const std::string& inside, int n, std::mt19937& engine, Unorder
     char* end = nullptr;
     const double percent = std::strtod(number.c_str(), &end);
     if (number.empty() || *end != '\0' || !(percent >= 0.0 && percent <= 100.0)) {
-      VELMOR_THROW(std::invalid_argument, "RAND(%s) needs a percentage between 0%% and 100%%.", inside.c_str());
+      VELMOR_THROW(std::invalid_argument, "RAND(%s) needs a percentage between 0%% and 100%%.",
+                   inside.c_str());
     }
     count = std::llround(percent / 100.0 * n);
   } else if (!ParseWholeNumber(amount, count) || count < 0) {
-    VELMOR_THROW(std::invalid_argument, "RAND(%s) needs a whole number of elements or a percentage.", inside.c_str());
+    VELMOR_THROW(std::invalid_argument,
+                 "RAND(%s) needs a whole number of elements or a percentage.", inside.c_str());
   }
   if (count > n) {
     VELMOR_THROW(InputDataError, "RAND(%s) asks for %lld elements, but the ground set has only %d.",
@@ -106,7 +109,8 @@ void ParseRandom(const std::string& inside, int n, std::mt19937& engine, Unorder
   set.PrepareToInsertTheFollowingNumberOfItems(static_cast<int>(count));
   for (long long i = 0; i < count; ++i) {
     std::uniform_int_distribution<long long> pick(i, n - 1);
-    std::swap(elements[static_cast<std::size_t>(i)], elements[static_cast<std::size_t>(pick(engine))]);
+    std::swap(elements[static_cast<std::size_t>(i)],
+              elements[static_cast<std::size_t>(pick(engine))]);
     set.insert(elements[static_cast<std::size_t>(i)]);
   }
 }
@@ -117,7 +121,8 @@ void ParseTextFile(const std::string& file_name, int n, UnorderedHashSet& set) {
   std::string line;
   while (std::getline(in, line)) {
     line = line.substr(0, line.find('#'));
-    std::replace_if(line.begin(), line.end(), [](char c) { return c == ',' || c == ';'; }, ' ');
+    std::replace_if(
+        line.begin(), line.end(), [](char c) { return c == ',' || c == ';'; }, ' ');
     std::stringstream words(line);
     std::string word;
     while (words >> word) {
@@ -147,11 +152,13 @@ void ParseJsonFile(const std::string& file_name, int n, UnorderedHashSet& set) {
     VELMOR_THROW(InputDataError, "Set file '%s' is not valid JSON.", file_name.c_str());
   }
   if (!document.is_object() || !document.contains("set") || !document["set"].is_array()) {
-    VELMOR_THROW(InputDataError, "Set file '%s' must hold an object with a \"set\" array.", file_name.c_str());
+    VELMOR_THROW(InputDataError, "Set file '%s' must hold an object with a \"set\" array.",
+                 file_name.c_str());
   }
   for (const auto& value : document["set"]) {
     if (!value.is_number_integer()) {
-      VELMOR_THROW(InputDataError, "Set file '%s' holds a \"set\" entry that is not a whole number.",
+      VELMOR_THROW(InputDataError,
+                   "Set file '%s' holds a \"set\" entry that is not a whole number.",
                    file_name.c_str());
     }
     AddElement(set, value.get<long long>(), n);
@@ -160,8 +167,8 @@ void ParseJsonFile(const std::string& file_name, int n, UnorderedHashSet& set) {
 
 }  // namespace
 
-UnorderedHashSet ParseSetSpecification(const std::string& set_string, int n,
-                                       std::mt19937& engine, const std::string& option_name) {
+UnorderedHashSet ParseSetSpecification(const std::string& set_string, int n, std::mt19937& engine,
+                                       const std::string& option_name) {
   UnorderedHashSet set(n);
   const std::string text = Trim(set_string);
   if (text.empty()) return set;

@@ -26,8 +26,8 @@
 
 namespace velmor {
 
-UnorderedHashSet ParseSetSpecification(const std::string& set_string, int n,
-                                       std::mt19937& engine, const std::string& option_name);
+UnorderedHashSet ParseSetSpecification(const std::string& set_string, int n, std::mt19937& engine,
+                                       const std::string& option_name);
 
 }  // namespace velmor
 

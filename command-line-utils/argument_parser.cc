@@ -79,7 +79,8 @@ void PrintValue(std::FILE* out, const ArgumentRecord& record, int32_t element) {
       std::fprintf(out, "%u", static_cast<const uint32_t*>(record.target)[element]);
       break;
     case ArgumentRecord::kFloat:
-      std::fprintf(out, "%e", static_cast<double>(static_cast<const float*>(record.target)[element]));
+      std::fprintf(out, "%e",
+                   static_cast<double>(static_cast<const float*>(record.target)[element]));
       break;
     case ArgumentRecord::kDouble:
       std::fprintf(out, "%e", static_cast<const double*>(record.target)[element]);
@@ -202,11 +203,13 @@ bool ArgumentParser::ConvertAndStore(ArgumentRecord& record, const char* switch_
           errno = 0;
           const unsigned long parsed = std::strtoul(value, &end, 0);
           if (end != value && errno != ERANGE) {
-            level = parsed > static_cast<unsigned long>(INT32_MAX) ? static_cast<uint32_t>(INT32_MAX)
-                                                                   : static_cast<uint32_t>(parsed);
+            level = parsed > static_cast<unsigned long>(INT32_MAX)
+                        ? static_cast<uint32_t>(INT32_MAX)
+                        : static_cast<uint32_t>(parsed);
           }
         }
-        help_level_ = static_cast<int32_t>(level > static_cast<uint32_t>(INT32_MAX) ? INT32_MAX : level);
+        help_level_ =
+            static_cast<int32_t>(level > static_cast<uint32_t>(INT32_MAX) ? INT32_MAX : level);
         return true;
       }
       if (value == nullptr) {
@@ -481,7 +484,8 @@ bool ArgumentParser::CheckRequired(bool report) const {
     missing = true;
     if (!report) continue;
     std::fprintf(stderr, "%s Missing REQUIRED argument:", kErrorPrefix);
-    if (!record.IsPositional()) std::fprintf(stderr, record.is_array ? " -%sX " : " -%s ", record.name);
+    if (!record.IsPositional())
+      std::fprintf(stderr, record.is_array ? " -%sX " : " -%s ", record.name);
     const bool is_bool = record.type == ArgumentRecord::kBool;
     std::fprintf(stderr, " %c%s%c\n", is_bool ? '[' : '<', ArgumentTypeName(record.type),
                  is_bool ? ']' : '>');

@@ -6,9 +6,8 @@
 
 namespace velmor {
 
-ArgumentRecord::ArgumentRecord(const char* name, Kind kind, Type type, void* target,
-                               bool is_array, int32_t array_size, const char* description,
-                               int32_t help_level)
+ArgumentRecord::ArgumentRecord(const char* name, Kind kind, Type type, void* target, bool is_array,
+                               int32_t array_size, const char* description, int32_t help_level)
     : name(name),
       kind(kind),
       type(type),
@@ -27,15 +26,14 @@ ArgumentRecord::ArgumentRecord(const char* name, Kind kind, Type type, void* tar
   }
 }
 
-#define VELMOR_ARGUMENT_RECORD_CONSTRUCTORS(CppType, TypeCode)                                   \
-  ArgumentRecord::ArgumentRecord(const char* name, Kind kind, CppType* target,                   \
-                                 const char* description, int32_t help_level)                    \
-      : ArgumentRecord(name, kind, TypeCode, static_cast<void*>(target), false, 1, description,  \
-                       help_level) {}                                                            \
-  ArgumentRecord::ArgumentRecord(const char* name, Kind kind, CppType* target,                   \
-                                 ArgumentArray array, const char* description,                   \
-                                 int32_t help_level)                                             \
-      : ArgumentRecord(name, kind, TypeCode, static_cast<void*>(target), true, array.size,       \
+#define VELMOR_ARGUMENT_RECORD_CONSTRUCTORS(CppType, TypeCode)                                     \
+  ArgumentRecord::ArgumentRecord(const char* name, Kind kind, CppType* target,                     \
+                                 const char* description, int32_t help_level)                      \
+      : ArgumentRecord(name, kind, TypeCode, static_cast<void*>(target), false, 1, description,    \
+                       help_level) {}                                                              \
+  ArgumentRecord::ArgumentRecord(const char* name, Kind kind, CppType* target,                     \
+                                 ArgumentArray array, const char* description, int32_t help_level) \
+      : ArgumentRecord(name, kind, TypeCode, static_cast<void*>(target), true, array.size,         \
                        description, help_level) {}
 
 VELMOR_ARGUMENT_RECORD_CONSTRUCTORS(int32_t, kInteger)
@@ -63,20 +61,28 @@ bool ArgumentRecord::IsHeading() const {
 }
 
 bool ArgumentRecord::IsPositional() const {
-  return name != nullptr && (std::strcmp(name, kPositionalName) == 0 ||
-                             std::strcmp(name, kFilledPositionalName) == 0);
+  return name != nullptr &&
+         (std::strcmp(name, kPositionalName) == 0 || std::strcmp(name, kFilledPositionalName) == 0);
 }
 
 const char* ArgumentTypeName(uint8_t type) {
   switch (type) {
-    case ArgumentRecord::kInteger: return "integer";
-    case ArgumentRecord::kUnsigned: return "unsigned";
-    case ArgumentRecord::kFloat: return "float";
-    case ArgumentRecord::kDouble: return "double";
-    case ArgumentRecord::kStr: return "str";
-    case ArgumentRecord::kChar: return "char";
-    case ArgumentRecord::kBool: return "bool";
-    default: return "error: unknown type";
+    case ArgumentRecord::kInteger:
+      return "integer";
+    case ArgumentRecord::kUnsigned:
+      return "unsigned";
+    case ArgumentRecord::kFloat:
+      return "float";
+    case ArgumentRecord::kDouble:
+      return "double";
+    case ArgumentRecord::kStr:
+      return "str";
+    case ArgumentRecord::kChar:
+      return "char";
+    case ArgumentRecord::kBool:
+      return "bool";
+    default:
+      return "error: unknown type";
   }
 }
 

@@ -102,7 +102,7 @@ matrixio::DenseMatrix<T> LoadAndTransformMatrix(const char* group, const char* f
   TransformableMatrix<T> matrix;
   try {
     matrix.dense = matrixio::LoadDenseMatrixFromFileOrRamOrMakeRandom<T>(file_name, nullptr, false,
-                                                                          rows, cols);
+                                                                         rows, cols);
   } catch (...) {
     VELMOR_THROW_NESTED(std::invalid_argument, "Problems loading %s matrix.", group);
   }
@@ -137,13 +137,13 @@ matrixio::SparseMatrix<T> LoadAndTransformSparseMatrix(const char* group, const 
                                                        const char* transformation) {
   TransformableMatrix<T> matrix;
   try {
-    if (file_name != nullptr && (HasExtension(file_name, ".csv", ".CSV") ||
-                                 HasExtension(file_name, ".npz", ".NPZ"))) {
+    if (file_name != nullptr &&
+        (HasExtension(file_name, ".csv", ".CSV") || HasExtension(file_name, ".npz", ".NPZ"))) {
       matrix.sparse = matrixio::ReadSparseMatrixFromFile<T>(file_name);
       matrix.is_sparse = true;
     } else {
-      matrix.dense = matrixio::LoadDenseMatrixFromFileOrRamOrMakeRandom<T>(file_name, nullptr, false,
-                                                                            rows, cols);
+      matrix.dense = matrixio::LoadDenseMatrixFromFileOrRamOrMakeRandom<T>(file_name, nullptr,
+                                                                           false, rows, cols);
     }
   } catch (...) {
     VELMOR_THROW_NESTED(std::invalid_argument, "Problems loading %s matrix.", group);
@@ -158,11 +158,18 @@ matrixio::SparseMatrix<T> LoadAndTransformSparseMatrix(const char* group, const 
   return std::move(matrix.sparse);
 }
 
-template matrixio::DenseMatrix<float> LoadAndTransformMatrix<float>(const char*, const char*, int, int, const char*);
-template matrixio::DenseMatrix<double> LoadAndTransformMatrix<double>(const char*, const char*, int, int, const char*);
-template std::optional<matrixio::MappedNumpyMatrix<float>> MapNumpyMatrixInPlace<float>(const char*, const char*);
-template std::optional<matrixio::MappedNumpyMatrix<double>> MapNumpyMatrixInPlace<double>(const char*, const char*);
-template matrixio::SparseMatrix<float> LoadAndTransformSparseMatrix<float>(const char*, const char*, int, int, const char*);
-template matrixio::SparseMatrix<double> LoadAndTransformSparseMatrix<double>(const char*, const char*, int, int, const char*);
+template matrixio::DenseMatrix<float> LoadAndTransformMatrix<float>(const char*, const char*, int,
+                                                                    int, const char*);
+template matrixio::DenseMatrix<double> LoadAndTransformMatrix<double>(const char*, const char*, int,
+                                                                      int, const char*);
+template std::optional<matrixio::MappedNumpyMatrix<float>> MapNumpyMatrixInPlace<float>(
+    const char*, const char*);
+template std::optional<matrixio::MappedNumpyMatrix<double>> MapNumpyMatrixInPlace<double>(
+    const char*, const char*);
+template matrixio::SparseMatrix<float> LoadAndTransformSparseMatrix<float>(const char*, const char*,
+                                                                           int, int, const char*);
+template matrixio::SparseMatrix<double> LoadAndTransformSparseMatrix<double>(const char*,
+                                                                             const char*, int, int,
+                                                                             const char*);
 
 }  // namespace velmor

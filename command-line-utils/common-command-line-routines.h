@@ -27,7 +27,6 @@ void WriteGainsPlotScript(const char* path, bool unnormalized_gains, bool log_sc
                           const std::vector<float>& gains,
                           const std::vector<double>& conditional_curvature);
 
-
 // Loads the matrix of function group `group` ("FL", "SSD", ...) from
 // `file_name` (.csv, .npy or .bin, the last with `rows` x `cols`) and applies
 // the transformation string. A load failure is a std::invalid_argument

@@ -1,7 +1,11 @@
 #include "command-line-utils/dovetel-common.h"
 
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <spdlog/spdlog.h>
 #include <sys/resource.h>
 
+#include <Eigen/Core>
 #include <algorithm>
 #include <chrono>
 #include <climits>
@@ -16,11 +20,6 @@
 #include <string>
 #include <type_traits>
 #include <vector>
-
-#include <Eigen/Core>
-#include <fmt/format.h>
-#include <fmt/ranges.h>
-#include <spdlog/spdlog.h>
 
 #include "algorithms/greedy_max.h"
 #include "algorithms/random_min_max.h"
@@ -142,27 +141,30 @@ DenseMatrix<Real> ExpandOneHot(const DenseMatrix<Real>& codes, const char* tag) 
 }
 
 // The group's centrality vector: one value per element (matrix row).
-std::vector<double> ComputeCentrality(const DenseMatrix<Real>& matrix, const FacilityLocationGroup& g) {
+std::vector<double> ComputeCentrality(const DenseMatrix<Real>& matrix,
+                                      const FacilityLocationGroup& g) {
   static const char* const kCentralities[] = {"ROWMIN", "ROWMAX", "ROWSUM", "ROWMEAN"};
   const std::string centrality_text = Text(g.centrality_spec);
-  const std::string name = YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset(centrality_text, 0);
+  const std::string name =
+      YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset(centrality_text, 0);
   int which = -1;
   for (int i = 0; i < 4; ++i) {
     if (name == kCentralities[i] && centrality_text == name + "()") which = i;
   }
   if (which < 0) {
     throw CommandLineError(exception::MakeCommandMessage(
-        "%s centrality '%s' is not supported; use ROWMIN(), ROWMAX(), ROWSUM() or ROWMEAN().", g.tag,
-        centrality_text.c_str()));
+        "%s centrality '%s' is not supported; use ROWMIN(), ROWMAX(), ROWSUM() or ROWMEAN().",
+        g.tag, centrality_text.c_str()));
   }
   if (Text(g.centrality_ccf_spec) != "LINEAR()") {
-    throw CommandLineError(exception::MakeCommandMessage(
-        "%s centrality curve '%s' is not supported; use LINEAR().", g.tag, Text(g.centrality_ccf_spec).c_str()));
+    throw CommandLineError(
+        exception::MakeCommandMessage("%s centrality curve '%s' is not supported; use LINEAR().",
+                                      g.tag, Text(g.centrality_ccf_spec).c_str()));
   }
   DenseMatrix<double> centrality(matrix.rows(), 1);
   for (Eigen::Index i = 0; i < matrix.rows(); ++i) {
     const auto row = matrix.row(i).cast<double>();
-    centrality(i, 0) = which == 0 ? row.minCoeff()
+    centrality(i, 0) = which == 0   ? row.minCoeff()
                        : which == 1 ? row.maxCoeff()
                        : which == 2 ? row.sum()
                                     : row.mean();
@@ -171,9 +173,9 @@ std::vector<double> ComputeCentrality(const DenseMatrix<Real>& matrix, const Fac
     try {
       ApplyMatrixTransformation(g.centrality_transformation, centrality);
     } catch (...) {
-      VELMOR_THROW_NESTED(CommandLineError,
-                          "Problems with matrix transformation string '%s' for %s function.",
-                          g.centrality_transformation, (std::string(g.tag) + " centrality").c_str());
+      VELMOR_THROW_NESTED(
+          CommandLineError, "Problems with matrix transformation string '%s' for %s function.",
+          g.centrality_transformation, (std::string(g.tag) + " centrality").c_str());
     }
     if (centrality.cols() != 1 || centrality.rows() != matrix.rows()) {
       throw CommandLineError(exception::MakeCommandMessage(
@@ -181,7 +183,8 @@ std::vector<double> ComputeCentrality(const DenseMatrix<Real>& matrix, const Fac
           static_cast<int>(matrix.rows())));
     }
   }
-  if (g.save_centrality != nullptr) matrixio::WriteMatrixToFile(centrality, g.save_centrality, false);
+  if (g.save_centrality != nullptr)
+    matrixio::WriteMatrixToFile(centrality, g.save_centrality, false);
   return std::vector<double>(centrality.data(), centrality.data() + centrality.rows());
 }
 
@@ -193,22 +196,26 @@ UnorderedHashSet SetOption(const char* text, int n, std::mt19937& engine, const 
 
 // Wraps `f` in the CMI wrapper (attraction given) and/or the contraction
 // wrapper (contraction given), in that order.
-std::unique_ptr<SubmodularFunction> WrapForSets(std::unique_ptr<SubmodularFunction> f, const char* tag,
-                                                const char* contraction, const char* attraction,
-                                                const char* neglect, const char* option_prefix,
-                                                std::mt19937& engine) {
+std::unique_ptr<SubmodularFunction> WrapForSets(std::unique_ptr<SubmodularFunction> f,
+                                                const char* tag, const char* contraction,
+                                                const char* attraction, const char* neglect,
+                                                const char* option_prefix, std::mt19937& engine) {
   const int n = f->GroundSetSize();
   if (neglect != nullptr && attraction == nullptr) {
     throw CommandLineError(exception::MakeCommandMessage(
         "%s given a neglect set string for R but not given any attraction set string for G.", tag));
   }
   if (attraction != nullptr) {
-    const UnorderedHashSet a = SetOption(attraction, n, engine, (std::string(option_prefix) + "-set-attraction").c_str());
-    const UnorderedHashSet b = SetOption(neglect, n, engine, (std::string(option_prefix) + "-set-neglect").c_str());
-    f = std::make_unique<CombinatorialConditionalMutualInformationWrapperSetFunction<SubmodularFunction>>(*f, a, b);
+    const UnorderedHashSet a =
+        SetOption(attraction, n, engine, (std::string(option_prefix) + "-set-attraction").c_str());
+    const UnorderedHashSet b =
+        SetOption(neglect, n, engine, (std::string(option_prefix) + "-set-neglect").c_str());
+    f = std::make_unique<
+        CombinatorialConditionalMutualInformationWrapperSetFunction<SubmodularFunction>>(*f, a, b);
   }
   if (contraction != nullptr) {
-    const UnorderedHashSet c = SetOption(contraction, n, engine, (std::string(option_prefix) + "-set-contraction").c_str());
+    const UnorderedHashSet c = SetOption(contraction, n, engine,
+                                         (std::string(option_prefix) + "-set-contraction").c_str());
     f = std::make_unique<ContractionWrapperSetFunction<SubmodularFunction>>(*f, c);
   }
   return f;
@@ -267,7 +274,8 @@ void AddFacilityLocationGroup(const FacilityLocationGroup& g, const char* option
       if (mapped) {
         DenseMatrix<Real> landmarks_by_elements = mapped->ElementMajor();
         mapped.reset();
-        soft = std::make_unique<Soft>(Soft::ElementMajor{}, std::move(landmarks_by_elements), g.softness);
+        soft = std::make_unique<Soft>(Soft::ElementMajor{}, std::move(landmarks_by_elements),
+                                      g.softness);
       } else {
         soft = std::make_unique<Soft>(matrix, g.softness);
       }
@@ -276,8 +284,9 @@ void AddFacilityLocationGroup(const FacilityLocationGroup& g, const char* option
     } else {
       using Hard = FacilityLocationFunction<Real>;
       ctrl.info("Creating a Facility Location Function with a {}x{} matrix.", n, k);
-      auto hard = mapped ? std::make_unique<Hard>(Hard::ElementMajor{}, std::move(*mapped).Share(), n, k)
-                         : std::make_unique<Hard>(matrix);
+      auto hard =
+          mapped ? std::make_unique<Hard>(Hard::ElementMajor{}, std::move(*mapped).Share(), n, k)
+                 : std::make_unique<Hard>(matrix);
       hard->ComputeNormalizationConstant(g.no_normalize);
       f = std::move(hard);
     }
@@ -285,51 +294,58 @@ void AddFacilityLocationGroup(const FacilityLocationGroup& g, const char* option
     VELMOR_THROW_NESTED(std::runtime_error, "Problems opening an %s function.", g.tag);
   }
   matrix.resize(0, 0);
-  f = WrapForSets(std::move(f), g.tag, g.set_contraction, g.set_attraction, g.set_neglect, option_prefix,
-                  engine);
+  f = WrapForSets(std::move(f), g.tag, g.set_contraction, g.set_attraction, g.set_neglect,
+                  option_prefix, engine);
   const std::string name = std::string(g.tag) + " function";
   ctrl.info("Mixing in {}, relative responsibility {:g}.", name, g.responsibility);
   objective.Add(std::move(f), g.responsibility, name);
 
   if (!centrality.empty()) {
     if (std::string(g.tag) == "FL") {
-      ctrl.info("Mixing in length {} FL-matrix based centrality function, relative responsibility {:g}.",
-                centrality.size(), g.centrality_responsibility);
+      ctrl.info(
+          "Mixing in length {} FL-matrix based centrality function, relative responsibility {:g}.",
+          centrality.size(), g.centrality_responsibility);
     } else {
-      ctrl.info("Mixing in length {} FL2-matrix based centrality function, relative responsibility {:g}.",
-                centrality.size(), g.centrality_responsibility);
+      ctrl.info(
+          "Mixing in length {} FL2-matrix based centrality function, relative responsibility {:g}.",
+          centrality.size(), g.centrality_responsibility);
     }
     objective.Add(std::make_unique<ModularFunction<double>>(std::move(centrality)),
                   g.centrality_responsibility, std::string(g.tag) + " centrality function");
   }
 }
 
-void AddSparseFacilityLocationGroup(Objective& objective, std::mt19937& engine, spdlog::logger& ctrl) {
+void AddSparseFacilityLocationGroup(Objective& objective, std::mt19937& engine,
+                                    spdlog::logger& ctrl) {
   using namespace options;
   if (spflfilename == nullptr) return;
   if (!(spflresponsibility >= 0)) {
-    throw CommandLineError("Sparse facility location function needs non-negative responsibility value.");
+    throw CommandLineError(
+        "Sparse facility location function needs non-negative responsibility value.");
   }
-  SparseMatrix<Real> matrix =
-      LoadAndTransformSparseMatrix<Real>("SPFL", spflfilename, spflrows, spflcols, spfltransformation);
-  ctrl.info("{}Creating a sparse FL function with a {}x{} matrix.\n", "", matrix.rows(), matrix.cols());
+  SparseMatrix<Real> matrix = LoadAndTransformSparseMatrix<Real>("SPFL", spflfilename, spflrows,
+                                                                 spflcols, spfltransformation);
+  ctrl.info("{}Creating a sparse FL function with a {}x{} matrix.\n", "", matrix.rows(),
+            matrix.cols());
   typename SparseFacilityLocationFunction<Real>::SparseMatrix rows_major = matrix;
   matrix.resize(0, 0);
   matrix.data().squeeze();
   std::unique_ptr<SubmodularFunction> f;
   try {
     if (spflsoftness > 0) {
-      f = std::make_unique<SoftSparseFacilityLocationFunction<Real>>(std::move(rows_major), spflsoftness,
-                                                                       spflnonormalize);
+      f = std::make_unique<SoftSparseFacilityLocationFunction<Real>>(std::move(rows_major),
+                                                                     spflsoftness, spflnonormalize);
     } else {
-      f = std::make_unique<SparseFacilityLocationFunction<Real>>(std::move(rows_major), spflnonormalize);
+      f = std::make_unique<SparseFacilityLocationFunction<Real>>(std::move(rows_major),
+                                                                 spflnonormalize);
     }
   } catch (...) {
     VELMOR_THROW_NESTED(std::runtime_error, "Problems opening an %s function.", "SPFL");
   }
   f = WrapForSets(std::move(f), "SPFL", spfl_set_contraction, spfl_set_attraction, spfl_set_neglect,
                   "spfl", engine);
-  ctrl.info("Mixing in {}, relative responsibility {:g}.", "Sparse FL function", spflresponsibility);
+  ctrl.info("Mixing in {}, relative responsibility {:g}.", "Sparse FL function",
+            spflresponsibility);
   objective.Add(std::move(f), spflresponsibility, "Sparse FL function");
 }
 
@@ -340,8 +356,10 @@ void AddDenseDispersionGroup(const char* tag, const char* file_name, int rows, i
   if (!(responsibility >= 0)) {
     throw CommandLineError("SumSumDispersion function needs non-negative responsibility value.");
   }
-  DenseMatrix<Real> matrix = LoadAndTransformMatrix<Real>(tag, file_name, rows, cols, transformation);
-  ctrl.info("{}Creating a SumSumDisp function with a {}x{} matrix.\n", "", matrix.rows(), matrix.cols());
+  DenseMatrix<Real> matrix =
+      LoadAndTransformMatrix<Real>(tag, file_name, rows, cols, transformation);
+  ctrl.info("{}Creating a SumSumDisp function with a {}x{} matrix.\n", "", matrix.rows(),
+            matrix.cols());
   const auto rows_count = matrix.rows(), cols_count = matrix.cols();
   std::unique_ptr<SetFunction> f;
   try {
@@ -364,9 +382,10 @@ void AddSparseDispersionGroup(const char* tag, const char* file_name, const char
   if (!(responsibility >= 0)) {
     throw CommandLineError(std::string(tag) + " needs non-negative responsibility value.");
   }
-  SparseMatrix<Real> matrix = LoadAndTransformSparseMatrix<Real>(tag, file_name, -1, -1, transformation);
-  ctrl.info(fmt::runtime(std::string("{}Creating a ") + tag + " function with a {}x{} matrix.\n"), "",
-            matrix.rows(), matrix.cols());
+  SparseMatrix<Real> matrix =
+      LoadAndTransformSparseMatrix<Real>(tag, file_name, -1, -1, transformation);
+  ctrl.info(fmt::runtime(std::string("{}Creating a ") + tag + " function with a {}x{} matrix.\n"),
+            "", matrix.rows(), matrix.cols());
   const auto rows_count = matrix.rows(), cols_count = matrix.cols();
   std::unique_ptr<SetFunction> f;
   try {
@@ -379,31 +398,57 @@ void AddSparseDispersionGroup(const char* tag, const char* file_name, const char
   } catch (...) {
     VELMOR_THROW_NESTED(std::runtime_error, "Problems opening %s function.", tag);
   }
-  ctrl.info("Mixing in a sparse {}x{} matrix SM function, relative responsibility {:g}.", rows_count,
-            cols_count, responsibility);
+  ctrl.info("Mixing in a sparse {}x{} matrix SM function, relative responsibility {:g}.",
+            rows_count, cols_count, responsibility);
   objective.Add(std::move(f), responsibility, std::string(tag) + " function");
 }
 
 Objective BuildObjective(std::mt19937& engine, spdlog::logger& ctrl) {
   using namespace options;
   Objective objective;
-  const FacilityLocationGroup fl{"FL", flfilename, flrows, flcols, flresponsibility, fltransformation,
-                                 flsoftness, flnonormalize, flcentralityresponsibility, flcentralityspec,
-                                 flcentralitytransformation, flcentralityccfspec, flohexpand,
-                                 flasymiterations, fl_set_contraction, fl_set_attraction, fl_set_neglect,
-                                 flsavefinaltransformedmatrix, flsavefinalcentralityvector};
-  const FacilityLocationGroup fl2{"FL2", fl2filename, fl2rows, fl2cols, fl2responsibility,
-                                  fl2transformation, fl2softness, fl2nonormalize,
-                                  fl2centralityresponsibility, fl2centralityspec,
-                                  fl2centralitytransformation, fl2centralityccfspec, fl2ohexpand,
-                                  fl2asymiterations, fl2_set_contraction, fl2_set_attraction,
-                                  fl2_set_neglect, fl2savefinaltransformedmatrix,
+  const FacilityLocationGroup fl{"FL",
+                                 flfilename,
+                                 flrows,
+                                 flcols,
+                                 flresponsibility,
+                                 fltransformation,
+                                 flsoftness,
+                                 flnonormalize,
+                                 flcentralityresponsibility,
+                                 flcentralityspec,
+                                 flcentralitytransformation,
+                                 flcentralityccfspec,
+                                 flohexpand,
+                                 flasymiterations,
+                                 fl_set_contraction,
+                                 fl_set_attraction,
+                                 fl_set_neglect,
+                                 flsavefinaltransformedmatrix,
+                                 flsavefinalcentralityvector};
+  const FacilityLocationGroup fl2{"FL2",
+                                  fl2filename,
+                                  fl2rows,
+                                  fl2cols,
+                                  fl2responsibility,
+                                  fl2transformation,
+                                  fl2softness,
+                                  fl2nonormalize,
+                                  fl2centralityresponsibility,
+                                  fl2centralityspec,
+                                  fl2centralitytransformation,
+                                  fl2centralityccfspec,
+                                  fl2ohexpand,
+                                  fl2asymiterations,
+                                  fl2_set_contraction,
+                                  fl2_set_attraction,
+                                  fl2_set_neglect,
+                                  fl2savefinaltransformedmatrix,
                                   fl2savefinalcentralityvector};
   AddFacilityLocationGroup(fl, "fl", objective, engine, ctrl);
   AddFacilityLocationGroup(fl2, "fl2", objective, engine, ctrl);
   AddSparseFacilityLocationGroup(objective, engine, ctrl);
-  AddDenseDispersionGroup("SSD", ssdfilename, ssdrows, ssdcols, ssdtransformation, ssdresponsibility,
-                          ssdnonormalize, objective, ctrl);
+  AddDenseDispersionGroup("SSD", ssdfilename, ssdrows, ssdcols, ssdtransformation,
+                          ssdresponsibility, ssdnonormalize, objective, ctrl);
   AddDenseDispersionGroup("SSD2", ssd2filename, ssd2rows, ssd2cols, ssd2transformation,
                           ssd2responsibility, ssd2nonormalize, objective, ctrl);
   AddSparseDispersionGroup("SPSSD", spssdfilename, spssdtransformation, spssdresponsibility,
@@ -434,7 +479,8 @@ int SummarySize(int n) {
   if (k >= 0) {
     if (k > n) {
       throw CommandLineError(
-          "Must give valid summary size k, either non-negative k>=0, or negative k<0 yielding actual "
+          "Must give valid summary size k, either non-negative k>=0, or negative k<0 yielding "
+          "actual "
           "size=(|V|+1+k).");
     }
     return k;
@@ -455,9 +501,12 @@ struct Clock {
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
     Clock c;
-    c.user = static_cast<double>(usage.ru_utime.tv_sec) + 1e-6 * static_cast<double>(usage.ru_utime.tv_usec);
-    c.system = static_cast<double>(usage.ru_stime.tv_sec) + 1e-6 * static_cast<double>(usage.ru_stime.tv_usec);
-    c.wall = std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+    c.user = static_cast<double>(usage.ru_utime.tv_sec) +
+             1e-6 * static_cast<double>(usage.ru_utime.tv_usec);
+    c.system = static_cast<double>(usage.ru_stime.tv_sec) +
+               1e-6 * static_cast<double>(usage.ru_stime.tv_usec);
+    c.wall =
+        std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
     return c;
   }
 };
@@ -496,14 +545,15 @@ std::string SetText(const std::vector<int>& elements) {
 // Conditional curvature of each chosen element: 1 - f(s | S - s) / g, where g
 // is the gain s had when the greedy chose it.
 std::vector<double> ConditionalCurvature(const SetFunction& f, const UnorderedHashSet& solution,
-                                         const std::vector<int>& order, const std::vector<float>& gains,
-                                         spdlog::logger& ctrl) {
+                                         const std::vector<int>& order,
+                                         const std::vector<float>& gains, spdlog::logger& ctrl) {
   std::vector<double> curvature(order.size(), 0.0);
   auto context = f.MakeShrinkingContext(solution);
   for (std::size_t i = 0; i < order.size(); ++i) {
     const double gain = gains[i];
     if (gain == 0.0) {
-      ctrl.info("Evaluation g({}|S)=0, with {} \\in Summary. Assuming zero curvature.", order[i], order[i]);
+      ctrl.info("Evaluation g({}|S)=0, with {} \\in Summary. Assuming zero curvature.", order[i],
+                order[i]);
       continue;
     }
     curvature[i] = 1.0 - context->SubsetLoss(order[i]) / gain;
@@ -511,22 +561,27 @@ std::vector<double> ConditionalCurvature(const SetFunction& f, const UnorderedHa
   return curvature;
 }
 
-void LogDetailReport(const SetFunction& f, const std::vector<int>& order, const std::vector<double>& curvature,
-                     double value, spdlog::logger& ctrl) {
+void LogDetailReport(const SetFunction& f, const std::vector<int>& order,
+                     const std::vector<double>& curvature, double value, spdlog::logger& ctrl) {
   double bound = 0.0;
   for (int v : order) bound += f.Evaluate(v);
   if (!curvature.empty()) {
     const auto [low, high] = std::minmax_element(curvature.begin(), curvature.end());
-    const double mean = std::accumulate(curvature.begin(), curvature.end(), 0.0) / static_cast<double>(curvature.size());
-    ctrl.info("Conditional curvature of the summary: min = {:.10g}, mean = {:.10g}, max = {:.10g}.", *low, mean, *high);
+    const double mean = std::accumulate(curvature.begin(), curvature.end(), 0.0) /
+                        static_cast<double>(curvature.size());
+    ctrl.info("Conditional curvature of the summary: min = {:.10g}, mean = {:.10g}, max = {:.10g}.",
+              *low, mean, *high);
   }
-  ctrl.info("Modular Upper Bound on solution = {}, 0 <= Approximate Efficiency = f(Sol)/UBound = {} <= 1.0",
-            bound, bound > 0 ? value / bound : 1.0);
+  ctrl.info(
+      "Modular Upper Bound on solution = {}, 0 <= Approximate Efficiency = f(Sol)/UBound = {} <= "
+      "1.0",
+      bound, bound > 0 ? value / bound : 1.0);
 }
 
 // Each component's share of the summary's value; with level > 1 also each
 // component's gain at every step of the order.
-void LogBalanceReport(const Objective& objective, const std::vector<int>& order, spdlog::logger& ctrl) {
+void LogBalanceReport(const Objective& objective, const std::vector<int>& order,
+                      spdlog::logger& ctrl) {
   const int n = objective.n;
   double total = 0.0;
   std::vector<double> values;
@@ -538,7 +593,8 @@ void LogBalanceReport(const Objective& objective, const std::vector<int>& order,
   }
   for (std::size_t i = 0; i < objective.components.size(); ++i) {
     ctrl.info("Balance: {} (responsibility {:g}) contributes {:.10g} = {:.4g}% of f(Solution).",
-              objective.names[i], objective.weights[i], values[i], total != 0 ? 100.0 * values[i] / total : 0.0);
+              objective.names[i], objective.weights[i], values[i],
+              total != 0 ? 100.0 * values[i] / total : 0.0);
     if (options::ctrl_logbalancereport > 1) {
       std::vector<double> step_gains;
       auto context = objective.components[i]->MakeGrowingContext(FixedEmptySet(n));
@@ -546,7 +602,8 @@ void LogBalanceReport(const Objective& objective, const std::vector<int>& order,
         step_gains.push_back(objective.weights[i] * context->DisjointGain(v));
         context->AddNewElementToContext(v, true);
       }
-      ctrl.info("Balance: {} gains: {}", objective.names[i], VectorText(step_gains, "component_gains"));
+      ctrl.info("Balance: {} gains: {}", objective.names[i],
+                VectorText(step_gains, "component_gains"));
     }
   }
 }
@@ -555,20 +612,23 @@ void WriteVectorFile(const char* file_name, const DenseMatrix<double>& column) {
   try {
     matrixio::WriteDenseMatrixToFile(column, file_name, false);
   } catch (...) {
-    VELMOR_THROW_NESTED(InputDataError, "%s",
-                        fmt::format("Can't open file '{}' for writing to output.", file_name).c_str());
+    VELMOR_THROW_NESTED(
+        InputDataError, "%s",
+        fmt::format("Can't open file '{}' for writing to output.", file_name).c_str());
   }
 }
 
 void WriteOutputFiles(const std::vector<int>& order, const std::vector<float>& gains) {
   if (options::outfilesummary != nullptr) {
     DenseMatrix<double> column(static_cast<Eigen::Index>(order.size()), 1);
-    for (std::size_t i = 0; i < order.size(); ++i) column(static_cast<Eigen::Index>(i), 0) = order[i];
+    for (std::size_t i = 0; i < order.size(); ++i)
+      column(static_cast<Eigen::Index>(i), 0) = order[i];
     WriteVectorFile(options::outfilesummary, column);
   }
   if (options::outfilegains != nullptr) {
     DenseMatrix<double> column(static_cast<Eigen::Index>(gains.size()), 1);
-    for (std::size_t i = 0; i < gains.size(); ++i) column(static_cast<Eigen::Index>(i), 0) = gains[i];
+    for (std::size_t i = 0; i < gains.size(); ++i)
+      column(static_cast<Eigen::Index>(i), 0) = gains[i];
     WriteVectorFile(options::outfilegains, column);
   }
   if (options::outasciiresultsfilename != nullptr) {
@@ -579,7 +639,8 @@ void WriteOutputFiles(const std::vector<int>& order, const std::vector<float>& g
     }
     for (std::size_t i = 0; i < order.size(); ++i) out << (i ? "," : "") << order[i];
     out << '\n';
-    for (std::size_t i = 0; i < gains.size(); ++i) out << (i ? "," : "") << fmt::format("{:.10g}", gains[i]);
+    for (std::size_t i = 0; i < gains.size(); ++i)
+      out << (i ? "," : "") << fmt::format("{:.10g}", gains[i]);
     out << '\n';
   }
 }
@@ -596,27 +657,29 @@ struct Summary {
 // The plain standard greedy never stops on the gain; a chosen algorithm runs
 // through the library's selector.
 Summary RunGreedy(const SubmodularFunction& f, const DownClosedSetConstraint& constraint,
-                  const Set& candidates, const Set& inclusion, const GreedyAlgorithmChoice& choice = {},
-                  int seed = 0) {
+                  const Set& candidates, const Set& inclusion,
+                  const GreedyAlgorithmChoice& choice = {}, int seed = 0) {
   Summary s;
   s.solution = UnorderedHashSet(f.GroundSetSize());
   if (!choice.IsPlainStandard()) {
-    RunChosenGreedyAlgorithm(choice, seed, f, constraint, candidates, inclusion, &s.solution, &s.order, &s.gains,
-                             &s.value);
+    RunChosenGreedyAlgorithm(choice, seed, f, constraint, candidates, inclusion, &s.solution,
+                             &s.order, &s.gains, &s.value);
     return s;
   }
   const FixedEmptySet conditioning(f.GroundSetSize());
-  GreedyConstrainedMaximization(f, constraint, std::numeric_limits<int>::max(), candidates, inclusion,
-                                conditioning, static_cast<GainPermit>(2), &s.solution, &s.order, &s.gains,
-                                &s.value, nullptr);
+  GreedyConstrainedMaximization(f, constraint, std::numeric_limits<int>::max(), candidates,
+                                inclusion, conditioning, static_cast<GainPermit>(2), &s.solution,
+                                &s.order, &s.gains, &s.value, nullptr);
   return s;
 }
 
 // Tries every p-subset of the candidates (in lexicographic order of the
 // candidates' ascending list) as a starting set and keeps the best completion.
-Summary RunPartialEnumeration(const SubmodularFunction& f, const DownClosedSetConstraint& constraint,
+Summary RunPartialEnumeration(const SubmodularFunction& f,
+                              const DownClosedSetConstraint& constraint,
                               const UnorderedHashSet& candidates, const UnorderedHashSet& inclusion,
-                              int p, const GreedyAlgorithmChoice& choice, int seed, spdlog::logger& ctrl) {
+                              int p, const GreedyAlgorithmChoice& choice, int seed,
+                              spdlog::logger& ctrl) {
   std::vector<int> pool;
   candidates.ToVector(pool);
   pool.erase(std::remove_if(pool.begin(), pool.end(), [&](int v) { return inclusion.contains(v); }),
@@ -632,7 +695,8 @@ Summary RunPartialEnumeration(const SubmodularFunction& f, const DownClosedSetCo
   const int period = std::max(1, options::ctrl_logpartialenumperiod);
   long long count = 0;
   while (p <= m) {
-    if (count % period == 0) ctrl.info("Working on partial enumeration set {} of {}", count, combinations);
+    if (count % period == 0)
+      ctrl.info("Working on partial enumeration set {} of {}", count, combinations);
     ++count;
     UnorderedHashSet start = inclusion;
     for (int i : pick) start.insert(pool[static_cast<std::size_t>(i)]);
@@ -647,13 +711,15 @@ Summary RunPartialEnumeration(const SubmodularFunction& f, const DownClosedSetCo
     while (i >= 0 && pick[static_cast<std::size_t>(i)] == m - p + i) --i;
     if (i < 0) break;
     ++pick[static_cast<std::size_t>(i)];
-    for (int j = i + 1; j < p; ++j) pick[static_cast<std::size_t>(j)] = pick[static_cast<std::size_t>(j - 1)] + 1;
+    for (int j = i + 1; j < p; ++j)
+      pick[static_cast<std::size_t>(j)] = pick[static_cast<std::size_t>(j - 1)] + 1;
   }
   if (!found) {
     throw InputDataError(exception::MakeCommandMessage(
         "With current partial enumeration setting (%d), nothing was feasible.", p));
   }
-  ctrl.info("Partial enumeration finished, reordering final best solution of size {}.", best.solution.size());
+  ctrl.info("Partial enumeration finished, reordering final best solution of size {}.",
+            best.solution.size());
   UnorderedHashSet members(f.GroundSetSize());
   for (int v : best.solution) {
     if (!inclusion.contains(v)) members.insert(v);
@@ -667,7 +733,8 @@ std::shared_ptr<spdlog::logger> ControlLogger() {
   return [](const char* name) {
     auto logger = spdlog::get(name);
     if (!logger) {
-      throw std::runtime_error(VELMOR_SOURCE_MESSAGE(fmt::format("Unable to find {} logger.", name)));
+      throw std::runtime_error(
+          VELMOR_SOURCE_MESSAGE(fmt::format("Unable to find {} logger.", name)));
     }
     return logger;
   }("ctrl");
@@ -678,7 +745,8 @@ int RunSummarization() {
   if (optm_logiterperiod >= 0) greedy_max::SetProgressLoggingPeriod(optm_logiterperiod);
   const auto ctrl_logger = ControlLogger();
   spdlog::logger& ctrl = *ctrl_logger;
-  const GreedyAlgorithmChoice choice = ParseGreedyAlgorithmChoice(greedyalgorithm, "greedyalgorithm");
+  const GreedyAlgorithmChoice choice =
+      ParseGreedyAlgorithmChoice(greedyalgorithm, "greedyalgorithm");
 
   if (numlibthreads == 0) {
     ctrl.info("Eigen library query to nbThreads() = {}.", Eigen::nbThreads());
@@ -694,8 +762,9 @@ int RunSummarization() {
     engine.seed(static_cast<std::mt19937::result_type>(seed));
   }
   if (ctrl_loglimits) {
-    ctrl.info("Program limits: ground set size and summary size at most {}, element indices are 32-bit.",
-              std::numeric_limits<int32_t>::max());
+    ctrl.info(
+        "Program limits: ground set size and summary size at most {}, element indices are 32-bit.",
+        std::numeric_limits<int32_t>::max());
   }
 
   // Objective.
@@ -736,8 +805,9 @@ int RunSummarization() {
     constraint = std::make_unique<CardinalitySetConstraint>(n, k);
     description = fmt::format("down to summary of size k={}", k);
   }
-  ctrl.info("Summarizing function with ground set of size |V|=n={}, relative ground set |R|={}, {}.", n,
-            candidates.size(), description);
+  ctrl.info(
+      "Summarizing function with ground set of size |V|=n={}, relative ground set |R|={}, {}.", n,
+      candidates.size(), description);
   if (candidates.size() == 0) {
     ctrl.info("Relative ground set size being zero means there is no work to do.");
     return 0;
@@ -748,11 +818,14 @@ int RunSummarization() {
     ctrl.info("Running {} random subsets of size {} ...", randomevaluations, k);
     UnorderedHashSet min_set(n), max_set(n);
     double min_value = 0, max_value = 0, average_value = 0;
-    RandomMaximizationMinimization(randomevaluations, static_cast<std::uint64_t>(static_cast<uint32_t>(seed)), *f,
-                                   *constraint, candidates, inclusion, FixedEmptySet(n), &min_set, &max_set,
-                                   &min_value, &max_value, &average_value);
-    ctrl.info("Ran {} random subsets of size {}, (minvalue <= avgvalue <= maxvalue) = ({:.10g} <= {:.10g} <= {:.10g})",
-              randomevaluations, k, min_value, average_value, max_value);
+    RandomMaximizationMinimization(randomevaluations,
+                                   static_cast<std::uint64_t>(static_cast<uint32_t>(seed)), *f,
+                                   *constraint, candidates, inclusion, FixedEmptySet(n), &min_set,
+                                   &max_set, &min_value, &max_value, &average_value);
+    ctrl.info(
+        "Ran {} random subsets of size {}, (minvalue <= avgvalue <= maxvalue) = ({:.10g} <= "
+        "{:.10g} <= {:.10g})",
+        randomevaluations, k, min_value, average_value, max_value);
     if (ctrl_lograndomevalsolutions) {
       std::vector<int> elements;
       min_set.ToVector(elements);
@@ -768,28 +841,33 @@ int RunSummarization() {
   if (!choice.IsPlainStandard()) ctrl.info("Greedy algorithm: {}.", choice.Description());
   const Clock before = Clock::Now();
   Summary summary = partialenumeration > 0
-                        ? RunPartialEnumeration(*f, *constraint, candidates, inclusion, partialenumeration, choice,
-                                                algorithm_seed, ctrl)
+                        ? RunPartialEnumeration(*f, *constraint, candidates, inclusion,
+                                                partialenumeration, choice, algorithm_seed, ctrl)
                         : RunGreedy(*f, *constraint, candidates, inclusion, choice, algorithm_seed);
   const Clock after = Clock::Now();
   const double user = after.user - before.user, system = after.system - before.system;
-  ctrl.info("Summarization time: CPU {}s (User: {}s; System: {}s); Wall Clock {}s.", user + system, user, system,
-            after.wall - before.wall);
+  ctrl.info("Summarization time: CPU {}s (User: {}s; System: {}s); Wall Clock {}s.", user + system,
+            user, system, after.wall - before.wall);
   const int room = std::min(k, constraint->SizeLimit()) - inclusion.size();
   if (summary.order.empty() && room > 0) {
     ctrl.warn(
-        "WARNING: No work was done by the algorithm.\nCould indicate a numerical problem (Infs or NaNs) due to "
-        "an invalid input matrix,\na transform thereof that results in an invalid matrix, a centrality "
-        "computation on\nthat matrix (or transformation on that centrality) that leads to numerical overflow\n"
-        "problems, and/or an invalid submodular specification. Results below will be invalid.\nFix the above, or "
+        "WARNING: No work was done by the algorithm.\nCould indicate a numerical problem (Infs or "
+        "NaNs) due to "
+        "an invalid input matrix,\na transform thereof that results in an invalid matrix, a "
+        "centrality "
+        "computation on\nthat matrix (or transformation on that centrality) that leads to "
+        "numerical overflow\n"
+        "problems, and/or an invalid submodular specification. Results below will be invalid.\nFix "
+        "the above, or "
         "try running with FP exceptions turned on.");
   }
   const double value = summary.value;
   if (!std::isfinite(value)) {
-    throw InputAndOrParameterDataError(exception::MakeCommandMessage(
-        "Solution has non-finite or NaN value (%g) when using current parameters and input. Exiting since "
-        "results are likely invalid.",
-        value));
+    throw InputAndOrParameterDataError(
+        exception::MakeCommandMessage("Solution has non-finite or NaN value (%g) when using "
+                                      "current parameters and input. Exiting since "
+                                      "results are likely invalid.",
+                                      value));
   }
 
   // Reports.
@@ -814,7 +892,8 @@ int RunSummarization() {
   if (ctrl_logcgains) {
     std::vector<double> cumulative(summary.gains.size());
     double running = 0.0;
-    for (std::size_t i = 0; i < summary.gains.size(); ++i) cumulative[i] = running += summary.gains[i];
+    for (std::size_t i = 0; i < summary.gains.size(); ++i)
+      cumulative[i] = running += summary.gains[i];
     const std::string text = VectorText(cumulative, "cgains");
     ctrl.info("Summary Cumulative Gains: {:.{}}", text, text.size());
   }
@@ -837,8 +916,8 @@ int RunSummarization() {
     LogBalanceReport(view, summary.order, ctrl);
   }
   WriteOutputFiles(summary.order, summary.gains);
-  WriteGainsPlotScript(pgpyplotfilename, pgpypuginpyplot, pgpyccclogscale, summary.order, summary.gains,
-                       curvature);
+  WriteGainsPlotScript(pgpyplotfilename, pgpypuginpyplot, pgpyccclogscale, summary.order,
+                       summary.gains, curvature);
   return 0;
 }
 

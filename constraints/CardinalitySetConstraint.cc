@@ -1,28 +1,29 @@
 #include "constraints/CardinalitySetConstraint.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <stdexcept>
-
-#include <fmt/format.h>
 
 #include "sets/UnorderedHashSet.h"
 #include "utils/error_messages.h"
 
 namespace velmor {
 
-using CardinalityExternal = CardinalitySetConstraint::CardinalitySetConstraintGrowingContextExternal;
+using CardinalityExternal =
+    CardinalitySetConstraint::CardinalitySetConstraintGrowingContextExternal;
 using CardinalityOwning =
     SetConstraint::DerivedConstraintGrowingContext<CardinalitySetConstraint, CardinalityExternal,
                                                    UnorderedHashSet>;
 
 // Sets over a larger ground set are refused by every whole-set question.
-#define VELMOR_CHECK_SET_GROUND_SIZE(s)                                                        \
-  do {                                                                                         \
-    if ((s).GroundSetSize() > ground_set_size_) {                                              \
-      VELMOR_THROW(std::invalid_argument,                                                      \
+#define VELMOR_CHECK_SET_GROUND_SIZE(s)                                                          \
+  do {                                                                                           \
+    if ((s).GroundSetSize() > ground_set_size_) {                                                \
+      VELMOR_THROW(std::invalid_argument,                                                        \
                    "Invalid argument, set.GroundSetSize()=%d != constraint.GroundSetSize()=%d.", \
-                   (s).GroundSetSize(), ground_set_size_);                                     \
-    }                                                                                          \
+                   (s).GroundSetSize(), ground_set_size_);                                       \
+    }                                                                                            \
   } while (false)
 
 CardinalitySetConstraint::CardinalitySetConstraint(int ground_set_size, int size_limit)
@@ -30,7 +31,8 @@ CardinalitySetConstraint::CardinalitySetConstraint(int ground_set_size, int size
   if (ground_set_size < 1) {
     VELMOR_THROW(std::invalid_argument, "Invalid argument, ground_set_size=%d.", ground_set_size);
   }
-  if (size_limit < 0) VELMOR_THROW(std::invalid_argument, "Invalid argument, size_limit=%d.", size_limit);
+  if (size_limit < 0)
+    VELMOR_THROW(std::invalid_argument, "Invalid argument, size_limit=%d.", size_limit);
 }
 
 bool CardinalitySetConstraint::IsFeasible(const Set& s) const {
@@ -44,7 +46,8 @@ bool CardinalitySetConstraint::IsUnionFeasible(int e, const Set& s) const {
                  "Invalid argument, set.GroundSetSize()=%d !=constraint.GroundSetSize()=%d.",
                  s.GroundSetSize(), ground_set_size_);
   }
-  if (e < 0 || e >= ground_set_size_) VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", e);
+  if (e < 0 || e >= ground_set_size_)
+    VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", e);
   return s.contains(e) ? size_limit_ >= s.size() : size_limit_ > s.size();
 }
 
@@ -54,7 +57,8 @@ bool CardinalitySetConstraint::IsDisjointUnionFeasible(int e, const Set& s) cons
                  "Invalid argument, set.GroundSetSize()=%d !=constraint.GroundSetSize()=%d.",
                  s.GroundSetSize(), ground_set_size_);
   }
-  if (e < 0 || e >= ground_set_size_) VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", e);
+  if (e < 0 || e >= ground_set_size_)
+    VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", e);
   return size_limit_ > s.size();
 }
 
@@ -72,13 +76,13 @@ CardinalitySetConstraint::MakeGrowingContextExternal(const Set& s) const {
   return std::make_unique<CardinalityExternal>(*this, s);
 }
 
-std::unique_ptr<SetConstraint::ConstraintGrowingContext> CardinalitySetConstraint::MakeGrowingContext()
-    const {
+std::unique_ptr<SetConstraint::ConstraintGrowingContext>
+CardinalitySetConstraint::MakeGrowingContext() const {
   return std::make_unique<CardinalityOwning>(*this, UnorderedHashSet(ground_set_size_));
 }
 
-std::unique_ptr<SetConstraint::ConstraintGrowingContext> CardinalitySetConstraint::MakeGrowingContext(
-    const Set& s) const {
+std::unique_ptr<SetConstraint::ConstraintGrowingContext>
+CardinalitySetConstraint::MakeGrowingContext(const Set& s) const {
   return std::make_unique<CardinalityOwning>(*this, s);
 }
 
@@ -108,12 +112,14 @@ void CardinalityExternal::AssignContext(const Set& s) {
 }
 
 bool CardinalityExternal::IsDisjointUnionFeasible(int e, const Set&) const {
-  if (e < 0 || e >= ground_set_size_) VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", e);
+  if (e < 0 || e >= ground_set_size_)
+    VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", e);
   return count_ < size_limit_;
 }
 
 bool CardinalityExternal::AddNewElementToContext(int e, Set& s, bool also_insert) {
-  if (e < 0 || e >= ground_set_size_) VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", e);
+  if (e < 0 || e >= ground_set_size_)
+    VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", e);
   if (also_insert) s.insert(e);
   ++count_;
   return true;

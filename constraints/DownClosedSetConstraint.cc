@@ -9,7 +9,8 @@
 namespace velmor {
 
 bool DownClosedSetConstraint::IsUnionFeasible(int e, const Set& s) const {
-  if (e < 0 || e >= GroundSetSize()) VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", e);
+  if (e < 0 || e >= GroundSetSize())
+    VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", e);
   UnorderedHashSet grown(std::max(s.GroundSetSize(), e + 1));
   grown.PrepareToInsertTheFollowingNumberOfItems(s.size() + 1);
   for (int v : s) grown.insert(v);

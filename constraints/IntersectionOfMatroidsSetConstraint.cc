@@ -1,13 +1,13 @@
 #include "constraints/IntersectionOfMatroidsSetConstraint.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <climits>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <utility>
-
-#include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include "constraints/PartitionMatroidSetConstraint.h"
 #include "sets/UnorderedHashSet.h"
@@ -28,17 +28,20 @@ using IntersectionExternal =
 
 IntersectionOfMatroidsSetConstraint::IntersectionOfMatroidsSetConstraint(
     std::vector<std::unique_ptr<MatroidSetConstraint>> matroids) {
-  if (matroids.empty()) VELMOR_THROW(std::invalid_argument, "Invalid argument, must have at least one matroid.");
+  if (matroids.empty())
+    VELMOR_THROW(std::invalid_argument, "Invalid argument, must have at least one matroid.");
   for (const auto& matroid : matroids) {
     if (matroid == nullptr || matroid->GroundSetSize() != matroids[0]->GroundSetSize()) {
-      VELMOR_THROW(std::invalid_argument, "Invalid argument, all matroids must have same ground set size n=|V|.");
+      VELMOR_THROW(std::invalid_argument,
+                   "Invalid argument, all matroids must have same ground set size n=|V|.");
     }
   }
   matroids_ = std::move(matroids);
   ground_set_size_ = matroids_[0]->GroundSetSize();
 }
 
-IntersectionOfMatroidsSetConstraint::IntersectionOfMatroidsSetConstraint(const nlohmann::json& json_object) {
+IntersectionOfMatroidsSetConstraint::IntersectionOfMatroidsSetConstraint(
+    const nlohmann::json& json_object) {
   using exception::InputDataError;
   static constexpr const char* kObjectName = "intersection-of-matroids";
   static constexpr const char* kListName = "partition-matroids";
@@ -47,31 +50,35 @@ IntersectionOfMatroidsSetConstraint::IntersectionOfMatroidsSetConstraint(const n
   }
   const nlohmann::json& intersection = json_object[kObjectName];
   if (!intersection.is_object() || !intersection.contains(kListName)) {
-    VELMOR_THROW(InputDataError, "Can't find JSON object list named '%s', which should be a list of matroids.",
+    VELMOR_THROW(InputDataError,
+                 "Can't find JSON object list named '%s', which should be a list of matroids.",
                  kListName);
   }
   const nlohmann::json& list = intersection[kListName];
-  if (!list.is_array()) VELMOR_THROW(InputDataError, "JSON object '%s' must be an array.", kListName);
-  if (list.empty()) VELMOR_THROW(InputDataError, "Invalid argument, must have at least one matroid.");
+  if (!list.is_array())
+    VELMOR_THROW(InputDataError, "JSON object '%s' must be an array.", kListName);
+  if (list.empty())
+    VELMOR_THROW(InputDataError, "Invalid argument, must have at least one matroid.");
   for (const nlohmann::json& member : list) {
     matroids_.push_back(std::make_unique<PartitionMatroidSetConstraint<std::vector<int>>>(member));
     if (matroids_.back()->GroundSetSize() != matroids_.front()->GroundSetSize()) {
       VELMOR_THROW(InputDataError,
-                   "Intersection of matroids in JSON object, all matroids must have the same ground set size.");
+                   "Intersection of matroids in JSON object, all matroids must have the same "
+                   "ground set size.");
     }
   }
   ground_set_size_ = matroids_[0]->GroundSetSize();
 }
 
-IntersectionOfMatroidsSetConstraint::IntersectionOfMatroidsSetConstraint(int rows, int cols,
-                                                                         const std::vector<int>& V_limits,
-                                                                         const std::vector<int>& U_limits) {
+IntersectionOfMatroidsSetConstraint::IntersectionOfMatroidsSetConstraint(
+    int rows, int cols, const std::vector<int>& V_limits, const std::vector<int>& U_limits) {
   if (rows < 1 || cols < 1 || V_limits.size() != static_cast<std::size_t>(rows) ||
       U_limits.size() != static_cast<std::size_t>(cols) ||
       static_cast<long>(rows) * static_cast<long>(cols) > INT_MAX) {
-    VELMOR_THROW(std::invalid_argument,
-                 "Invalid element, mismatched rows=%d,cols=%d, and size of V_limits=%ld, U_limits=%ld.", rows, cols,
-                 static_cast<long>(V_limits.size()), static_cast<long>(U_limits.size()));
+    VELMOR_THROW(
+        std::invalid_argument,
+        "Invalid element, mismatched rows=%d,cols=%d, and size of V_limits=%ld, U_limits=%ld.",
+        rows, cols, static_cast<long>(V_limits.size()), static_cast<long>(U_limits.size()));
   }
   for (int r = 0; r < rows; ++r) {
     if (V_limits[static_cast<std::size_t>(r)] < 0) {
@@ -92,8 +99,10 @@ IntersectionOfMatroidsSetConstraint::IntersectionOfMatroidsSetConstraint(int row
     row_of[e] = static_cast<int>(e / static_cast<std::size_t>(cols));
     column_of[e] = static_cast<int>(e % static_cast<std::size_t>(cols));
   }
-  matroids_.push_back(std::make_unique<PartitionMatroidSetConstraint<std::vector<int>>>(row_of, V_limits));
-  matroids_.push_back(std::make_unique<PartitionMatroidSetConstraint<std::vector<int>>>(column_of, U_limits));
+  matroids_.push_back(
+      std::make_unique<PartitionMatroidSetConstraint<std::vector<int>>>(row_of, V_limits));
+  matroids_.push_back(
+      std::make_unique<PartitionMatroidSetConstraint<std::vector<int>>>(column_of, U_limits));
   ground_set_size_ = static_cast<int>(n);
 }
 
@@ -104,15 +113,17 @@ IntersectionOfMatroidsSetConstraint::IntersectionOfMatroidsSetConstraint(
   for (const auto& matroid : other.matroids_) matroids_.emplace_back(matroid->CopyNew());
 }
 
-std::unique_ptr<IntersectionOfMatroidsSetConstraint> IntersectionOfMatroidsSetConstraint::FromJSONFile(
-    const std::string& file_name) {
+std::unique_ptr<IntersectionOfMatroidsSetConstraint>
+IntersectionOfMatroidsSetConstraint::FromJSONFile(const std::string& file_name) {
   std::ifstream stream(file_name);
-  if (!stream) VELMOR_THROW(exception::InputDataError, "Can't open JSON file '%s'.", file_name.c_str());
+  if (!stream)
+    VELMOR_THROW(exception::InputDataError, "Can't open JSON file '%s'.", file_name.c_str());
   nlohmann::json json_object;
   try {
     json_object = nlohmann::json::parse(stream);
   } catch (const std::exception&) {
-    VELMOR_THROW_NESTED(exception::InputDataError, "Can't parse JSON file '%s'.", file_name.c_str());
+    VELMOR_THROW_NESTED(exception::InputDataError, "Can't parse JSON file '%s'.",
+                        file_name.c_str());
   }
   return std::make_unique<IntersectionOfMatroidsSetConstraint>(json_object);
 }
@@ -150,14 +161,14 @@ IntersectionOfMatroidsSetConstraint::MakeGrowingContextExternal(const Set& s) co
   return std::make_unique<IntersectionExternal>(*this, s);
 }
 
-std::unique_ptr<SetConstraint::ConstraintGrowingContext> IntersectionOfMatroidsSetConstraint::MakeGrowingContext()
-    const {
-  return std::make_unique<IntersectionOfMatroidsSetConstraintGrowingContext>(*this,
-                                                                             UnorderedHashSet(ground_set_size_));
+std::unique_ptr<SetConstraint::ConstraintGrowingContext>
+IntersectionOfMatroidsSetConstraint::MakeGrowingContext() const {
+  return std::make_unique<IntersectionOfMatroidsSetConstraintGrowingContext>(
+      *this, UnorderedHashSet(ground_set_size_));
 }
 
-std::unique_ptr<SetConstraint::ConstraintGrowingContext> IntersectionOfMatroidsSetConstraint::MakeGrowingContext(
-    const Set& s) const {
+std::unique_ptr<SetConstraint::ConstraintGrowingContext>
+IntersectionOfMatroidsSetConstraint::MakeGrowingContext(const Set& s) const {
   return std::make_unique<IntersectionOfMatroidsSetConstraintGrowingContext>(*this, s);
 }
 
@@ -173,7 +184,8 @@ IntersectionExternal::IntersectionOfMatroidsSetConstraintGrowingContextExternal(
     const IntersectionOfMatroidsSetConstraint& constraint, const Set& s)
     : constraint_(&constraint) {
   if (s.GroundSetSize() != constraint.GroundSetSize()) {
-    VELMOR_THROW(std::invalid_argument, "Invalid element, mismatched ground set size = %d.", s.GroundSetSize());
+    VELMOR_THROW(std::invalid_argument, "Invalid element, mismatched ground set size = %d.",
+                 s.GroundSetSize());
   }
   member_contexts_.reserve(constraint.matroids_.size());
   for (const auto& matroid : constraint.matroids_) {
@@ -184,7 +196,8 @@ IntersectionExternal::IntersectionOfMatroidsSetConstraintGrowingContextExternal(
 
 void IntersectionExternal::AssignContext(const Set& s) {
   if (s.GroundSetSize() != GroundSetSize()) {
-    VELMOR_THROW(std::invalid_argument, "Invalid element, mismatched ground set size = %d.", s.GroundSetSize());
+    VELMOR_THROW(std::invalid_argument, "Invalid element, mismatched ground set size = %d.",
+                 s.GroundSetSize());
   }
   bool all_feasible = true;
   for (auto& context : member_contexts_) {

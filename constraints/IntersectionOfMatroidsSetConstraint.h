@@ -12,10 +12,9 @@
 // PartitionMatroidSetConstraint. All members must have one ground-set size.
 
 #include <memory>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
-
-#include <nlohmann/json_fwd.hpp>
 
 #include "constraints/DownClosedSetConstraint.h"
 #include "constraints/MatroidSetConstraint.h"
@@ -26,13 +25,14 @@ class IntersectionOfMatroidsSetConstraint : public DownClosedSetConstraint {
  public:
   class IntersectionOfMatroidsSetConstraintGrowingContextExternal;
   using IntersectionOfMatroidsSetConstraintGrowingContext =
-      SetConstraint::DerivedConstraintGrowingContext<IntersectionOfMatroidsSetConstraint,
-                                                     IntersectionOfMatroidsSetConstraintGrowingContextExternal,
-                                                     UnorderedHashSet>;
+      SetConstraint::DerivedConstraintGrowingContext<
+          IntersectionOfMatroidsSetConstraint,
+          IntersectionOfMatroidsSetConstraintGrowingContextExternal, UnorderedHashSet>;
 
   // Takes the members over. Throws std::invalid_argument when there is none,
   // a pointer is null, or the ground-set sizes differ.
-  explicit IntersectionOfMatroidsSetConstraint(std::vector<std::unique_ptr<MatroidSetConstraint>> matroids);
+  explicit IntersectionOfMatroidsSetConstraint(
+      std::vector<std::unique_ptr<MatroidSetConstraint>> matroids);
   // From the JSON form above; throws exception::InputDataError naming what is
   // wrong (errors of a member's partition-matroid object pass through).
   explicit IntersectionOfMatroidsSetConstraint(const nlohmann::json& json_object);
@@ -49,7 +49,8 @@ class IntersectionOfMatroidsSetConstraint : public DownClosedSetConstraint {
 
   // Reads and parses the JSON file, then constructs as from a JSON object.
   // Throws exception::InputDataError when the file cannot be read or parsed.
-  static std::unique_ptr<IntersectionOfMatroidsSetConstraint> FromJSONFile(const std::string& file_name);
+  static std::unique_ptr<IntersectionOfMatroidsSetConstraint> FromJSONFile(
+      const std::string& file_name);
 
   IntersectionOfMatroidsSetConstraint* CopyNew() const override {
     return new IntersectionOfMatroidsSetConstraint(*this);
@@ -73,7 +74,9 @@ class IntersectionOfMatroidsSetConstraint : public DownClosedSetConstraint {
   int SizeLimit() const override;
 
   int NumberOfMatroids() const { return static_cast<int>(matroids_.size()); }
-  const MatroidSetConstraint& Matroid(int i) const { return *matroids_[static_cast<std::size_t>(i)]; }
+  const MatroidSetConstraint& Matroid(int i) const {
+    return *matroids_[static_cast<std::size_t>(i)];
+  }
 
  private:
   // Checks the members and sets the ground-set size.

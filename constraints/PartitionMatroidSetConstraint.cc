@@ -1,13 +1,13 @@
 #include "constraints/PartitionMatroidSetConstraint.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <climits>
 #include <cstdint>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <utility>
-
-#include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include "sets/UnorderedHashSet.h"
 #include "utils/error_messages.h"
@@ -17,20 +17,21 @@ namespace velmor {
 
 // Whole-set questions refuse a set over a larger ground set. The union
 // questions use the text without the blank after "!=".
-#define VELMOR_CHECK_SET_GROUND_SIZE(s)                                                                 \
-  do {                                                                                                  \
-    if ((s).GroundSetSize() > GroundSetSize()) {                                                        \
-      VELMOR_THROW(std::invalid_argument,                                                               \
-                   "Invalid argument, the_set.GroundSetSize()=%d != constraint.GroundSetSize()=%d.",    \
-                   (s).GroundSetSize(), GroundSetSize());                                               \
-    }                                                                                                   \
+#define VELMOR_CHECK_SET_GROUND_SIZE(s)                                                     \
+  do {                                                                                      \
+    if ((s).GroundSetSize() > GroundSetSize()) {                                            \
+      VELMOR_THROW(                                                                         \
+          std::invalid_argument,                                                            \
+          "Invalid argument, the_set.GroundSetSize()=%d != constraint.GroundSetSize()=%d.", \
+          (s).GroundSetSize(), GroundSetSize());                                            \
+    }                                                                                       \
   } while (false)
 
-#define VELMOR_CHECK_ELEMENT(e, n)                                                 \
-  do {                                                                             \
-    if ((e) < 0 || (e) >= (n)) {                                                   \
-      VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", (e));           \
-    }                                                                              \
+#define VELMOR_CHECK_ELEMENT(e, n)                                       \
+  do {                                                                   \
+    if ((e) < 0 || (e) >= (n)) {                                         \
+      VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", (e)); \
+    }                                                                    \
   } while (false)
 
 template <class Container>
@@ -39,7 +40,8 @@ PartitionMatroidSetConstraint<Container>::PartitionMatroidSetConstraint(
   const long n = static_cast<long>(element_to_block_mapping.size());
   const long number_of_blocks = static_cast<long>(limits.size());
   if (n < 1 || n > INT_MAX) {
-    VELMOR_THROW(std::invalid_argument, "Invalid argument, ground_set_size=%d.", static_cast<int>(n));
+    VELMOR_THROW(std::invalid_argument, "Invalid argument, ground_set_size=%d.",
+                 static_cast<int>(n));
   }
   if (number_of_blocks < 1 || number_of_blocks > INT_MAX) {
     VELMOR_THROW(std::invalid_argument, "Invalid argument, number_of_blocks=%d.",
@@ -48,9 +50,10 @@ PartitionMatroidSetConstraint<Container>::PartitionMatroidSetConstraint(
   for (long e = 0; e < n; ++e) {
     const int b = element_to_block_mapping[static_cast<std::size_t>(e)];
     if (b < 0 || b >= number_of_blocks) {
-      VELMOR_THROW(std::invalid_argument,
-                   "Invalid argument, element_to_block_mapping[%d]=%d invalid for |V|=%d and %d blocks.",
-                   static_cast<int>(e), b, static_cast<int>(n), static_cast<int>(number_of_blocks));
+      VELMOR_THROW(
+          std::invalid_argument,
+          "Invalid argument, element_to_block_mapping[%d]=%d invalid for |V|=%d and %d blocks.",
+          static_cast<int>(e), b, static_cast<int>(n), static_cast<int>(number_of_blocks));
     }
   }
   for (long b = 0; b < number_of_blocks; ++b) {
@@ -68,7 +71,8 @@ template <class Container>
 PartitionMatroidSetConstraint<Container>::PartitionMatroidSetConstraint(
     const std::vector<const Set*>& blocks, const Container& limits) {
   if (blocks.empty() || blocks.size() != limits.size() || blocks.size() > INT_MAX) {
-    VELMOR_THROW(std::invalid_argument, "Invalid argument, invalid or limits size mismatch %ld != %ld.",
+    VELMOR_THROW(std::invalid_argument,
+                 "Invalid argument, invalid or limits size mismatch %ld != %ld.",
                  static_cast<long>(blocks.size()), static_cast<long>(limits.size()));
   }
   const int n = blocks[0] != nullptr ? blocks[0]->GroundSetSize() : 0;
@@ -90,8 +94,9 @@ PartitionMatroidSetConstraint<Container>::PartitionMatroidSetConstraint(
     }
   }
   if (!is_partition || covered != n) {
-    VELMOR_THROW(std::invalid_argument,
-                 "Invalid argument, partition matroid must be involked with a partition of the ground set.");
+    VELMOR_THROW(
+        std::invalid_argument,
+        "Invalid argument, partition matroid must be involked with a partition of the ground set.");
   }
   for (std::size_t b = 0; b < limits.size(); ++b) {
     if (limits[b] < 0) {
@@ -105,14 +110,16 @@ PartitionMatroidSetConstraint<Container>::PartitionMatroidSetConstraint(
 }
 
 template <class Container>
-PartitionMatroidSetConstraint<Container>::PartitionMatroidSetConstraint(const nlohmann::json& json_object) {
+PartitionMatroidSetConstraint<Container>::PartitionMatroidSetConstraint(
+    const nlohmann::json& json_object) {
   using exception::InputDataError;
   static constexpr const char* kObjectName = "partition-matroid";
   static constexpr const char* kBlocksName = "blocks";
   static constexpr const char* kBlockName = "block";
   static constexpr const char* kLimitName = "limit";
 
-  if (!json_object.is_object()) VELMOR_THROW(InputDataError, "Invalid partition matroid JSON object");
+  if (!json_object.is_object())
+    VELMOR_THROW(InputDataError, "Invalid partition matroid JSON object");
   const nlohmann::json* matroid = nullptr;
   if (json_object.contains(kObjectName)) {
     matroid = &json_object[kObjectName];
@@ -127,9 +134,12 @@ PartitionMatroidSetConstraint<Container>::PartitionMatroidSetConstraint(const nl
     VELMOR_THROW(InputDataError, "Can't find '%s' in partition-matroid JSON object.", kBlocksName);
   }
   const nlohmann::json& blocks = (*matroid)[kBlocksName];
-  if (!blocks.is_array()) VELMOR_THROW(InputDataError, "Partition matroid blocks must be an array in JSON object.");
-  if (blocks.empty()) VELMOR_THROW(InputDataError, "Partition matroid must have blocks with elements.");
-  if (blocks.size() > INT_MAX) VELMOR_THROW(InputDataError, "Invalid partition matroid JSON object");
+  if (!blocks.is_array())
+    VELMOR_THROW(InputDataError, "Partition matroid blocks must be an array in JSON object.");
+  if (blocks.empty())
+    VELMOR_THROW(InputDataError, "Partition matroid must have blocks with elements.");
+  if (blocks.size() > INT_MAX)
+    VELMOR_THROW(InputDataError, "Invalid partition matroid JSON object");
 
   // (element, block) pairs of every block, and each block's limit.
   std::vector<std::pair<int, int>> members;
@@ -137,14 +147,17 @@ PartitionMatroidSetConstraint<Container>::PartitionMatroidSetConstraint(const nl
   limits.reserve(blocks.size());
   int block_number = 0;
   for (const nlohmann::json& block : blocks) {
-    if (!block.is_object()) VELMOR_THROW(InputDataError, "Partition matroid block must be a JSON object.");
+    if (!block.is_object())
+      VELMOR_THROW(InputDataError, "Partition matroid block must be a JSON object.");
     if (!block.contains(kBlockName)) {
-      VELMOR_THROW(InputDataError, "Can't find block array name '%s' in partition-matroid JSON block.",
-                   kBlockName);
+      VELMOR_THROW(InputDataError,
+                   "Can't find block array name '%s' in partition-matroid JSON block.", kBlockName);
     }
     const nlohmann::json& elements = block[kBlockName];
-    if (!elements.is_array()) VELMOR_THROW(InputDataError, "Partition matroid block array must be JSON array object.");
-    if (elements.empty()) VELMOR_THROW(InputDataError, "Partition matroid must have blocks with elements.");
+    if (!elements.is_array())
+      VELMOR_THROW(InputDataError, "Partition matroid block array must be JSON array object.");
+    if (elements.empty())
+      VELMOR_THROW(InputDataError, "Partition matroid must have blocks with elements.");
     for (const nlohmann::json& element : elements) {
       // The largest element must leave n = element + 1 representable.
       bool valid = element.is_number_integer();
@@ -157,10 +170,13 @@ PartitionMatroidSetConstraint<Container>::PartitionMatroidSetConstraint(const nl
         value = element.get<std::int64_t>();
         valid = value >= 0 && value < INT_MAX;
       }
-      if (!valid) VELMOR_THROW(InputDataError, "Partition matroid block element must be non-negative integer.");
+      if (!valid)
+        VELMOR_THROW(InputDataError,
+                     "Partition matroid block element must be non-negative integer.");
       members.emplace_back(static_cast<int>(value), block_number);
     }
-    if (!block.contains(kLimitName)) VELMOR_THROW(InputDataError, "Partition matroid block is missing a limit value.");
+    if (!block.contains(kLimitName))
+      VELMOR_THROW(InputDataError, "Partition matroid block is missing a limit value.");
     const nlohmann::json& limit = block[kLimitName];
     if (!limit.is_number_integer()) {
       VELMOR_THROW(InputDataError, "Partition matroid block limit must be a non-negative integer.");
@@ -168,7 +184,8 @@ PartitionMatroidSetConstraint<Container>::PartitionMatroidSetConstraint(const nl
     int limit_value = INT_MAX;
     if (!limit.is_number_unsigned()) {
       const std::int64_t signed_limit = limit.get<std::int64_t>();
-      if (signed_limit < 0) VELMOR_THROW(InputDataError, "Partition matroid block limit must not be negative.");
+      if (signed_limit < 0)
+        VELMOR_THROW(InputDataError, "Partition matroid block limit must not be negative.");
       limit_value = static_cast<int>(std::min<std::int64_t>(signed_limit, INT_MAX));
     } else {
       limit_value = static_cast<int>(std::min<std::uint64_t>(limit.get<std::uint64_t>(), INT_MAX));
@@ -202,13 +219,16 @@ void PartitionMatroidSetConstraint<Container>::ComputeBlockSizesAndRank() {
   block_sizes_.assign(limits_.size(), 0);
   for (int b : element_to_block_mapping_) ++block_sizes_[static_cast<std::size_t>(b)];
   rank_of_ground_set_ = 0;
-  for (std::size_t b = 0; b < limits_.size(); ++b) rank_of_ground_set_ += std::min(block_sizes_[b], limits_[b]);
+  for (std::size_t b = 0; b < limits_.size(); ++b)
+    rank_of_ground_set_ += std::min(block_sizes_[b], limits_[b]);
 }
 
 template <class Container>
-void PartitionMatroidSetConstraint<Container>::CountPerBlock(const Set& s, std::vector<int>& counts) const {
+void PartitionMatroidSetConstraint<Container>::CountPerBlock(const Set& s,
+                                                             std::vector<int>& counts) const {
   counts.assign(limits_.size(), 0);
-  for (int e : s) ++counts[static_cast<std::size_t>(element_to_block_mapping_[static_cast<std::size_t>(e)])];
+  for (int e : s)
+    ++counts[static_cast<std::size_t>(element_to_block_mapping_[static_cast<std::size_t>(e)])];
 }
 
 template <class Container>
@@ -228,7 +248,8 @@ bool PartitionMatroidSetConstraint<Container>::IsUnionFeasible(int e, const Set&
   VELMOR_CHECK_ELEMENT(e, GroundSetSize());
   std::vector<int> counts;
   CountPerBlock(s, counts);
-  if (!s.contains(e)) ++counts[static_cast<std::size_t>(element_to_block_mapping_[static_cast<std::size_t>(e)])];
+  if (!s.contains(e))
+    ++counts[static_cast<std::size_t>(element_to_block_mapping_[static_cast<std::size_t>(e)])];
   for (std::size_t b = 0; b < counts.size(); ++b) {
     if (counts[b] > limits_[b]) return false;
   }
@@ -278,7 +299,8 @@ PartitionMatroidSetConstraint<Container>::MakeGrowingContextExternal(const Set& 
 template <class Container>
 std::unique_ptr<SetConstraint::ConstraintGrowingContext>
 PartitionMatroidSetConstraint<Container>::MakeGrowingContext() const {
-  return std::make_unique<PartitionMatroidSetConstraintGrowingContext>(*this, UnorderedHashSet(GroundSetSize()));
+  return std::make_unique<PartitionMatroidSetConstraintGrowingContext>(
+      *this, UnorderedHashSet(GroundSetSize()));
 }
 
 template <class Container>
@@ -307,22 +329,23 @@ bool PartitionMatroidSetConstraint<Container>::IsACycle(const Set& s) const {
   for (int e : s) {
     if (element_to_block_mapping_[static_cast<std::size_t>(e)] != block) return false;
   }
-  return static_cast<long>(s.size()) == static_cast<long>(limits_[static_cast<std::size_t>(block)]) + 1;
+  return static_cast<long>(s.size()) ==
+         static_cast<long>(limits_[static_cast<std::size_t>(block)]) + 1;
 }
 
 // The growing context.
 
 template <class Container>
 PartitionMatroidSetConstraint<Container>::PartitionMatroidSetConstraintGrowingContextExternal::
-    PartitionMatroidSetConstraintGrowingContextExternal(const PartitionMatroidSetConstraint& constraint,
-                                                        const Set& s)
+    PartitionMatroidSetConstraintGrowingContextExternal(
+        const PartitionMatroidSetConstraint& constraint, const Set& s)
     : constraint_(&constraint) {
   AssignContext(s);
 }
 
 template <class Container>
-void PartitionMatroidSetConstraint<Container>::PartitionMatroidSetConstraintGrowingContextExternal::
-    AssignContext(const Set& s) {
+void PartitionMatroidSetConstraint<
+    Container>::PartitionMatroidSetConstraintGrowingContextExternal::AssignContext(const Set& s) {
   if (s.GroundSetSize() > GroundSetSize()) {
     VELMOR_THROW(std::invalid_argument,
                  "Invalid argument, the_set.GroundSetSize()=%d != constraint.GroundSetSize()=%d.",
@@ -336,8 +359,8 @@ void PartitionMatroidSetConstraint<Container>::PartitionMatroidSetConstraintGrow
 }
 
 template <class Container>
-bool PartitionMatroidSetConstraint<Container>::PartitionMatroidSetConstraintGrowingContextExternal::IsMaximal(
-    const Set&) const {
+bool PartitionMatroidSetConstraint<
+    Container>::PartitionMatroidSetConstraintGrowingContextExternal::IsMaximal(const Set&) const {
   if (blocks_over_limit_ != 0) return false;
   for (std::size_t b = 0; b < counts_.size(); ++b) {
     if (counts_[b] < std::min(constraint_->limits_[b], constraint_->block_sizes_[b])) return false;

@@ -17,10 +17,9 @@
 // accepted on its own.
 
 #include <memory>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
-
-#include <nlohmann/json_fwd.hpp>
 
 #include "constraints/MatroidSetConstraint.h"
 
@@ -31,9 +30,9 @@ class PartitionMatroidSetConstraint : public MatroidSetConstraint {
  public:
   class PartitionMatroidSetConstraintGrowingContextExternal;
   using PartitionMatroidSetConstraintGrowingContext =
-      SetConstraint::DerivedConstraintGrowingContext<PartitionMatroidSetConstraint,
-                                                     PartitionMatroidSetConstraintGrowingContextExternal,
-                                                     UnorderedHashSet>;
+      SetConstraint::DerivedConstraintGrowingContext<
+          PartitionMatroidSetConstraint, PartitionMatroidSetConstraintGrowingContextExternal,
+          UnorderedHashSet>;
 
   // mapping[e] is the block of element e (n = mapping length), limits[b] the
   // limit of block b. Throws std::invalid_argument when n < 1, B < 1, an
@@ -50,7 +49,9 @@ class PartitionMatroidSetConstraint : public MatroidSetConstraint {
   PartitionMatroidSetConstraint(const PartitionMatroidSetConstraint&) = default;
   ~PartitionMatroidSetConstraint() override = default;
 
-  PartitionMatroidSetConstraint* CopyNew() const override { return new PartitionMatroidSetConstraint(*this); }
+  PartitionMatroidSetConstraint* CopyNew() const override {
+    return new PartitionMatroidSetConstraint(*this);
+  }
 
   bool IsFeasible(const Set& s) const override;
   bool IsUnionFeasible(int e, const Set& s) const override;
@@ -98,8 +99,8 @@ class PartitionMatroidSetConstraint<Container>::PartitionMatroidSetConstraintGro
     : public SetConstraint::ConstraintGrowingContextExternal {
  public:
   // Positioned at s; throws std::invalid_argument when s's ground set exceeds n.
-  PartitionMatroidSetConstraintGrowingContextExternal(const PartitionMatroidSetConstraint& constraint,
-                                                      const Set& s);
+  PartitionMatroidSetConstraintGrowingContextExternal(
+      const PartitionMatroidSetConstraint& constraint, const Set& s);
 
   void AssignContext(const Set& s) override;
   bool IsFeasible() const override { return blocks_over_limit_ == 0; }

@@ -18,13 +18,15 @@ std::unique_ptr<SetConstraint> SetConstraint::Clone() const {
 }
 
 bool SetConstraint::ConstraintGrowingContextExternal::IsUnionFeasible(int e, const Set& s) const {
-  if (e < 0 || e >= GroundSetSize()) VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", e);
+  if (e < 0 || e >= GroundSetSize())
+    VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", e);
   return s.contains(e) ? IsFeasible() : IsDisjointUnionFeasible(e, s);
 }
 
 bool SetConstraint::ConstraintGrowingContextExternal::AddElementToContext(int e, Set& s,
                                                                           bool also_insert) {
-  if (e < 0 || e >= GroundSetSize()) VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", e);
+  if (e < 0 || e >= GroundSetSize())
+    VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", e);
   if (s.contains(e)) return false;
   AddNewElementToContext(e, s, also_insert);
   return true;

@@ -133,7 +133,8 @@ class SetConstraint::ConstraintGrowingContextExternal : public virtual Constrain
 // of the constraint's ground-set size. `External` must be constructible from
 // (const Constraint&, const Set&), positioned at that set.
 template <class Constraint, class External, class OwnedSet>
-class SetConstraint::DerivedConstraintGrowingContext final : public SetConstraint::ConstraintGrowingContext {
+class SetConstraint::DerivedConstraintGrowingContext final
+    : public SetConstraint::ConstraintGrowingContext {
  public:
   DerivedConstraintGrowingContext(const Constraint& constraint, const Set& s)
       : external_(constraint, s), set_(constraint.GroundSetSize()) {
@@ -150,7 +151,9 @@ class SetConstraint::DerivedConstraintGrowingContext final : public SetConstrain
   bool IsFeasible() const override { return external_.IsFeasible(); }
   bool IsMaximal() const override { return external_.IsMaximal(set_); }
   int GroundSetSize() const override { return external_.GroundSetSize(); }
-  bool IsDisjointUnionFeasible(int e) const override { return external_.IsDisjointUnionFeasible(e, set_); }
+  bool IsDisjointUnionFeasible(int e) const override {
+    return external_.IsDisjointUnionFeasible(e, set_);
+  }
   bool AddNewElementToContext(int e, bool also_insert) override {
     return external_.AddNewElementToContext(e, set_, also_insert);
   }

@@ -1,12 +1,12 @@
 #include "functions/FacilityLocationFunction.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <climits>
 #include <cmath>
 #include <cstring>
 #include <stdexcept>
-
-#include <fmt/format.h>
 
 #include "matrixvector/eigen_matrix_checks.h"
 #include "utils/error_messages.h"
@@ -94,7 +94,8 @@ FacilityLocationFunction<T>::FacilityLocationFunction(int ground_set_size, int n
     VELMOR_THROW(std::invalid_argument, "Invalid argument, ground_set_size=%d.", ground_set_size);
   }
   if (number_of_concepts < 1) {
-    VELMOR_THROW(std::invalid_argument, "Invalid argument, number_of_concepts=%d.", ground_set_size);
+    VELMOR_THROW(std::invalid_argument, "Invalid argument, number_of_concepts=%d.",
+                 ground_set_size);
   }
   storage_.owned.setZero(number_of_concepts, ground_set_size);
   storage_.Rebase();
@@ -106,10 +107,12 @@ FacilityLocationFunction<T>::FacilityLocationFunction(const DenseMatrix& similar
   const Eigen::Index rows = similarities.rows();
   const Eigen::Index cols = similarities.cols();
   if (rows < 1 || rows > INT_MAX) {
-    VELMOR_THROW(std::invalid_argument, "Invalid argument, ground_set_size=%ld.", static_cast<long>(rows));
+    VELMOR_THROW(std::invalid_argument, "Invalid argument, ground_set_size=%ld.",
+                 static_cast<long>(rows));
   }
   if (cols < 1 || cols > INT_MAX) {
-    VELMOR_THROW(std::invalid_argument, "Invalid argument, number_of_concepts=%ld.", static_cast<long>(rows));
+    VELMOR_THROW(std::invalid_argument, "Invalid argument, number_of_concepts=%ld.",
+                 static_cast<long>(rows));
   }
   // Transposed tile by tile: a plain transpose of a large matrix reads one
   // value per cache line (and per page) and is many times slower.
@@ -128,15 +131,18 @@ FacilityLocationFunction<T>::FacilityLocationFunction(const DenseMatrix& similar
 }
 
 template <typename T>
-FacilityLocationFunction<T>::FacilityLocationFunction(ElementMajor, DenseMatrix&& landmarks_by_elements)
+FacilityLocationFunction<T>::FacilityLocationFunction(ElementMajor,
+                                                      DenseMatrix&& landmarks_by_elements)
     : n_(0), k_(0) {
   const Eigen::Index rows = landmarks_by_elements.rows();
   const Eigen::Index cols = landmarks_by_elements.cols();
   if (cols < 1 || cols > INT_MAX) {
-    VELMOR_THROW(std::invalid_argument, "Invalid argument, ground_set_size=%ld.", static_cast<long>(cols));
+    VELMOR_THROW(std::invalid_argument, "Invalid argument, ground_set_size=%ld.",
+                 static_cast<long>(cols));
   }
   if (rows < 1 || rows > INT_MAX) {
-    VELMOR_THROW(std::invalid_argument, "Invalid argument, number_of_concepts=%ld.", static_cast<long>(cols));
+    VELMOR_THROW(std::invalid_argument, "Invalid argument, number_of_concepts=%ld.",
+                 static_cast<long>(cols));
   }
   storage_.owned = std::move(landmarks_by_elements);
   storage_.Rebase();
@@ -320,8 +326,8 @@ double FacilityLocationFunction<T>::EvaluateUnion(const Set& A, const Set& B) co
 }
 
 template <typename T>
-std::pair<double, double> FacilityLocationFunction<T>::EvaluateUnionAndSecondArg(int v,
-                                                                                 const Set& A) const {
+std::pair<double, double> FacilityLocationFunction<T>::EvaluateUnionAndSecondArg(
+    int v, const Set& A) const {
   if (A.GroundSetSize() > n_) {
     VELMOR_THROW(std::invalid_argument, "Too large ground set size = %d.", A.GroundSetSize());
   }
@@ -396,10 +402,11 @@ std::string FacilityLocationFunction<T>::Description() const {
 // ----- Context factories ---------------------------------------------------------
 
 template <typename T>
-std::unique_ptr<SetFunction::SetFunctionGrowingContext> FacilityLocationFunction<T>::MakeGrowingContext(
-    const Set& A) const {
+std::unique_ptr<SetFunction::SetFunctionGrowingContext>
+FacilityLocationFunction<T>::MakeGrowingContext(const Set& A) const {
   if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(), n_);
+    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
+                 n_);
   }
   return std::make_unique<FacilityLocationFunctionGrowingContext>(this, A);
 }
@@ -408,7 +415,8 @@ template <typename T>
 std::unique_ptr<SetFunction::SetFunctionShrinkingContext>
 FacilityLocationFunction<T>::MakeShrinkingContext(const Set& A) const {
   if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(), n_);
+    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
+                 n_);
   }
   return std::make_unique<FacilityLocationFunctionShrinkingContext>(this, A);
 }
@@ -417,7 +425,8 @@ template <typename T>
 std::unique_ptr<SetFunction::SetFunctionGrowingContextExternal>
 FacilityLocationFunction<T>::MakeGrowingContextExternal(const Set& A) const {
   if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(), n_);
+    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
+                 n_);
   }
   auto context = std::make_unique<FacilityLocationFunctionGrowingContextExternal>(this);
   context->AssignContext(A);
@@ -428,7 +437,8 @@ template <typename T>
 std::unique_ptr<SetFunction::SetFunctionShrinkingContextExternal>
 FacilityLocationFunction<T>::MakeShrinkingContextExternal(const Set& A) const {
   if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(), n_);
+    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
+                 n_);
   }
   auto context = std::make_unique<FacilityLocationFunctionShrinkingContextExternal>(this);
   context->AssignContext(A);
@@ -439,7 +449,8 @@ template <typename T>
 void FacilityLocationFunction<T>::AssignContext(SetFunction::SetFunctionGrowingContext& context,
                                                 const Set& A) const {
   if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(), n_);
+    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
+                 n_);
   }
   context.AssignContext(A);
 }
@@ -448,7 +459,8 @@ template <typename T>
 void FacilityLocationFunction<T>::AssignContext(SetFunction::SetFunctionShrinkingContext& context,
                                                 const Set& A) const {
   if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(), n_);
+    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
+                 n_);
   }
   context.AssignContext(A);
 }
@@ -457,7 +469,8 @@ template <typename T>
 void FacilityLocationFunction<T>::AssignContext(
     SetFunction::SetFunctionGrowingContextExternal& context, const Set& A) const {
   if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(), n_);
+    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
+                 n_);
   }
   context.AssignContext(A);
 }
@@ -466,7 +479,8 @@ template <typename T>
 void FacilityLocationFunction<T>::AssignContext(
     SetFunction::SetFunctionShrinkingContextExternal& context, const Set& A) const {
   if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(), n_);
+    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
+                 n_);
   }
   context.AssignContext(A);
 }
@@ -522,8 +536,8 @@ void FacilityLocationFunction<T>::FacilityLocationFunctionGrowingContextExternal
 }
 
 template <typename T>
-bool FacilityLocationFunction<T>::FacilityLocationFunctionGrowingContextExternal::
-    AddNewElementToContext(int v) {
+bool FacilityLocationFunction<
+    T>::FacilityLocationFunctionGrowingContextExternal::AddNewElementToContext(int v) {
   if (v < 0 || v >= function_->n_) VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", v);
   const T* row = function_->Row(v);
   T* maxima = maxima_.data();
@@ -539,7 +553,8 @@ bool FacilityLocationFunction<T>::FacilityLocationFunctionGrowingContextExternal
 }
 
 template <typename T>
-void FacilityLocationFunction<T>::FacilityLocationFunctionGrowingContextExternal::ResetToEmptySet() {
+void FacilityLocationFunction<
+    T>::FacilityLocationFunctionGrowingContextExternal::ResetToEmptySet() {
   std::fill(maxima_.begin(), maxima_.end(), T(0));
   raw_value_ = 0.0;
 }
@@ -645,8 +660,8 @@ double FacilityLocationFunction<T>::FacilityLocationFunctionShrinkingContextExte
 }
 
 template <typename T>
-void FacilityLocationFunction<T>::FacilityLocationFunctionShrinkingContextExternal::
-    RecomputeRawValue() {
+void FacilityLocationFunction<
+    T>::FacilityLocationFunctionShrinkingContextExternal::RecomputeRawValue() {
   raw_value_ = function_->SumInDouble(maxima_.data());
 }
 

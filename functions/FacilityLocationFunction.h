@@ -36,13 +36,12 @@
 // Errors are std::invalid_argument with location-prefixed messages (see each
 // operation). T is float or double.
 
+#include <Eigen/Core>
 #include <cstddef>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
-
-#include <Eigen/Core>
 
 #include "functions/SetFunction.h"
 #include "sets/Set.h"
@@ -74,7 +73,8 @@ class FacilityLocationFunction
       : public SetFunction::SetFunctionGrowingContextExternal {
    public:
     // The state of the empty set (all m_i = 0).
-    explicit FacilityLocationFunctionGrowingContextExternal(const FacilityLocationFunction* function);
+    explicit FacilityLocationFunctionGrowingContextExternal(
+        const FacilityLocationFunction* function);
     std::unique_ptr<SetFunctionGrowingContextExternal> clone() const override;
     // f(v | A) for v not in A, in the four-lane order. O(k), reads row v and
     // the maxima once, allocates nothing. Throws "Invalid element = %d.".
@@ -103,7 +103,8 @@ class FacilityLocationFunction
   class FacilityLocationFunctionShrinkingContextExternal final
       : public SetFunction::SetFunctionShrinkingContextExternal {
    public:
-    explicit FacilityLocationFunctionShrinkingContextExternal(const FacilityLocationFunction* function);
+    explicit FacilityLocationFunctionShrinkingContextExternal(
+        const FacilityLocationFunction* function);
     // Strict top-two scan of A in A's iteration order. O(|A| k).
     void AssignContext(const Set& A) override;
     std::unique_ptr<SetFunctionShrinkingContextExternal> clone() const override;
@@ -125,14 +126,10 @@ class FacilityLocationFunction
     double raw_value_ = 0.0;
   };
 
-  using FacilityLocationFunctionGrowingContext =
-      SetFunction::DerivedSetFunctionGrowingContext<FacilityLocationFunction,
-                                                    FacilityLocationFunctionGrowingContextExternal,
-                                                    UnorderedHashSet>;
-  using FacilityLocationFunctionShrinkingContext =
-      SetFunction::DerivedSetFunctionShrinkingContext<FacilityLocationFunction,
-                                                      FacilityLocationFunctionShrinkingContextExternal,
-                                                      UnorderedHashSet>;
+  using FacilityLocationFunctionGrowingContext = SetFunction::DerivedSetFunctionGrowingContext<
+      FacilityLocationFunction, FacilityLocationFunctionGrowingContextExternal, UnorderedHashSet>;
+  using FacilityLocationFunctionShrinkingContext = SetFunction::DerivedSetFunctionShrinkingContext<
+      FacilityLocationFunction, FacilityLocationFunctionShrinkingContextExternal, UnorderedHashSet>;
 
   // A zero-filled n x k similarity matrix, scale 1.0; fill it through
   // MutableRow or MutableElementMajorMatrix, then normalize. Throws
@@ -203,7 +200,8 @@ class FacilityLocationFunction
   std::unique_ptr<SetFunction::SetFunctionShrinkingContextExternal> MakeShrinkingContextExternal(
       const Set& A) const override;
   void AssignContext(SetFunction::SetFunctionGrowingContext& context, const Set& A) const override;
-  void AssignContext(SetFunction::SetFunctionShrinkingContext& context, const Set& A) const override;
+  void AssignContext(SetFunction::SetFunctionShrinkingContext& context,
+                     const Set& A) const override;
   void AssignContext(SetFunction::SetFunctionGrowingContextExternal& context,
                      const Set& A) const override;
   void AssignContext(SetFunction::SetFunctionShrinkingContextExternal& context,

@@ -1,11 +1,11 @@
 #include "functions/MixtureSetFunction.h"
 
+#include <fmt/format.h>
+#include <spdlog/spdlog.h>
+
 #include <algorithm>
 #include <cmath>
 #include <stdexcept>
-
-#include <fmt/format.h>
-#include <spdlog/spdlog.h>
 
 #include "sets/FixedEmptySet.h"
 #include "utils/error_messages.h"
@@ -16,8 +16,8 @@ namespace {
 // Outcome of the component checks shared by the constructors; each
 // constructor throws from its own body so that messages name it.
 struct ComponentCheck {
-  int missing = -1;        // position of the first missing component, or -1
-  bool mismatch = false;   // a component's ground-set size differs from the first's
+  int missing = -1;       // position of the first missing component, or -1
+  bool mismatch = false;  // a component's ground-set size differs from the first's
   int first_size = 0;
   int other_size = 0;
 };
@@ -46,29 +46,30 @@ ComponentCheck CheckComponents(const std::vector<Pointer>& components) {
 }  // namespace
 
 // Throws the component-check failure from the enclosing constructor.
-#define VELMOR_THROW_ON_COMPONENT_PROBLEM(check)                                                  \
-  do {                                                                                            \
-    if ((check).missing == 0) {                                                                   \
-      VELMOR_THROW(std::invalid_argument,                                                         \
-                   "Invalid argument, all components must be present, component 0 missing.");     \
-    }                                                                                             \
-    if ((check).missing > 0) {                                                                    \
-      VELMOR_THROW(std::invalid_argument,                                                         \
-                   "Invalid argument, all components must be present, missing component at "      \
-                   "position %d.",                                                                \
-                   (check).missing);                                                              \
-    }                                                                                             \
-    if ((check).mismatch) {                                                                       \
-      VELMOR_THROW(std::invalid_argument,                                                         \
+#define VELMOR_THROW_ON_COMPONENT_PROBLEM(check)                                                   \
+  do {                                                                                             \
+    if ((check).missing == 0) {                                                                    \
+      VELMOR_THROW(std::invalid_argument,                                                          \
+                   "Invalid argument, all components must be present, component 0 missing.");      \
+    }                                                                                              \
+    if ((check).missing > 0) {                                                                     \
+      VELMOR_THROW(std::invalid_argument,                                                          \
+                   "Invalid argument, all components must be present, missing component at "       \
+                   "position %d.",                                                                 \
+                   (check).missing);                                                               \
+    }                                                                                              \
+    if ((check).mismatch) {                                                                        \
+      VELMOR_THROW(std::invalid_argument,                                                          \
                    "Invalid argument, all components must have same ground set size n=|V|, found " \
-                   "sizes %d and %d.",                                                            \
-                   (check).first_size, (check).other_size);                                       \
-    }                                                                                             \
+                   "sizes %d and %d.",                                                             \
+                   (check).first_size, (check).other_size);                                        \
+    }                                                                                              \
   } while (false)
 
 namespace {
 
-std::vector<std::unique_ptr<SetFunction>> CloneAll(const std::vector<const SetFunction*>& components) {
+std::vector<std::unique_ptr<SetFunction>> CloneAll(
+    const std::vector<const SetFunction*>& components) {
   std::vector<std::unique_ptr<SetFunction>> clones;
   clones.reserve(components.size());
   for (const SetFunction* component : components) clones.push_back(component->clone());
@@ -178,8 +179,8 @@ void MixtureSetFunction::setComponentWeights(std::vector<double>& weights, bool 
                    "Invalid argument, found weight %e, weights must be all non-negative.", w);
     }
     if (std::isinf(w)) {
-      VELMOR_THROW(std::invalid_argument, "Invalid argument, found weight %e, weights must be finite.",
-                   w);
+      VELMOR_THROW(std::invalid_argument,
+                   "Invalid argument, found weight %e, weights must be finite.", w);
     }
   }
   if (take_over) {
@@ -200,7 +201,8 @@ void MixtureSetFunction::setComponentWeights(const std::vector<double>& weights)
 double MixtureSetFunction::Evaluate(int v) const {
   if (v < 0 || v >= n_) VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", v);
   double value = 0.0;
-  for (std::size_t i = 0; i < components_.size(); ++i) value += weights_[i] * components_[i]->Evaluate(v);
+  for (std::size_t i = 0; i < components_.size(); ++i)
+    value += weights_[i] * components_[i]->Evaluate(v);
   return value;
 }
 
@@ -209,7 +211,8 @@ double MixtureSetFunction::Evaluate(const Set& A) const {
     VELMOR_THROW(std::invalid_argument, "Too large ground set size = %d.", A.GroundSetSize());
   }
   double value = 0.0;
-  for (std::size_t i = 0; i < components_.size(); ++i) value += weights_[i] * components_[i]->Evaluate(A);
+  for (std::size_t i = 0; i < components_.size(); ++i)
+    value += weights_[i] * components_[i]->Evaluate(A);
   return value;
 }
 
@@ -295,7 +298,8 @@ double MixtureSetFunction::Gain(int v, const Set& A) const {
   if (v < 0 || v >= n_) VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", v);
   if (A.contains(v) || components_.empty()) return 0.0;
   double gain = 0.0;
-  for (std::size_t i = 0; i < components_.size(); ++i) gain += weights_[i] * components_[i]->Gain(v, A);
+  for (std::size_t i = 0; i < components_.size(); ++i)
+    gain += weights_[i] * components_[i]->Gain(v, A);
   return gain;
 }
 
@@ -305,7 +309,8 @@ double MixtureSetFunction::Loss(int v, const Set& A) const {
   }
   if (v < 0 || v >= n_) VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", v);
   double loss = 0.0;
-  for (std::size_t i = 0; i < components_.size(); ++i) loss += weights_[i] * components_[i]->Loss(v, A);
+  for (std::size_t i = 0; i < components_.size(); ++i)
+    loss += weights_[i] * components_[i]->Loss(v, A);
   return loss;
 }
 
@@ -313,7 +318,8 @@ double MixtureSetFunction::Loss(int v, const Set& A) const {
 
 int MixtureSetFunction::NumberOfLandmarks() const {
   int landmarks = 0;
-  for (const auto& component : components_) landmarks = std::max(landmarks, component->NumberOfLandmarks());
+  for (const auto& component : components_)
+    landmarks = std::max(landmarks, component->NumberOfLandmarks());
   return landmarks;
 }
 
@@ -346,7 +352,8 @@ bool MixtureSetFunction::IsMonotoneNondecreasing() const {
 std::unique_ptr<SetFunction::SetFunctionGrowingContext> MixtureSetFunction::MakeGrowingContext(
     const Set& A) const {
   if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(), n_);
+    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
+                 n_);
   }
   return std::make_unique<MixtureSetFunctionGrowingContext>(this, A);
 }
@@ -354,7 +361,8 @@ std::unique_ptr<SetFunction::SetFunctionGrowingContext> MixtureSetFunction::Make
 std::unique_ptr<SetFunction::SetFunctionShrinkingContext> MixtureSetFunction::MakeShrinkingContext(
     const Set& A) const {
   if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(), n_);
+    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
+                 n_);
   }
   return std::make_unique<MixtureSetFunctionShrinkingContext>(this, A);
 }
@@ -362,7 +370,8 @@ std::unique_ptr<SetFunction::SetFunctionShrinkingContext> MixtureSetFunction::Ma
 std::unique_ptr<SetFunction::SetFunctionGrowingContextExternal>
 MixtureSetFunction::MakeGrowingContextExternal(const Set& A) const {
   if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(), n_);
+    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
+                 n_);
   }
   auto context = std::make_unique<MixtureSetFunctionGrowingContextExternal>(this);
   context->AssignContext(A);
@@ -372,7 +381,8 @@ MixtureSetFunction::MakeGrowingContextExternal(const Set& A) const {
 std::unique_ptr<SetFunction::SetFunctionShrinkingContextExternal>
 MixtureSetFunction::MakeShrinkingContextExternal(const Set& A) const {
   if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(), n_);
+    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
+                 n_);
   }
   auto context = std::make_unique<MixtureSetFunctionShrinkingContextExternal>(this);
   context->AssignContext(A);
@@ -382,7 +392,8 @@ MixtureSetFunction::MakeShrinkingContextExternal(const Set& A) const {
 void MixtureSetFunction::AssignContext(SetFunction::SetFunctionGrowingContext& context,
                                        const Set& A) const {
   if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(), n_);
+    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
+                 n_);
   }
   context.AssignContext(A);
 }
@@ -390,7 +401,8 @@ void MixtureSetFunction::AssignContext(SetFunction::SetFunctionGrowingContext& c
 void MixtureSetFunction::AssignContext(SetFunction::SetFunctionShrinkingContext& context,
                                        const Set& A) const {
   if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(), n_);
+    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
+                 n_);
   }
   context.AssignContext(A);
 }
@@ -398,7 +410,8 @@ void MixtureSetFunction::AssignContext(SetFunction::SetFunctionShrinkingContext&
 void MixtureSetFunction::AssignContext(SetFunction::SetFunctionGrowingContextExternal& context,
                                        const Set& A) const {
   if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(), n_);
+    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
+                 n_);
   }
   context.AssignContext(A);
 }
@@ -406,15 +419,16 @@ void MixtureSetFunction::AssignContext(SetFunction::SetFunctionGrowingContextExt
 void MixtureSetFunction::AssignContext(SetFunction::SetFunctionShrinkingContextExternal& context,
                                        const Set& A) const {
   if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(), n_);
+    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
+                 n_);
   }
   context.AssignContext(A);
 }
 
 // ----- Growing context ------------------------------------------------------------------
 
-MixtureSetFunction::MixtureSetFunctionGrowingContextExternal::MixtureSetFunctionGrowingContextExternal(
-    const MixtureSetFunction* function)
+MixtureSetFunction::MixtureSetFunctionGrowingContextExternal::
+    MixtureSetFunctionGrowingContextExternal(const MixtureSetFunction* function)
     : function_(function) {
   components_.reserve(function->components_.size());
   for (const auto& component : function->components_) {
@@ -422,8 +436,8 @@ MixtureSetFunction::MixtureSetFunctionGrowingContextExternal::MixtureSetFunction
   }
 }
 
-MixtureSetFunction::MixtureSetFunctionGrowingContextExternal::MixtureSetFunctionGrowingContextExternal(
-    const MixtureSetFunctionGrowingContextExternal& other)
+MixtureSetFunction::MixtureSetFunctionGrowingContextExternal::
+    MixtureSetFunctionGrowingContextExternal(const MixtureSetFunctionGrowingContextExternal& other)
     : SetFunctionGrowingContextExternal(other), function_(other.function_) {
   components_.reserve(other.components_.size());
   for (const auto& component : other.components_) components_.push_back(component->clone());
@@ -442,13 +456,13 @@ double MixtureSetFunction::MixtureSetFunctionGrowingContextExternal::DisjointGai
   if (v < 0 || v >= function_->n_) VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", v);
   const std::vector<double>& weights = function_->weights_;
   double gain = 0.0;
-  for (std::size_t i = 0; i < components_.size(); ++i) gain += weights[i] * components_[i]->DisjointGain(v);
+  for (std::size_t i = 0; i < components_.size(); ++i)
+    gain += weights[i] * components_[i]->DisjointGain(v);
   return gain;
 }
 
-void MixtureSetFunction::MixtureSetFunctionGrowingContextExternal::DisjointGains(const int* elements,
-                                                                                int count,
-                                                                                double* gains) const {
+void MixtureSetFunction::MixtureSetFunctionGrowingContextExternal::DisjointGains(
+    const int* elements, int count, double* gains) const {
   const int n = function_->n_;
   for (int j = 0; j < count; ++j) {
     if (elements[j] < 0 || elements[j] >= n) {
@@ -483,7 +497,8 @@ void MixtureSetFunction::MixtureSetFunctionGrowingContextExternal::ResetToEmptyS
 double MixtureSetFunction::MixtureSetFunctionGrowingContextExternal::CurrentValue() const {
   const std::vector<double>& weights = function_->weights_;
   double value = 0.0;
-  for (std::size_t i = 0; i < components_.size(); ++i) value += weights[i] * components_[i]->CurrentValue();
+  for (std::size_t i = 0; i < components_.size(); ++i)
+    value += weights[i] * components_[i]->CurrentValue();
   return value;
 }
 
@@ -499,7 +514,8 @@ MixtureSetFunction::MixtureSetFunctionShrinkingContextExternal::
 }
 
 MixtureSetFunction::MixtureSetFunctionShrinkingContextExternal::
-    MixtureSetFunctionShrinkingContextExternal(const MixtureSetFunctionShrinkingContextExternal& other)
+    MixtureSetFunctionShrinkingContextExternal(
+        const MixtureSetFunctionShrinkingContextExternal& other)
     : SetFunctionShrinkingContextExternal(other), function_(other.function_) {
   components_.reserve(other.components_.size());
   for (const auto& component : other.components_) components_.push_back(component->clone());
@@ -518,12 +534,13 @@ double MixtureSetFunction::MixtureSetFunctionShrinkingContextExternal::SubsetLos
   if (v < 0 || v >= function_->n_) VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", v);
   const std::vector<double>& weights = function_->weights_;
   double loss = 0.0;
-  for (std::size_t i = 0; i < components_.size(); ++i) loss += weights[i] * components_[i]->SubsetLoss(v);
+  for (std::size_t i = 0; i < components_.size(); ++i)
+    loss += weights[i] * components_[i]->SubsetLoss(v);
   return loss;
 }
 
-void MixtureSetFunction::MixtureSetFunctionShrinkingContextExternal::RemoveExistingElementFromContext(
-    const Set& A, int v) {
+void MixtureSetFunction::MixtureSetFunctionShrinkingContextExternal::
+    RemoveExistingElementFromContext(const Set& A, int v) {
   if (v < 0 || v >= function_->n_) VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", v);
   for (auto& component : components_) component->RemoveExistingElementFromContext(A, v);
 }
@@ -531,7 +548,8 @@ void MixtureSetFunction::MixtureSetFunctionShrinkingContextExternal::RemoveExist
 double MixtureSetFunction::MixtureSetFunctionShrinkingContextExternal::CurrentValue() const {
   const std::vector<double>& weights = function_->weights_;
   double value = 0.0;
-  for (std::size_t i = 0; i < components_.size(); ++i) value += weights[i] * components_[i]->CurrentValue();
+  for (std::size_t i = 0; i < components_.size(); ++i)
+    value += weights[i] * components_[i]->CurrentValue();
   return value;
 }
 

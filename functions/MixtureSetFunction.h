@@ -56,7 +56,8 @@ class MixtureSetFunction : public clone_inherit<MixtureSetFunction, SubmodularFu
       : public SetFunction::SetFunctionShrinkingContextExternal {
    public:
     explicit MixtureSetFunctionShrinkingContextExternal(const MixtureSetFunction* function);
-    MixtureSetFunctionShrinkingContextExternal(const MixtureSetFunctionShrinkingContextExternal& other);
+    MixtureSetFunctionShrinkingContextExternal(
+        const MixtureSetFunctionShrinkingContextExternal& other);
     MixtureSetFunctionShrinkingContextExternal& operator=(
         const MixtureSetFunctionShrinkingContextExternal&) = delete;
     void AssignContext(const Set& A) override;
@@ -70,37 +71,37 @@ class MixtureSetFunction : public clone_inherit<MixtureSetFunction, SubmodularFu
     std::vector<std::unique_ptr<SetFunctionShrinkingContextExternal>> components_;
   };
 
-  using MixtureSetFunctionGrowingContext =
-      SetFunction::DerivedSetFunctionGrowingContext<MixtureSetFunction,
-                                                    MixtureSetFunctionGrowingContextExternal,
-                                                    UnorderedHashSet>;
-  using MixtureSetFunctionShrinkingContext =
-      SetFunction::DerivedSetFunctionShrinkingContext<MixtureSetFunction,
-                                                      MixtureSetFunctionShrinkingContextExternal,
-                                                      UnorderedHashSet>;
+  using MixtureSetFunctionGrowingContext = SetFunction::DerivedSetFunctionGrowingContext<
+      MixtureSetFunction, MixtureSetFunctionGrowingContextExternal, UnorderedHashSet>;
+  using MixtureSetFunctionShrinkingContext = SetFunction::DerivedSetFunctionShrinkingContext<
+      MixtureSetFunction, MixtureSetFunctionShrinkingContextExternal, UnorderedHashSet>;
 
   // Clones every component. Component checks first:
   //   "Invalid argument, all components must be present, component 0 missing.",
   //   "Invalid argument, all components must be present, missing component at position %d.",
-  //   "Invalid argument, all components must have same ground set size n=|V|, found sizes %d and %d."
+  //   "Invalid argument, all components must have same ground set size n=|V|, found sizes %d and
+  //   %d."
   // then the weight checks of setComponentWeights.
-  MixtureSetFunction(const std::vector<const SetFunction*>& components, std::vector<double> weights);
+  MixtureSetFunction(const std::vector<const SetFunction*>& components,
+                     std::vector<double> weights);
 
   // Takes the components over without cloning them; same checks.
-  MixtureSetFunction(std::vector<std::unique_ptr<SetFunction>> components, std::vector<double> weights);
+  MixtureSetFunction(std::vector<std::unique_ptr<SetFunction>> components,
+                     std::vector<double> weights);
 
   // Two to five components f1..f5 with weights w1..w5 (default 1.0 each).
   // A missing component throws "Invalid argument, both components (f1 and f2)
   // must be present." (and the three-, four- and five-component texts).
-  MixtureSetFunction(const SetFunction* f1, const SetFunction* f2, double w1 = 1.0, double w2 = 1.0);
+  MixtureSetFunction(const SetFunction* f1, const SetFunction* f2, double w1 = 1.0,
+                     double w2 = 1.0);
   MixtureSetFunction(const SetFunction* f1, const SetFunction* f2, const SetFunction* f3,
                      double w1 = 1.0, double w2 = 1.0, double w3 = 1.0);
   MixtureSetFunction(const SetFunction* f1, const SetFunction* f2, const SetFunction* f3,
                      const SetFunction* f4, double w1 = 1.0, double w2 = 1.0, double w3 = 1.0,
                      double w4 = 1.0);
   MixtureSetFunction(const SetFunction* f1, const SetFunction* f2, const SetFunction* f3,
-                     const SetFunction* f4, const SetFunction* f5, double w1 = 1.0,
-                     double w2 = 1.0, double w3 = 1.0, double w4 = 1.0, double w5 = 1.0);
+                     const SetFunction* f4, const SetFunction* f5, double w1 = 1.0, double w2 = 1.0,
+                     double w3 = 1.0, double w4 = 1.0, double w5 = 1.0);
 
   MixtureSetFunction(const MixtureSetFunction& other);
   MixtureSetFunction& operator=(const MixtureSetFunction&) = delete;
@@ -158,7 +159,8 @@ class MixtureSetFunction : public clone_inherit<MixtureSetFunction, SubmodularFu
   std::unique_ptr<SetFunction::SetFunctionShrinkingContextExternal> MakeShrinkingContextExternal(
       const Set& A) const override;
   void AssignContext(SetFunction::SetFunctionGrowingContext& context, const Set& A) const override;
-  void AssignContext(SetFunction::SetFunctionShrinkingContext& context, const Set& A) const override;
+  void AssignContext(SetFunction::SetFunctionShrinkingContext& context,
+                     const Set& A) const override;
   void AssignContext(SetFunction::SetFunctionGrowingContextExternal& context,
                      const Set& A) const override;
   void AssignContext(SetFunction::SetFunctionShrinkingContextExternal& context,

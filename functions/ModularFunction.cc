@@ -1,10 +1,10 @@
 #include "functions/ModularFunction.h"
 
+#include <fmt/format.h>
+
 #include <climits>
 #include <cmath>
 #include <stdexcept>
-
-#include <fmt/format.h>
 
 #include "utils/error_messages.h"
 
@@ -25,7 +25,8 @@ ModularFunction<T>::ModularFunction(std::vector<T> weights, T offset)
     }
   }
   if (!std::isfinite(offset_)) {
-    VELMOR_THROW(std::invalid_argument, "Found invalid modular offset, has value that is IEEE FP NaN or Inf.");
+    VELMOR_THROW(std::invalid_argument,
+                 "Found invalid modular offset, has value that is IEEE FP NaN or Inf.");
   }
   n_ = static_cast<int>(weights_.size());
 }
@@ -157,7 +158,8 @@ template <typename T>
 std::unique_ptr<SetFunction::SetFunctionGrowingContext> ModularFunction<T>::MakeGrowingContext(
     const Set& A) const {
   if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(), n_);
+    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
+                 n_);
   }
   return std::make_unique<ModularFunctionGrowingContext>(this, A);
 }
@@ -166,7 +168,8 @@ template <typename T>
 std::unique_ptr<SetFunction::SetFunctionShrinkingContext> ModularFunction<T>::MakeShrinkingContext(
     const Set& A) const {
   if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(), n_);
+    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
+                 n_);
   }
   return std::make_unique<ModularFunctionShrinkingContext>(this, A);
 }
@@ -175,7 +178,8 @@ template <typename T>
 std::unique_ptr<SetFunction::SetFunctionGrowingContextExternal>
 ModularFunction<T>::MakeGrowingContextExternal(const Set& A) const {
   if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(), n_);
+    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
+                 n_);
   }
   auto context = std::make_unique<ModularFunctionGrowingContextExternal>(this);
   context->AssignContext(A);
@@ -186,7 +190,8 @@ template <typename T>
 std::unique_ptr<SetFunction::SetFunctionShrinkingContextExternal>
 ModularFunction<T>::MakeShrinkingContextExternal(const Set& A) const {
   if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(), n_);
+    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
+                 n_);
   }
   auto context = std::make_unique<ModularFunctionShrinkingContextExternal>(this);
   context->AssignContext(A);
@@ -197,7 +202,8 @@ template <typename T>
 void ModularFunction<T>::AssignContext(SetFunction::SetFunctionGrowingContext& context,
                                        const Set& A) const {
   if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(), n_);
+    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
+                 n_);
   }
   context.AssignContext(A);
 }
@@ -206,7 +212,8 @@ template <typename T>
 void ModularFunction<T>::AssignContext(SetFunction::SetFunctionShrinkingContext& context,
                                        const Set& A) const {
   if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(), n_);
+    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
+                 n_);
   }
   context.AssignContext(A);
 }
@@ -215,7 +222,8 @@ template <typename T>
 void ModularFunction<T>::AssignContext(SetFunction::SetFunctionGrowingContextExternal& context,
                                        const Set& A) const {
   if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(), n_);
+    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
+                 n_);
   }
   context.AssignContext(A);
 }
@@ -224,7 +232,8 @@ template <typename T>
 void ModularFunction<T>::AssignContext(SetFunction::SetFunctionShrinkingContextExternal& context,
                                        const Set& A) const {
   if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(), n_);
+    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
+                 n_);
   }
   context.AssignContext(A);
 }
@@ -268,8 +277,8 @@ void ModularFunction<T>::ModularFunctionGrowingContextExternal::ResetToEmptySet(
 // ----- Shrinking context ------------------------------------------------------
 
 template <typename T>
-ModularFunction<T>::ModularFunctionShrinkingContextExternal::ModularFunctionShrinkingContextExternal(
-    const ModularFunction* function)
+ModularFunction<T>::ModularFunctionShrinkingContextExternal::
+    ModularFunctionShrinkingContextExternal(const ModularFunction* function)
     : function_(function), value_(function->offset_) {}
 
 template <typename T>

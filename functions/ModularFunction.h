@@ -60,13 +60,10 @@ class ModularFunction
     double value_;
   };
 
-  using ModularFunctionGrowingContext =
-      SetFunction::DerivedSetFunctionGrowingContext<ModularFunction, ModularFunctionGrowingContextExternal,
-                                                    UnorderedHashSet>;
-  using ModularFunctionShrinkingContext =
-      SetFunction::DerivedSetFunctionShrinkingContext<ModularFunction,
-                                                      ModularFunctionShrinkingContextExternal,
-                                                      UnorderedHashSet>;
+  using ModularFunctionGrowingContext = SetFunction::DerivedSetFunctionGrowingContext<
+      ModularFunction, ModularFunctionGrowingContextExternal, UnorderedHashSet>;
+  using ModularFunctionShrinkingContext = SetFunction::DerivedSetFunctionShrinkingContext<
+      ModularFunction, ModularFunctionShrinkingContextExternal, UnorderedHashSet>;
 
   // Ground set of size weights.size(). Throws std::invalid_argument "Found
   // invalid modular element, has value that is IEEE FP NaN or Inf." when a
@@ -107,7 +104,8 @@ class ModularFunction
   std::unique_ptr<SetFunction::SetFunctionShrinkingContextExternal> MakeShrinkingContextExternal(
       const Set& A) const override;
   void AssignContext(SetFunction::SetFunctionGrowingContext& context, const Set& A) const override;
-  void AssignContext(SetFunction::SetFunctionShrinkingContext& context, const Set& A) const override;
+  void AssignContext(SetFunction::SetFunctionShrinkingContext& context,
+                     const Set& A) const override;
   void AssignContext(SetFunction::SetFunctionGrowingContextExternal& context,
                      const Set& A) const override;
   void AssignContext(SetFunction::SetFunctionShrinkingContextExternal& context,

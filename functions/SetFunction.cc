@@ -1,8 +1,8 @@
 #include "functions/SetFunction.h"
 
-#include <stdexcept>
-
 #include <spdlog/spdlog.h>
+
+#include <stdexcept>
 
 #include "sets/RangeSet.h"
 
@@ -16,14 +16,14 @@ void SetFunction::SetFunctionGrowingContextExternal::AssignContext(const Set& A)
 }
 
 void SetFunction::SetFunctionGrowingContextExternal::DisjointGains(const int* elements, int count,
-                                                                  double* gains) const {
+                                                                   double* gains) const {
   for (int j = 0; j < count; ++j) gains[j] = DisjointGain(elements[j]);
 }
 
 // ----- Owning contexts: multi-element forms -----------------------------------
 
 void SetFunction::SetFunctionGrowingContext::DisjointGains(const int* elements, int count,
-                                                          double* gains) const {
+                                                           double* gains) const {
   for (int j = 0; j < count; ++j) gains[j] = DisjointGain(elements[j]);
 }
 
@@ -54,8 +54,8 @@ double SetFunction::SetFunctionShrinkingContext::SubsetSetLoss(const Set& B) con
   return loss;
 }
 
-void SetFunction::SetFunctionShrinkingContext::RemoveExistingElementsFromContext(
-    const Set& B, bool also_remove) {
+void SetFunction::SetFunctionShrinkingContext::RemoveExistingElementsFromContext(const Set& B,
+                                                                                 bool also_remove) {
   for (int b : B) RemoveExistingElementFromContext(b, also_remove);
 }
 

@@ -238,8 +238,9 @@ class SetFunction : public clone_inherit<abstract_method<SetFunction>> {
     // the function's n) when the sizes differ.
     void AssignContext(const Set& A) override {
       if (A.GroundSetSize() != set_.GroundSetSize()) {
-        VELMOR_THROW(std::invalid_argument, "Invalid element, mismatched ground set size, %d != %d.",
-                     A.GroundSetSize(), set_.GroundSetSize());
+        VELMOR_THROW(std::invalid_argument,
+                     "Invalid element, mismatched ground set size, %d != %d.", A.GroundSetSize(),
+                     set_.GroundSetSize());
       }
       external_.AssignContext(A);
       set_.Assign(A);
@@ -282,8 +283,9 @@ class SetFunction : public clone_inherit<abstract_method<SetFunction>> {
     // Throws "Invalid element, mismatched ground set size, %d != %d.".
     void AssignContext(const Set& A) override {
       if (A.GroundSetSize() != set_.GroundSetSize()) {
-        VELMOR_THROW(std::invalid_argument, "Invalid element, mismatched ground set size, %d != %d.",
-                     A.GroundSetSize(), set_.GroundSetSize());
+        VELMOR_THROW(std::invalid_argument,
+                     "Invalid element, mismatched ground set size, %d != %d.", A.GroundSetSize(),
+                     set_.GroundSetSize());
       }
       external_.AssignContext(A);
       set_.Assign(A);
@@ -396,9 +398,8 @@ class SubmodularFunction
 };
 
 // The supermodular kind: f(v | A) <= f(v | B) for A subset of B.
-class SupermodularFunction
-    : public clone_inherit<abstract_method<SupermodularFunction>, virtual_inherit_from<SetFunction>> {
-};
+class SupermodularFunction : public clone_inherit<abstract_method<SupermodularFunction>,
+                                                  virtual_inherit_from<SetFunction>> {};
 
 }  // namespace velmor
 

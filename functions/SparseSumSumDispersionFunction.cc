@@ -222,7 +222,8 @@ double SparseSumSumDispersionFunction<T>::Evaluate(const Set& A) const {
 }
 
 template <typename T>
-std::pair<double, double> SparseSumSumDispersionFunction<T>::EvaluateUnionAndSecondArg(int v, const Set& A) const {
+std::pair<double, double> SparseSumSumDispersionFunction<T>::EvaluateUnionAndSecondArg(
+    int v, const Set& A) const {
   if (A.GroundSetSize() > n_)
     VELMOR_THROW(std::invalid_argument, "Too large ground set size = %d", A.GroundSetSize());
   if (v < 0 || v >= n_) VELMOR_THROW(std::invalid_argument, "Invalid element = %d", v);

@@ -160,8 +160,9 @@ void ThrowCSVCellError(CellStatus status, const char* file, const char* function
     case CellStatus::kOutOfRange: {
       const std::string error = SystemErrorText();
       throw std::runtime_error(MakeSourceMessage(
-          file, function, line, "Cell '%s' is out of range to be converted to '%s' at row %d, col %d: '%s'.",
-          cell, CSVTypeDescription<T>(), row_number, col_number, error.c_str()));
+          file, function, line,
+          "Cell '%s' is out of range to be converted to '%s' at row %d, col %d: '%s'.", cell,
+          CSVTypeDescription<T>(), row_number, col_number, error.c_str()));
     }
     case CellStatus::kInvalid: {
       const std::string error = SystemErrorText();
@@ -174,8 +175,9 @@ void ThrowCSVCellError(CellStatus status, const char* file, const char* function
         throw std::runtime_error(MakeSourceMessage(
             file, function, line, "Cell '%s' contains more than a single integer value", cell));
       } else {
-        throw std::runtime_error(MakeSourceMessage(
-            file, function, line, "Cell '%s' contains more than a single floating point value", cell));
+        throw std::runtime_error(
+            MakeSourceMessage(file, function, line,
+                              "Cell '%s' contains more than a single floating point value", cell));
       }
     case CellStatus::kNaN:
       ThrowIEEENaN();
@@ -190,8 +192,8 @@ void ThrowCSVCellError(CellStatus status, const char* file, const char* function
 template CellStatus ConvertCSVCell<int32_t>(char*, char*, int32_t&);
 template CellStatus ConvertCSVCell<float>(char*, char*, float&);
 template CellStatus ConvertCSVCell<double>(char*, char*, double&);
-template void ThrowCSVCellError<int32_t>(CellStatus, const char*, const char*, unsigned, const char*,
-                                         int64_t, int64_t);
+template void ThrowCSVCellError<int32_t>(CellStatus, const char*, const char*, unsigned,
+                                         const char*, int64_t, int64_t);
 template void ThrowCSVCellError<float>(CellStatus, const char*, const char*, unsigned, const char*,
                                        int64_t, int64_t);
 template void ThrowCSVCellError<double>(CellStatus, const char*, const char*, unsigned, const char*,

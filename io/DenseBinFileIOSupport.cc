@@ -30,9 +30,10 @@ template <typename T>
 DenseMatrix<T> ReadMatrixFromBinaryFile(std::istream& stream, int rows, int cols) {
   const int64_t elements = static_cast<int64_t>(rows) * cols;
   if (rows < 0 || cols < 0 || elements > std::numeric_limits<int32_t>::max()) {
-    VELMOR_THROW(std::runtime_error,
-                 "Unable to allocate matrix of size (rows,cols)=(%d,%d) for reading from binary file.",
-                 rows, cols);
+    VELMOR_THROW(
+        std::runtime_error,
+        "Unable to allocate matrix of size (rows,cols)=(%d,%d) for reading from binary file.", rows,
+        cols);
   }
   const std::size_t bytes = static_cast<std::size_t>(elements) * sizeof(T);
   errno = 0;
@@ -45,9 +46,10 @@ DenseMatrix<T> ReadMatrixFromBinaryFile(std::istream& stream, int rows, int cols
   try {
     matrix.resize(rows, cols);
   } catch (const std::bad_alloc&) {
-    VELMOR_THROW(std::runtime_error,
-                 "Unable to allocate matrix of size (rows,cols)=(%d,%d) for reading from binary file.",
-                 rows, cols);
+    VELMOR_THROW(
+        std::runtime_error,
+        "Unable to allocate matrix of size (rows,cols)=(%d,%d) for reading from binary file.", rows,
+        cols);
   }
   internal::PrepareFreshStorageForWriting(matrix.data(), bytes);
   const bool nan_check = CheckForIEEENaNOnRead();
@@ -57,7 +59,8 @@ DenseMatrix<T> ReadMatrixFromBinaryFile(std::istream& stream, int rows, int cols
     errno = 0;
     if (!internal::ReadFully(stream, destination + done, piece)) {
       const std::string error = ReadErrorText();
-      VELMOR_THROW(std::runtime_error, "Error reading matrix from binary file '%s'.", error.c_str());
+      VELMOR_THROW(std::runtime_error, "Error reading matrix from binary file '%s'.",
+                   error.c_str());
     }
     const T* values = reinterpret_cast<const T*>(destination + done);
     const std::size_t count = piece / sizeof(T);
@@ -101,7 +104,8 @@ void WriteMatrixToBinaryFile(std::ostream& stream, const DenseMatrix<T>& matrix)
 template <typename T>
 void WriteMatrixToBinaryFile(const std::string& file_name, const DenseMatrix<T>& matrix) {
   errno = 0;
-  std::ofstream stream(file_name, std::ios_base::out | std::ios_base::trunc | std::ios_base::binary);
+  std::ofstream stream(file_name,
+                       std::ios_base::out | std::ios_base::trunc | std::ios_base::binary);
   if (!stream) {
     const std::string error = internal::SystemErrorText();
     VELMOR_THROW(std::runtime_error, "Error writing to binary %s: %s.", file_name.c_str(),
@@ -116,10 +120,10 @@ void WriteMatrixToBinaryFile(const std::string& file_name, const DenseMatrix<T>&
   }
 }
 
-#define VELMOR_INSTANTIATE_DENSE_BIN(T)                                                    \
-  template DenseMatrix<T> ReadMatrixFromBinaryFile<T>(std::istream&, int, int);            \
-  template DenseMatrix<T> ReadMatrixFromBinaryFile<T>(const std::string&, int, int);       \
-  template void WriteMatrixToBinaryFile<T>(std::ostream&, const DenseMatrix<T>&);          \
+#define VELMOR_INSTANTIATE_DENSE_BIN(T)                                              \
+  template DenseMatrix<T> ReadMatrixFromBinaryFile<T>(std::istream&, int, int);      \
+  template DenseMatrix<T> ReadMatrixFromBinaryFile<T>(const std::string&, int, int); \
+  template void WriteMatrixToBinaryFile<T>(std::ostream&, const DenseMatrix<T>&);    \
   template void WriteMatrixToBinaryFile<T>(const std::string&, const DenseMatrix<T>&);
 
 VELMOR_INSTANTIATE_DENSE_BIN(int32_t)

@@ -79,10 +79,11 @@ DenseMatrix<T> ReadMatrixFromCSVFile(std::istream& stream, std::vector<std::stri
     if (cols < 0) {
       cols = count;
     } else if (count != cols) {
-      VELMOR_THROW(std::runtime_error,
-                   "Stream has incorrect format at line %d. Expected %d columns, but got %d columns "
-                   "instead.",
-                   static_cast<int>(rows), static_cast<int>(cols), static_cast<int>(count));
+      VELMOR_THROW(
+          std::runtime_error,
+          "Stream has incorrect format at line %d. Expected %d columns, but got %d columns "
+          "instead.",
+          static_cast<int>(rows), static_cast<int>(cols), static_cast<int>(count));
     }
     ++rows;
   }
@@ -127,10 +128,11 @@ std::pair<int64_t, int64_t> ReadRowsColsFromCSVFile(std::istream& stream, bool h
     if (cols < 0) {
       cols = count;
     } else if (count != cols) {
-      VELMOR_THROW(std::runtime_error,
-                   "Stream has incorrect format at line %d. Expected %d columns, but got %d columns "
-                   "instead.",
-                   static_cast<int>(lines), static_cast<int>(cols), static_cast<int>(count));
+      VELMOR_THROW(
+          std::runtime_error,
+          "Stream has incorrect format at line %d. Expected %d columns, but got %d columns "
+          "instead.",
+          static_cast<int>(lines), static_cast<int>(cols), static_cast<int>(count));
     }
     ++lines;
   }
@@ -188,7 +190,8 @@ template <typename T>
 void WriteMatrixToCSVFile(std::ostream& stream, const DenseMatrix<T>& matrix,
                           const std::vector<std::string>& field_names) {
   if (!field_names.empty() && static_cast<Eigen::Index>(field_names.size()) != matrix.cols()) {
-    VELMOR_THROW(std::runtime_error, "Trying to produce matrix with %ld columns but %ld field names.",
+    VELMOR_THROW(std::runtime_error,
+                 "Trying to produce matrix with %ld columns but %ld field names.",
                  static_cast<long>(matrix.cols()), static_cast<long>(field_names.size()));
   }
   std::string line;
@@ -219,7 +222,8 @@ void WriteMatrixToCSVFile(std::ostream& stream, const DenseMatrix<T>& matrix,
 template <typename T>
 void WriteMatrixToCSVFile(const std::string& file_name, const DenseMatrix<T>& matrix,
                           const std::vector<std::string>& field_names) {
-  std::ofstream stream(file_name, std::ios_base::out | std::ios_base::trunc | std::ios_base::binary);
+  std::ofstream stream(file_name,
+                       std::ios_base::out | std::ios_base::trunc | std::ios_base::binary);
   if (!stream) {
     const std::string error = internal::SystemErrorText();
     VELMOR_THROW(std::runtime_error, "Error writing matrix to csv file %s: %s.", file_name.c_str(),
@@ -236,14 +240,14 @@ void WriteMatrixToCSVFile(const std::string& file_name, const DenseMatrix<T>& ma
   }
 }
 
-#define VELMOR_INSTANTIATE_DENSE_CSV(T)                                                          \
-  template DenseMatrix<T> ReadMatrixFromCSVFile<T>(std::istream&, std::vector<std::string>&,     \
-                                                   bool);                                        \
-  template DenseMatrix<T> ReadMatrixFromCSVFile<T>(const std::string&, bool,                     \
-                                                   std::vector<std::string>*);                   \
-  template void WriteMatrixToCSVFile<T>(std::ostream&, const DenseMatrix<T>&,                    \
-                                        const std::vector<std::string>&);                        \
-  template void WriteMatrixToCSVFile<T>(const std::string&, const DenseMatrix<T>&,               \
+#define VELMOR_INSTANTIATE_DENSE_CSV(T)                                                      \
+  template DenseMatrix<T> ReadMatrixFromCSVFile<T>(std::istream&, std::vector<std::string>&, \
+                                                   bool);                                    \
+  template DenseMatrix<T> ReadMatrixFromCSVFile<T>(const std::string&, bool,                 \
+                                                   std::vector<std::string>*);               \
+  template void WriteMatrixToCSVFile<T>(std::ostream&, const DenseMatrix<T>&,                \
+                                        const std::vector<std::string>&);                    \
+  template void WriteMatrixToCSVFile<T>(const std::string&, const DenseMatrix<T>&,           \
                                         const std::vector<std::string>&);
 
 VELMOR_INSTANTIATE_DENSE_CSV(int32_t)

@@ -66,15 +66,17 @@ DenseMatrix<T> LoadDenseMatrixFromFileOrRamOrMakeRandom(const char* file_name, c
                                                         int32_t modulus) {
   const int sources = (file_name != nullptr) + (ram != nullptr) + (create_random ? 1 : 0);
   if (sources != 1) {
-    VELMOR_THROW(std::invalid_argument,
-                 "Must specify one and only one type of input to produce matrix, but got %d: name = "
-                 "(%s), is_ram_ptr_p=%d, and create_random_matrix_p=%d.",
-                 sources, OrEmpty(file_name), ram != nullptr ? 1 : 0, create_random ? 1 : 0);
+    VELMOR_THROW(
+        std::invalid_argument,
+        "Must specify one and only one type of input to produce matrix, but got %d: name = "
+        "(%s), is_ram_ptr_p=%d, and create_random_matrix_p=%d.",
+        sources, OrEmpty(file_name), ram != nullptr ? 1 : 0, create_random ? 1 : 0);
   }
   if (file_name != nullptr) {
     const DenseFileKind kind = KindOf(file_name);
     if (kind == DenseFileKind::kBinary && (rows < 1 || cols < 1)) {
-      VELMOR_THROW(std::invalid_argument, "Rows (=%d) and Columns (=%d) must both be positive.", rows, cols);
+      VELMOR_THROW(std::invalid_argument, "Rows (=%d) and Columns (=%d) must both be positive.",
+                   rows, cols);
     }
     try {
       switch (kind) {
@@ -92,24 +94,27 @@ DenseMatrix<T> LoadDenseMatrixFromFileOrRamOrMakeRandom(const char* file_name, c
     }
   }
   if (rows < 1 || cols < 1) {
-    VELMOR_THROW(std::invalid_argument, "Rows (=%d) and Columns (=%d) must both be positive.", rows, cols);
+    VELMOR_THROW(std::invalid_argument, "Rows (=%d) and Columns (=%d) must both be positive.", rows,
+                 cols);
   }
   return CopyOrMakeRandom(ram, rows, cols, modulus);
 }
 
 template <typename T>
-DenseMatrix<T> LoadDenseMatrixFromFileOrRamOrMakeRandom(const char* csv_file_name, const char* bin_file_name,
+DenseMatrix<T> LoadDenseMatrixFromFileOrRamOrMakeRandom(const char* csv_file_name,
+                                                        const char* bin_file_name,
                                                         const char* npy_file_name, const T* ram,
                                                         bool create_random, int rows, int cols,
                                                         int32_t modulus) {
-  const int sources = (csv_file_name != nullptr) + (bin_file_name != nullptr) + (npy_file_name != nullptr) +
-                      (ram != nullptr) + (create_random ? 1 : 0);
+  const int sources = (csv_file_name != nullptr) + (bin_file_name != nullptr) +
+                      (npy_file_name != nullptr) + (ram != nullptr) + (create_random ? 1 : 0);
   if (sources != 1) {
-    VELMOR_THROW(std::invalid_argument,
-                 "Must specify one and only one type of matrix to produce with arguments given: (%s), "
-                 "(%s), (%s), %d and %d.",
-                 OrEmpty(csv_file_name), OrEmpty(bin_file_name), OrEmpty(npy_file_name), ram != nullptr ? 1 : 0,
-                 create_random ? 1 : 0);
+    VELMOR_THROW(
+        std::invalid_argument,
+        "Must specify one and only one type of matrix to produce with arguments given: (%s), "
+        "(%s), (%s), %d and %d.",
+        OrEmpty(csv_file_name), OrEmpty(bin_file_name), OrEmpty(npy_file_name),
+        ram != nullptr ? 1 : 0, create_random ? 1 : 0);
   }
   if (csv_file_name != nullptr) {
     try {
@@ -126,7 +131,8 @@ DenseMatrix<T> LoadDenseMatrixFromFileOrRamOrMakeRandom(const char* csv_file_nam
     }
   }
   if (rows < 1 || cols < 1) {
-    VELMOR_THROW(std::invalid_argument, "Rows (=%d) and Columns (=%d) must both be positive.", rows, cols);
+    VELMOR_THROW(std::invalid_argument, "Rows (=%d) and Columns (=%d) must both be positive.", rows,
+                 cols);
   }
   if (bin_file_name != nullptr) {
     try {
@@ -141,39 +147,37 @@ DenseMatrix<T> LoadDenseMatrixFromFileOrRamOrMakeRandom(const char* csv_file_nam
 }  // namespace
 
 template <typename T>
-  requires std::floating_point<T>
-DenseMatrix<T> LoadDenseMatrixFromFileOrRamOrMakeRandom(const char* file_name, const T* ram,
-                                                        bool create_random, int rows, int cols) {
+requires std::floating_point<T> DenseMatrix<T> LoadDenseMatrixFromFileOrRamOrMakeRandom(
+    const char* file_name, const T* ram, bool create_random, int rows, int cols) {
   return LoadDenseMatrixFromFileOrRamOrMakeRandom<T>(file_name, ram, create_random, rows, cols, 0);
 }
 
-DenseMatrix<int32_t> LoadDenseMatrixFromFileOrRamOrMakeRandom(const char* file_name, const int32_t* ram,
-                                                              bool create_random, int rows, int cols,
-                                                              int32_t random_modulus) {
-  return LoadDenseMatrixFromFileOrRamOrMakeRandom<int32_t>(file_name, ram, create_random, rows, cols,
-                                                           random_modulus);
+DenseMatrix<int32_t> LoadDenseMatrixFromFileOrRamOrMakeRandom(const char* file_name,
+                                                              const int32_t* ram,
+                                                              bool create_random, int rows,
+                                                              int cols, int32_t random_modulus) {
+  return LoadDenseMatrixFromFileOrRamOrMakeRandom<int32_t>(file_name, ram, create_random, rows,
+                                                           cols, random_modulus);
 }
 
 template <typename T>
-  requires std::floating_point<T>
-DenseMatrix<T> LoadDenseMatrixFromFileOrRamOrMakeRandom(const char* csv_file_name, const char* bin_file_name,
-                                                        const char* npy_file_name, const T* ram,
-                                                        bool create_random, int rows, int cols) {
-  return LoadDenseMatrixFromFileOrRamOrMakeRandom<T>(csv_file_name, bin_file_name, npy_file_name, ram,
-                                                     create_random, rows, cols, 0);
+requires std::floating_point<T> DenseMatrix<T> LoadDenseMatrixFromFileOrRamOrMakeRandom(
+    const char* csv_file_name, const char* bin_file_name, const char* npy_file_name, const T* ram,
+    bool create_random, int rows, int cols) {
+  return LoadDenseMatrixFromFileOrRamOrMakeRandom<T>(csv_file_name, bin_file_name, npy_file_name,
+                                                     ram, create_random, rows, cols, 0);
 }
 
-DenseMatrix<int32_t> LoadDenseMatrixFromFileOrRamOrMakeRandom(const char* csv_file_name,
-                                                              const char* bin_file_name,
-                                                              const char* npy_file_name,
-                                                              const int32_t* ram, bool create_random,
-                                                              int rows, int cols, int32_t random_modulus) {
-  return LoadDenseMatrixFromFileOrRamOrMakeRandom<int32_t>(csv_file_name, bin_file_name, npy_file_name, ram,
-                                                           create_random, rows, cols, random_modulus);
+DenseMatrix<int32_t> LoadDenseMatrixFromFileOrRamOrMakeRandom(
+    const char* csv_file_name, const char* bin_file_name, const char* npy_file_name,
+    const int32_t* ram, bool create_random, int rows, int cols, int32_t random_modulus) {
+  return LoadDenseMatrixFromFileOrRamOrMakeRandom<int32_t>(
+      csv_file_name, bin_file_name, npy_file_name, ram, create_random, rows, cols, random_modulus);
 }
 
 template <typename T>
-void WriteMatrixToFile(const DenseMatrix<T>& matrix, const std::string& file_name, bool fortran_order) {
+void WriteMatrixToFile(const DenseMatrix<T>& matrix, const std::string& file_name,
+                       bool fortran_order) {
   const std::string extension = internal::FileExtension(file_name);
   if (extension == ".csv") {
     WriteMatrixToCSVFile<T>(file_name, matrix);
@@ -182,17 +186,20 @@ void WriteMatrixToFile(const DenseMatrix<T>& matrix, const std::string& file_nam
   } else if (extension == ".bin") {
     WriteMatrixToBinaryFile<T>(file_name, matrix);
   } else {
-    VELMOR_THROW(std::runtime_error,
-                 "Unable to write to file, unknown file type from unknonw extension in filename '%s'.",
-                 file_name.c_str());
+    VELMOR_THROW(
+        std::runtime_error,
+        "Unable to write to file, unknown file type from unknonw extension in filename '%s'.",
+        file_name.c_str());
   }
 }
 
 template <typename T>
-void WriteDenseMatrixToFile(const DenseMatrix<T>& matrix, const char* file_name, bool to_standard_output) {
+void WriteDenseMatrixToFile(const DenseMatrix<T>& matrix, const char* file_name,
+                            bool to_standard_output) {
   if ((file_name != nullptr) == to_standard_output) {
     VELMOR_THROW(std::invalid_argument,
-                 "Must specify one and only one type of matrix to produce with arguments given: (%s) and %d.",
+                 "Must specify one and only one type of matrix to produce with arguments given: "
+                 "(%s) and %d.",
                  OrEmpty(file_name), to_standard_output ? 1 : 0);
   }
   if (to_standard_output) {
@@ -216,16 +223,18 @@ void WriteDenseMatrixToFile(const DenseMatrix<T>& matrix, const char* file_name,
 }
 
 template <typename T>
-void WriteDenseMatrixToFile(const DenseMatrix<T>& matrix, const char* csv_file_name, const char* bin_file_name,
-                            const char* npy_file_name, bool to_standard_output) {
-  const int targets = (csv_file_name != nullptr) + (bin_file_name != nullptr) + (npy_file_name != nullptr) +
-                      (to_standard_output ? 1 : 0);
+void WriteDenseMatrixToFile(const DenseMatrix<T>& matrix, const char* csv_file_name,
+                            const char* bin_file_name, const char* npy_file_name,
+                            bool to_standard_output) {
+  const int targets = (csv_file_name != nullptr) + (bin_file_name != nullptr) +
+                      (npy_file_name != nullptr) + (to_standard_output ? 1 : 0);
   if (targets != 1) {
-    VELMOR_THROW(std::invalid_argument,
-                 "Must specify one and only one type of matrix to produce with arguments given: (%s), "
-                 "(%s), (%s), and %d.",
-                 OrEmpty(csv_file_name), OrEmpty(bin_file_name), OrEmpty(npy_file_name),
-                 to_standard_output ? 1 : 0);
+    VELMOR_THROW(
+        std::invalid_argument,
+        "Must specify one and only one type of matrix to produce with arguments given: (%s), "
+        "(%s), (%s), and %d.",
+        OrEmpty(csv_file_name), OrEmpty(bin_file_name), OrEmpty(npy_file_name),
+        to_standard_output ? 1 : 0);
   }
   if (csv_file_name != nullptr) {
     WriteMatrixToCSVFile<T>(std::string(csv_file_name), matrix);
@@ -238,22 +247,22 @@ void WriteDenseMatrixToFile(const DenseMatrix<T>& matrix, const char* csv_file_n
   }
 }
 
-template DenseMatrix<float> LoadDenseMatrixFromFileOrRamOrMakeRandom<float>(const char*, const float*, bool,
-                                                                            int, int);
-template DenseMatrix<double> LoadDenseMatrixFromFileOrRamOrMakeRandom<double>(const char*, const double*,
-                                                                              bool, int, int);
-template DenseMatrix<float> LoadDenseMatrixFromFileOrRamOrMakeRandom<float>(const char*, const char*,
-                                                                            const char*, const float*,
-                                                                            bool, int, int);
-template DenseMatrix<double> LoadDenseMatrixFromFileOrRamOrMakeRandom<double>(const char*, const char*,
-                                                                              const char*, const double*,
-                                                                              bool, int, int);
+template DenseMatrix<float> LoadDenseMatrixFromFileOrRamOrMakeRandom<float>(const char*,
+                                                                            const float*, bool, int,
+                                                                            int);
+template DenseMatrix<double> LoadDenseMatrixFromFileOrRamOrMakeRandom<double>(const char*,
+                                                                              const double*, bool,
+                                                                              int, int);
+template DenseMatrix<float> LoadDenseMatrixFromFileOrRamOrMakeRandom<float>(
+    const char*, const char*, const char*, const float*, bool, int, int);
+template DenseMatrix<double> LoadDenseMatrixFromFileOrRamOrMakeRandom<double>(
+    const char*, const char*, const char*, const double*, bool, int, int);
 
-#define VELMOR_INSTANTIATE_DENSE_WRITERS(T)                                                            \
-  template void WriteMatrixToFile<T>(const DenseMatrix<T>&, const std::string&, bool);                 \
-  template void WriteDenseMatrixToFile<T>(const DenseMatrix<T>&, const char*, bool);                   \
-  template void WriteDenseMatrixToFile<T>(const DenseMatrix<T>&, const char*, const char*, const char*, \
-                                          bool);
+#define VELMOR_INSTANTIATE_DENSE_WRITERS(T)                                                \
+  template void WriteMatrixToFile<T>(const DenseMatrix<T>&, const std::string&, bool);     \
+  template void WriteDenseMatrixToFile<T>(const DenseMatrix<T>&, const char*, bool);       \
+  template void WriteDenseMatrixToFile<T>(const DenseMatrix<T>&, const char*, const char*, \
+                                          const char*, bool);
 
 VELMOR_INSTANTIATE_DENSE_WRITERS(int32_t)
 VELMOR_INSTANTIATE_DENSE_WRITERS(float)

@@ -32,39 +32,35 @@ namespace velmor::matrixio {
 // opening file '%s'." with "Unknown file type '%s'." or the reader's failure
 // nested.
 template <typename T>
-  requires std::floating_point<T>
-DenseMatrix<T> LoadDenseMatrixFromFileOrRamOrMakeRandom(const char* file_name, const T* ram,
-                                                        bool create_random, int rows, int cols);
+requires std::floating_point<T> DenseMatrix<T> LoadDenseMatrixFromFileOrRamOrMakeRandom(
+    const char* file_name, const T* ram, bool create_random, int rows, int cols);
 
 // As above for 32-bit integers; random entries are |rand() - 2^30| mod
 // `random_modulus` (which must be positive; zero is not checked).
-DenseMatrix<int32_t> LoadDenseMatrixFromFileOrRamOrMakeRandom(const char* file_name, const int32_t* ram,
-                                                              bool create_random, int rows, int cols,
-                                                              int32_t random_modulus);
+DenseMatrix<int32_t> LoadDenseMatrixFromFileOrRamOrMakeRandom(const char* file_name,
+                                                              const int32_t* ram,
+                                                              bool create_random, int rows,
+                                                              int cols, int32_t random_modulus);
 
 // Separate-names form: exactly one of the three names, `ram` and
 // `create_random`, else std::invalid_argument "Must specify one and only one
 // type of matrix to produce with arguments given: (%s), (%s), (%s), %d and
 // %d.". Names are not checked against extensions. Otherwise as above.
 template <typename T>
-  requires std::floating_point<T>
-DenseMatrix<T> LoadDenseMatrixFromFileOrRamOrMakeRandom(const char* csv_file_name,
-                                                        const char* bin_file_name,
-                                                        const char* npy_file_name, const T* ram,
-                                                        bool create_random, int rows, int cols);
-DenseMatrix<int32_t> LoadDenseMatrixFromFileOrRamOrMakeRandom(const char* csv_file_name,
-                                                              const char* bin_file_name,
-                                                              const char* npy_file_name,
-                                                              const int32_t* ram, bool create_random,
-                                                              int rows, int cols,
-                                                              int32_t random_modulus);
+requires std::floating_point<T> DenseMatrix<T> LoadDenseMatrixFromFileOrRamOrMakeRandom(
+    const char* csv_file_name, const char* bin_file_name, const char* npy_file_name, const T* ram,
+    bool create_random, int rows, int cols);
+DenseMatrix<int32_t> LoadDenseMatrixFromFileOrRamOrMakeRandom(
+    const char* csv_file_name, const char* bin_file_name, const char* npy_file_name,
+    const int32_t* ram, bool create_random, int rows, int cols, int32_t random_modulus);
 
 // Writes by lower-case extension only: ".csv" (no field names), ".npy" (in
 // the given order) or ".bin". Any other name throws std::runtime_error
 // "Unable to write to file, unknown file type from unknonw extension in
 // filename '%s'.". Writer failures propagate.
 template <typename T>
-void WriteMatrixToFile(const DenseMatrix<T>& matrix, const std::string& file_name, bool fortran_order);
+void WriteMatrixToFile(const DenseMatrix<T>& matrix, const std::string& file_name,
+                       bool fortran_order);
 
 // Exactly one of a non-null `file_name` and `to_standard_output`, else
 // std::invalid_argument "Must specify one and only one type of matrix to
@@ -73,7 +69,8 @@ void WriteMatrixToFile(const DenseMatrix<T>& matrix, const std::string& file_nam
 // ".npy"/".NPY" (row-major) to its writer, any other throws
 // std::runtime_error "Unknown file type to save matrix '%s'".
 template <typename T>
-void WriteDenseMatrixToFile(const DenseMatrix<T>& matrix, const char* file_name, bool to_standard_output);
+void WriteDenseMatrixToFile(const DenseMatrix<T>& matrix, const char* file_name,
+                            bool to_standard_output);
 
 // Exactly one of the three names and `to_standard_output`, else
 // std::invalid_argument "Must specify one and only one type of matrix to

@@ -1,5 +1,7 @@
 #include "io/DenseNumpyFileIOSupport.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
@@ -12,8 +14,6 @@
 #include <sstream>
 #include <stdexcept>
 #include <vector>
-
-#include <fmt/format.h>
 
 #include "io/MatrixIOInternal.h"
 #include "io/NumpyArrayReading.h"
@@ -46,7 +46,8 @@ constexpr const char* OwnDescr() {
 
 template <typename Bits>
 Bits ByteSwap(Bits bits) {
-  if constexpr (sizeof(Bits) == 4) return static_cast<Bits>(__builtin_bswap32(static_cast<uint32_t>(bits)));
+  if constexpr (sizeof(Bits) == 4)
+    return static_cast<Bits>(__builtin_bswap32(static_cast<uint32_t>(bits)));
   return static_cast<Bits>(__builtin_bswap64(static_cast<uint64_t>(bits)));
 }
 
@@ -88,7 +89,8 @@ std::size_t ConvertLoop(const char* raw, std::size_t count, bool swap_bytes, T* 
       }
     }
     if constexpr (std::is_same_v<T, int32_t> && std::is_same_v<S, int64_t>) {
-      if (value < std::numeric_limits<int32_t>::min() || value > std::numeric_limits<int32_t>::max())
+      if (value < std::numeric_limits<int32_t>::min() ||
+          value > std::numeric_limits<int32_t>::max())
         return i;
     }
     out[i] = static_cast<T>(value);
@@ -136,14 +138,15 @@ void ReadMatrixFromNumpyFile(std::istream& stream, const NumpyHeader& header, T*
         short_read = true;
         break;
       }
-      const std::size_t bad = internal::ConvertNumpyValues(raw, n, header.type, header.swap_bytes,
-                                                           destination + done);
+      const std::size_t bad =
+          internal::ConvertNumpyValues(raw, n, header.type, header.swap_bytes, destination + done);
       if (bad != n) failure = fail_at(done + bad, raw + bad * element_size);
       done += n;
     }
   } else {
     const std::size_t row_bytes = static_cast<std::size_t>(cols) * element_size;
-    int64_t block_rows = std::max<int64_t>(kMinBlockRows, static_cast<int64_t>(kPieceBytes / row_bytes));
+    int64_t block_rows =
+        std::max<int64_t>(kMinBlockRows, static_cast<int64_t>(kPieceBytes / row_bytes));
     block_rows = std::min<int64_t>(block_rows, std::max<int64_t>(1, kMaxBlockBytes / row_bytes));
     block_rows = std::min(block_rows, rows);
     std::vector<char> raw(static_cast<std::size_t>(block_rows) * row_bytes);
@@ -159,7 +162,8 @@ void ReadMatrixFromNumpyFile(std::istream& stream, const NumpyHeader& header, T*
       }
       // Same-type values are checked where they lie (no copy: `out` == `raw`).
       T* values = direct ? reinterpret_cast<T*>(block) : converted.data();
-      const std::size_t bad = internal::ConvertNumpyValues(block, n, header.type, header.swap_bytes, values);
+      const std::size_t bad =
+          internal::ConvertNumpyValues(block, n, header.type, header.swap_bytes, values);
       if (bad != n) {
         failure = fail_at(static_cast<std::size_t>(first * cols) + bad, block + bad * element_size);
         break;
@@ -171,7 +175,8 @@ void ReadMatrixFromNumpyFile(std::istream& stream, const NumpyHeader& header, T*
   if (short_read) {
     const std::string error =
         errno != 0 ? internal::SystemErrorText() : std::string("unexpected end of file");
-    VELMOR_THROW(std::runtime_error, "Error reading matrix from numpy stream: '%s'.", error.c_str());
+    VELMOR_THROW(std::runtime_error, "Error reading matrix from numpy stream: '%s'.",
+                 error.c_str());
   }
   if (failure) {
     try {
@@ -191,8 +196,9 @@ void ReadMatrixFromNumpyFile(std::istream& stream, const NumpyHeader& header, T*
 void CheckNumpyDataSize(std::istream& stream, const NumpyHeader& header) {
   const uint64_t count = ElementCount(header);
   const uint64_t element_size = static_cast<uint64_t>(header.ElementSize());
-  const bool overflow = count / static_cast<uint64_t>(header.cols) != static_cast<uint64_t>(header.rows) ||
-                        count > (uint64_t{1} << 62) / element_size;
+  const bool overflow =
+      count / static_cast<uint64_t>(header.cols) != static_cast<uint64_t>(header.rows) ||
+      count > (uint64_t{1} << 62) / element_size;
   const std::optional<uint64_t> remaining = internal::RemainingStreamBytes(stream);
   if (overflow || (remaining && *remaining < count * element_size)) {
     throw std::length_error("unexpected end of file");
@@ -252,7 +258,8 @@ NumpyHeader internal::ReadNumpyFileHeader(std::istream& stream, uint64_t* bytes_
     VELMOR_THROW(std::runtime_error, "Error reading matrix from numpy stream: %s.", error.c_str());
   }
   const std::size_t header_length =
-      static_cast<unsigned char>(prefix[8]) | (static_cast<std::size_t>(static_cast<unsigned char>(prefix[9])) << 8);
+      static_cast<unsigned char>(prefix[8]) |
+      (static_cast<std::size_t>(static_cast<unsigned char>(prefix[9])) << 8);
   std::string text(header_length, '\0');
   errno = 0;
   if (!internal::ReadFully(stream, text.data(), header_length)) {
@@ -274,17 +281,20 @@ NumpyHeader internal::ReadNumpyFileHeader(std::istream& stream, uint64_t* bytes_
   // descr
   auto [descr_at, descr_missing] = value_position("'descr'");
   if (descr_at == std::string::npos) {
-    VELMOR_THROW(std::runtime_error, "Unable to find string '%s' at position %ld in npy file header.",
+    VELMOR_THROW(std::runtime_error,
+                 "Unable to find string '%s' at position %ld in npy file header.",
                  descr_missing.c_str(), 0L);
   }
   if (descr_at >= text.size() || (text[descr_at] != '\'' && text[descr_at] != '"')) {
-    VELMOR_THROW(std::runtime_error, "Unable to find string '%s' at position %ld in npy file header.",
-                 "'", static_cast<long>(descr_at));
+    VELMOR_THROW(std::runtime_error,
+                 "Unable to find string '%s' at position %ld in npy file header.", "'",
+                 static_cast<long>(descr_at));
   }
   const std::size_t descr_end = text.find(text[descr_at], descr_at + 1);
   if (descr_end == std::string::npos) {
-    VELMOR_THROW(std::runtime_error, "Unable to find string '%s' at position %ld in npy file header.",
-                 "'", static_cast<long>(descr_at + 1));
+    VELMOR_THROW(std::runtime_error,
+                 "Unable to find string '%s' at position %ld in npy file header.", "'",
+                 static_cast<long>(descr_at + 1));
   }
   const std::string descr = text.substr(descr_at + 1, descr_end - descr_at - 1);
   const char byte_order = descr.empty() ? '\0' : descr[0];
@@ -297,20 +307,23 @@ NumpyHeader internal::ReadNumpyFileHeader(std::istream& stream, uint64_t* bytes_
                    length_text.c_str(), descr.c_str());
     }
     if (*length < 1 || *length > 65536) {
-      VELMOR_THROW(std::runtime_error,
-                   "Unsupported data type from numpy stream, got '%s'. Supported types are i4, i8, f4 "
-                   "and f8.",
-                   descr.c_str());
+      VELMOR_THROW(
+          std::runtime_error,
+          "Unsupported data type from numpy stream, got '%s'. Supported types are i4, i8, f4 "
+          "and f8.",
+          descr.c_str());
     }
     header.type = NumpyDataType::kByteString;
     header.string_length = *length;
   } else {
-    const bool known_order = byte_order == '<' || byte_order == '>' || byte_order == '|' || byte_order == '=';
+    const bool known_order =
+        byte_order == '<' || byte_order == '>' || byte_order == '|' || byte_order == '=';
     if (!known_order || (code != "i4" && code != "i8" && code != "f4" && code != "f8")) {
-      VELMOR_THROW(std::runtime_error,
-                   "Unsupported data type from numpy stream, got '%s'. Supported types are i4, i8, f4 "
-                   "and f8.",
-                   code.c_str());
+      VELMOR_THROW(
+          std::runtime_error,
+          "Unsupported data type from numpy stream, got '%s'. Supported types are i4, i8, f4 "
+          "and f8.",
+          code.c_str());
     }
     header.type = code == "i4"   ? NumpyDataType::kInt32
                   : code == "i8" ? NumpyDataType::kInt64
@@ -322,7 +335,8 @@ NumpyHeader internal::ReadNumpyFileHeader(std::istream& stream, uint64_t* bytes_
   // fortran_order
   auto [order_at, order_missing] = value_position("'fortran_order'");
   if (order_at == std::string::npos) {
-    VELMOR_THROW(std::runtime_error, "Unable to find string '%s' at position %ld in npy file header.",
+    VELMOR_THROW(std::runtime_error,
+                 "Unable to find string '%s' at position %ld in npy file header.",
                  order_missing.c_str(), 0L);
   }
   if (text.compare(order_at, 4, "True") == 0) {
@@ -337,23 +351,27 @@ NumpyHeader internal::ReadNumpyFileHeader(std::istream& stream, uint64_t* bytes_
   // shape
   auto [shape_at, shape_missing] = value_position("'shape'");
   if (shape_at == std::string::npos) {
-    VELMOR_THROW(std::runtime_error, "Unable to find string '%s' at position %ld in npy file header.",
+    VELMOR_THROW(std::runtime_error,
+                 "Unable to find string '%s' at position %ld in npy file header.",
                  shape_missing.c_str(), 0L);
   }
   if (shape_at >= text.size() || text[shape_at] != '(') {
-    VELMOR_THROW(std::runtime_error, "Unable to find string '%s' at position %ld in npy file header.",
-                 "(", static_cast<long>(shape_at));
+    VELMOR_THROW(std::runtime_error,
+                 "Unable to find string '%s' at position %ld in npy file header.", "(",
+                 static_cast<long>(shape_at));
   }
   const std::size_t shape_end = text.find(')', shape_at);
   if (shape_end == std::string::npos) {
-    VELMOR_THROW(std::runtime_error, "Unable to find string '%s' at position %ld in npy file header.",
-                 ")", static_cast<long>(shape_at));
+    VELMOR_THROW(std::runtime_error,
+                 "Unable to find string '%s' at position %ld in npy file header.", ")",
+                 static_cast<long>(shape_at));
   }
   const std::string shape = text.substr(shape_at + 1, shape_end - shape_at - 1);
   std::vector<std::string> items;
   for (std::size_t start = 0;;) {
     const std::size_t comma = shape.find(',', start);
-    items.push_back(Trim(shape.substr(start, comma == std::string::npos ? std::string::npos : comma - start)));
+    items.push_back(
+        Trim(shape.substr(start, comma == std::string::npos ? std::string::npos : comma - start)));
     if (comma == std::string::npos) break;
     start = comma + 1;
   }
@@ -366,20 +384,23 @@ NumpyHeader internal::ReadNumpyFileHeader(std::istream& stream, uint64_t* bytes_
     return header;
   }
   if (items.empty()) {
-    VELMOR_THROW(std::runtime_error,
-                 "Problem reading matrix shape from the header '%s'. Only 1 dimensional vectors and 2 "
-                 "dimensional matrices are supported.",
-                 text.c_str());
+    VELMOR_THROW(
+        std::runtime_error,
+        "Problem reading matrix shape from the header '%s'. Only 1 dimensional vectors and 2 "
+        "dimensional matrices are supported.",
+        text.c_str());
   }
   if (items.size() > 2) {
-    VELMOR_THROW(std::runtime_error,
-                 "Problem reading matrix shape from the header '%s'. Only 1 dimentional vectors and 2 "
-                 "dimensional matrices are supported.",
-                 text.c_str());
+    VELMOR_THROW(
+        std::runtime_error,
+        "Problem reading matrix shape from the header '%s'. Only 1 dimentional vectors and 2 "
+        "dimensional matrices are supported.",
+        text.c_str());
   }
   if (items.size() == 1) {
     const std::optional<long long> n = ToLongLong(items[0]);
-    if (!n) VELMOR_THROW(std::runtime_error, "Unable to convert '%s' to an integer.", items[0].c_str());
+    if (!n)
+      VELMOR_THROW(std::runtime_error, "Unable to convert '%s' to an integer.", items[0].c_str());
     header.dimensions = 1;
     header.rows = *n;
     header.cols = 1;
@@ -395,15 +416,17 @@ NumpyHeader internal::ReadNumpyFileHeader(std::istream& stream, uint64_t* bytes_
     header.cols = *c;
   }
   if (header.rows < 0 || header.cols < 0) {
-    VELMOR_THROW(std::runtime_error,
-                 "Problem with matrix shape from numpy stream, got negative dimension(s), (rows,cols) "
-                 "= (%lld, %lld).",
-                 static_cast<long long>(header.rows), static_cast<long long>(header.cols));
+    VELMOR_THROW(
+        std::runtime_error,
+        "Problem with matrix shape from numpy stream, got negative dimension(s), (rows,cols) "
+        "= (%lld, %lld).",
+        static_cast<long long>(header.rows), static_cast<long long>(header.cols));
   }
   if (!allow_empty && (header.rows == 0 || header.cols == 0)) {
-    VELMOR_THROW(std::runtime_error,
-                 "Problem with matrix shape from numpy stream, got zero(s), (rows,cols) = (%lu, %lu).",
-                 static_cast<unsigned long>(header.rows), static_cast<unsigned long>(header.cols));
+    VELMOR_THROW(
+        std::runtime_error,
+        "Problem with matrix shape from numpy stream, got zero(s), (rows,cols) = (%lu, %lu).",
+        static_cast<unsigned long>(header.rows), static_cast<unsigned long>(header.cols));
   }
   return header;
 }
@@ -442,12 +465,14 @@ T ReadNextBinaryNumberFromNumpyStream(std::istream& stream, NumpyDataType type, 
   }
   if (type != NumpyDataType::kInt32 && type != NumpyDataType::kInt64 &&
       type != NumpyDataType::kFloat32 && type != NumpyDataType::kFloat64) {
-    VELMOR_THROW(std::runtime_error,
-                 "Unsupported data type when reading numpy stream, the supported types are currently "
-                 "only int64, int32, float and double.");
+    VELMOR_THROW(
+        std::runtime_error,
+        "Unsupported data type when reading numpy stream, the supported types are currently "
+        "only int64, int32, float and double.");
   }
   char raw[8];
-  const std::size_t size = (type == NumpyDataType::kInt32 || type == NumpyDataType::kFloat32) ? 4 : 8;
+  const std::size_t size =
+      (type == NumpyDataType::kInt32 || type == NumpyDataType::kFloat32) ? 4 : 8;
   errno = 0;
   if (!internal::ReadFully(stream, raw, size)) {
     const std::string error = errno != 0 ? internal::SystemErrorText() : "unexpected end of file";
@@ -458,7 +483,8 @@ T ReadNextBinaryNumberFromNumpyStream(std::istream& stream, NumpyDataType type, 
       return static_cast<T>(LoadRaw<int32_t>(raw, swap_bytes));
     case NumpyDataType::kInt64: {
       const int64_t value = LoadRaw<int64_t>(raw, swap_bytes);
-      if (value < std::numeric_limits<int32_t>::min() || value > std::numeric_limits<int32_t>::max()) {
+      if (value < std::numeric_limits<int32_t>::min() ||
+          value > std::numeric_limits<int32_t>::max()) {
         VELMOR_THROW(std::runtime_error,
                      fmt::format("Unable to read int64 npy file into 32-bit int matrix due to "
                                  "overflow. Value {} can't be converted to an int32.",
@@ -475,10 +501,11 @@ T ReadNextBinaryNumberFromNumpyStream(std::istream& stream, NumpyDataType type, 
       if (CheckForIEEENaNOnRead() && std::isnan(value)) internal::ThrowIEEENaN();
       if constexpr (std::is_same_v<T, float>) {
         if (std::fabs(value) > 3.4028234663852886e38) {
-          VELMOR_THROW(std::runtime_error,
-                       fmt::format("Unable to read float64 npy file into 32-bit float matrix due to "
-                                   "overflow. Value {} can't be converted to 32-bit float.",
-                                   value));
+          VELMOR_THROW(
+              std::runtime_error,
+              fmt::format("Unable to read float64 npy file into 32-bit float matrix due to "
+                          "overflow. Value {} can't be converted to 32-bit float.",
+                          value));
         }
       }
       return static_cast<T>(value);
@@ -493,9 +520,10 @@ template <typename T>
 DenseMatrix<T> ReadMatrixFromNumpyFile(std::istream& stream) {
   const NumpyHeader header = ReadNumpyFileHeader(stream);
   if (header.type == NumpyDataType::kByteString) {
-    VELMOR_THROW(std::runtime_error,
-                 "Unsupported data type when reading numpy stream, the supported types are currently "
-                 "only int64, int32, float and double.");
+    VELMOR_THROW(
+        std::runtime_error,
+        "Unsupported data type when reading numpy stream, the supported types are currently "
+        "only int64, int32, float and double.");
   }
   try {
     CheckNumpyDataSize(stream, header);
@@ -506,9 +534,10 @@ DenseMatrix<T> ReadMatrixFromNumpyFile(std::istream& stream) {
   try {
     matrix.resize(header.rows, header.cols);
   } catch (const std::bad_alloc&) {
-    VELMOR_THROW(std::runtime_error,
-                 "Unable to allocate matrix of size (rows,cols)=(%lu,%lu) for reading from numpy file.",
-                 static_cast<unsigned long>(header.rows), static_cast<unsigned long>(header.cols));
+    VELMOR_THROW(
+        std::runtime_error,
+        "Unable to allocate matrix of size (rows,cols)=(%lu,%lu) for reading from numpy file.",
+        static_cast<unsigned long>(header.rows), static_cast<unsigned long>(header.cols));
   }
   internal::PrepareFreshStorageForWriting(matrix.data(), matrix.size() * sizeof(T));
   ReadMatrixFromNumpyFile(stream, header, matrix.data());
@@ -547,9 +576,10 @@ void ReadMatrixFromNumpyFile(const std::string& file_name, DenseMatrix<T>& matri
     return;
   }
   if (header.type == NumpyDataType::kByteString) {
-    VELMOR_THROW(std::runtime_error,
-                 "Unsupported data type when reading numpy stream, the supported types are currently "
-                 "only int64, int32, float and double.");
+    VELMOR_THROW(
+        std::runtime_error,
+        "Unsupported data type when reading numpy stream, the supported types are currently "
+        "only int64, int32, float and double.");
   }
   try {
     CheckNumpyDataSize(stream, header);
@@ -560,9 +590,10 @@ void ReadMatrixFromNumpyFile(const std::string& file_name, DenseMatrix<T>& matri
   try {
     result.resize(header.rows, header.cols);
   } catch (const std::bad_alloc&) {
-    VELMOR_THROW(std::runtime_error,
-                 "Unable to allocate matrix of size (rows,cols)=(%lu,%lu) for reading from numpy file.",
-                 static_cast<unsigned long>(header.rows), static_cast<unsigned long>(header.cols));
+    VELMOR_THROW(
+        std::runtime_error,
+        "Unable to allocate matrix of size (rows,cols)=(%lu,%lu) for reading from numpy file.",
+        static_cast<unsigned long>(header.rows), static_cast<unsigned long>(header.cols));
   }
   internal::PrepareFreshStorageForWriting(result.data(), result.size() * sizeof(T));
   ReadMatrixFromNumpyFile(stream, header, result.data());
@@ -579,7 +610,8 @@ DenseMatrix<T> ReadRowMajorMatchingEndian2DNumpyMatrixFileFromMemoryBuffer(const
   if (header.type != OwnType<T>() || header.swap_bytes ||
       (header.fortran_order && header.rows > 1 && header.cols > 1)) {
     VELMOR_THROW(std::runtime_error,
-                 "Matrix must be row-major, %s endian, and float32, float64, or int32 type", "little");
+                 "Matrix must be row-major, %s endian, and float32, float64, or int32 type",
+                 "little");
   }
   try {
     CheckNumpyDataSize(stream, header);
@@ -596,35 +628,38 @@ DenseMatrix<T> ReadRowMajorMatchingEndian2DNumpyMatrixFileFromMemoryBuffer(const
     values = aligned.get();
   }
   const std::size_t count = static_cast<std::size_t>(rows * cols);
-  const std::size_t bad =
-      internal::FindFirstIEEESpecial(values, count, CheckForIEEENaNOnRead(), CheckForIEEEInfOnRead());
+  const std::size_t bad = internal::FindFirstIEEESpecial(values, count, CheckForIEEENaNOnRead(),
+                                                         CheckForIEEEInfOnRead());
   if (bad != count) {
     try {
-      internal::ThrowNumpyValueFailure<T>(reinterpret_cast<const char*>(values + bad), header.type, false);
+      internal::ThrowNumpyValueFailure<T>(reinterpret_cast<const char*>(values + bad), header.type,
+                                          false);
     } catch (...) {
-      VELMOR_THROW_NESTED(std::runtime_error,
-                          fmt::format("Unable to read and convert data type {} from npy matrix at "
-                                      "row,col {},{}",
-                                      internal::NumpyTypeName(header.type),
-                                      static_cast<int64_t>(bad) / cols, static_cast<int64_t>(bad) % cols));
+      VELMOR_THROW_NESTED(
+          std::runtime_error,
+          fmt::format("Unable to read and convert data type {} from npy matrix at "
+                      "row,col {},{}",
+                      internal::NumpyTypeName(header.type), static_cast<int64_t>(bad) / cols,
+                      static_cast<int64_t>(bad) % cols));
     }
   }
   DenseMatrix<T> matrix(rows, cols);
   for (int64_t first = 0; first < rows; first += kMinBlockRows) {
     const int64_t n_rows = std::min(kMinBlockRows, rows - first);
-    internal::CopyRowMajorRowsIntoColumnMajor(values + first * cols, n_rows, cols, matrix.data(), rows,
-                                              first);
+    internal::CopyRowMajorRowsIntoColumnMajor(values + first * cols, n_rows, cols, matrix.data(),
+                                              rows, first);
   }
   return matrix;
 }
 
 template <typename T>
-void WriteMatrixToNumpyFile(std::ostream& stream, const DenseMatrix<T>& matrix, bool fortran_order) {
+void WriteMatrixToNumpyFile(std::ostream& stream, const DenseMatrix<T>& matrix,
+                            bool fortran_order) {
   const std::string dictionary = std::string("{'descr': '") + OwnDescr<T>() +
                                  (fortran_order ? "', 'fortran_order': True, 'shape': ("
                                                 : "', 'fortran_order': False, 'shape': (") +
-                                 std::to_string(matrix.rows()) + ", " + std::to_string(matrix.cols()) +
-                                 "), }";
+                                 std::to_string(matrix.rows()) + ", " +
+                                 std::to_string(matrix.cols()) + "), }";
   const std::size_t total = (dictionary.size() + 11 + 15) / 16 * 16;
   const std::size_t header_length = total - 10;
   std::string header;
@@ -651,8 +686,8 @@ void WriteMatrixToNumpyFile(std::ostream& stream, const DenseMatrix<T>& matrix, 
                  static_cast<std::streamsize>(matrix.size() * sizeof(T)));
   } else if (rows > 0 && cols > 0) {
     // Row by row through a cache-sized block.
-    const int64_t block_rows =
-        std::max<int64_t>(1, static_cast<int64_t>(kPieceBytes / (static_cast<std::size_t>(cols) * sizeof(T))));
+    const int64_t block_rows = std::max<int64_t>(
+        1, static_cast<int64_t>(kPieceBytes / (static_cast<std::size_t>(cols) * sizeof(T))));
     std::vector<T> block(static_cast<std::size_t>(std::min(block_rows, rows) * cols));
     for (int64_t first = 0; first < rows && stream; first += block_rows) {
       const int64_t n_rows = std::min(block_rows, rows - first);
@@ -661,8 +696,9 @@ void WriteMatrixToNumpyFile(std::ostream& stream, const DenseMatrix<T>& matrix, 
         T* out = block.data() + j;
         for (int64_t r = 0; r < n_rows; ++r) out[r * cols] = in[r];
       }
-      stream.write(reinterpret_cast<const char*>(block.data()),
-                   static_cast<std::streamsize>(static_cast<std::size_t>(n_rows * cols) * sizeof(T)));
+      stream.write(
+          reinterpret_cast<const char*>(block.data()),
+          static_cast<std::streamsize>(static_cast<std::size_t>(n_rows * cols) * sizeof(T)));
     }
   }
   stream.flush();
@@ -675,7 +711,8 @@ template <typename T>
 void WriteMatrixToNumpyFile(const std::string& file_name, const DenseMatrix<T>& matrix,
                             bool fortran_order) {
   errno = 0;
-  std::ofstream stream(file_name, std::ios_base::out | std::ios_base::trunc | std::ios_base::binary);
+  std::ofstream stream(file_name,
+                       std::ios_base::out | std::ios_base::trunc | std::ios_base::binary);
   if (!stream) {
     const std::string error = internal::SystemErrorText();
     VELMOR_THROW(std::runtime_error, "Unable to write to numpy stream: %s.", error.c_str());
@@ -706,8 +743,8 @@ const char* NumpyTypeName(NumpyDataType type) {
 }
 
 template <typename T>
-std::size_t ConvertNumpyValues(const char* raw, std::size_t count, NumpyDataType type, bool swap_bytes,
-                               T* out) {
+std::size_t ConvertNumpyValues(const char* raw, std::size_t count, NumpyDataType type,
+                               bool swap_bytes, T* out) {
   if (!Convertible<T>(type)) return 0;
   if (type == OwnType<T>() && !swap_bytes) {
     if (reinterpret_cast<const char*>(out) != raw) std::memcpy(out, raw, count * sizeof(T));
@@ -730,7 +767,8 @@ std::size_t ConvertNumpyValues(const char* raw, std::size_t count, NumpyDataType
 
 template <typename T>
 void ThrowNumpyValueFailure(const char* raw, NumpyDataType type, bool swap_bytes) {
-  const std::size_t size = (type == NumpyDataType::kInt32 || type == NumpyDataType::kFloat32) ? 4 : 8;
+  const std::size_t size =
+      (type == NumpyDataType::kInt32 || type == NumpyDataType::kFloat32) ? 4 : 8;
   MemoryStreamBuf memory(raw, size);
   std::istream stream(&memory);
   (void)ReadNextBinaryNumberFromNumpyStream<T>(stream, type, swap_bytes);
@@ -739,17 +777,17 @@ void ThrowNumpyValueFailure(const char* raw, NumpyDataType type, bool swap_bytes
 
 }  // namespace internal
 
-#define VELMOR_INSTANTIATE_DENSE_NUMPY(T)                                                          \
-  template T ReadNextBinaryNumberFromNumpyStream<T>(std::istream&, NumpyDataType, bool);           \
-  template DenseMatrix<T> ReadMatrixFromNumpyFile<T>(const std::string&);                          \
-  template DenseMatrix<T> ReadMatrixFromNumpyFile<T>(std::istream&);                               \
-  template void ReadMatrixFromNumpyFile<T>(const std::string&, DenseMatrix<T>&);                   \
-  template DenseMatrix<T> ReadRowMajorMatchingEndian2DNumpyMatrixFileFromMemoryBuffer<T>(          \
-      const char*, std::size_t);                                                                   \
-  template void WriteMatrixToNumpyFile<T>(std::ostream&, const DenseMatrix<T>&, bool);             \
-  template void WriteMatrixToNumpyFile<T>(const std::string&, const DenseMatrix<T>&, bool);        \
-  template std::size_t internal::ConvertNumpyValues<T>(const char*, std::size_t, NumpyDataType,    \
-                                                       bool, T*);                                  \
+#define VELMOR_INSTANTIATE_DENSE_NUMPY(T)                                                       \
+  template T ReadNextBinaryNumberFromNumpyStream<T>(std::istream&, NumpyDataType, bool);        \
+  template DenseMatrix<T> ReadMatrixFromNumpyFile<T>(const std::string&);                       \
+  template DenseMatrix<T> ReadMatrixFromNumpyFile<T>(std::istream&);                            \
+  template void ReadMatrixFromNumpyFile<T>(const std::string&, DenseMatrix<T>&);                \
+  template DenseMatrix<T> ReadRowMajorMatchingEndian2DNumpyMatrixFileFromMemoryBuffer<T>(       \
+      const char*, std::size_t);                                                                \
+  template void WriteMatrixToNumpyFile<T>(std::ostream&, const DenseMatrix<T>&, bool);          \
+  template void WriteMatrixToNumpyFile<T>(const std::string&, const DenseMatrix<T>&, bool);     \
+  template std::size_t internal::ConvertNumpyValues<T>(const char*, std::size_t, NumpyDataType, \
+                                                       bool, T*);                               \
   template void internal::ThrowNumpyValueFailure<T>(const char*, NumpyDataType, bool);
 
 VELMOR_INSTANTIATE_DENSE_NUMPY(int32_t)

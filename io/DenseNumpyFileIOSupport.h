@@ -33,7 +33,13 @@ namespace velmor::matrixio {
 
 // Element type codes of .npy files; kByteString is "|S<n>" text (the format
 // entry of SciPy's .npz archives).
-enum class NumpyDataType : int { kInt32 = 0, kInt64 = 1, kFloat32 = 2, kFloat64 = 3, kByteString = 4 };
+enum class NumpyDataType : int {
+  kInt32 = 0,
+  kInt64 = 1,
+  kFloat32 = 2,
+  kFloat64 = 3,
+  kByteString = 4
+};
 
 struct NumpyHeader {
   NumpyDataType type = NumpyDataType::kFloat64;

@@ -8,10 +8,9 @@
 // of the matrix. Sparse matrices are compressed column-major with 32-bit
 // signed indices. Element types: int32_t, float and double.
 
-#include <cstdint>
-
 #include <Eigen/Dense>
 #include <Eigen/SparseCore>
+#include <cstdint>
 
 namespace velmor::matrixio {
 

@@ -137,7 +137,8 @@ MemoryStreamBuf::MemoryStreamBuf(const char* data, std::size_t size) {
   setg(begin, begin, begin + size);
 }
 
-MemoryStreamBuf::pos_type MemoryStreamBuf::seekoff(off_type offset, std::ios_base::seekdir direction,
+MemoryStreamBuf::pos_type MemoryStreamBuf::seekoff(off_type offset,
+                                                   std::ios_base::seekdir direction,
                                                    std::ios_base::openmode which) {
   if (!(which & std::ios_base::in)) return pos_type(off_type(-1));
   off_type base = 0;

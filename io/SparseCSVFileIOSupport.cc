@@ -23,8 +23,8 @@ bool IsBlank(const char* begin, const char* end) {
 }  // namespace
 
 template <typename T>
-SparseMatrix<T> ReadSparseMatrixFromCSVFile(std::istream& stream, std::vector<std::string>& field_names,
-                                            bool header) {
+SparseMatrix<T> ReadSparseMatrixFromCSVFile(std::istream& stream,
+                                            std::vector<std::string>& field_names, bool header) {
   internal::CSVLineReader reader(stream);
   std::vector<SparseTriplet<T>> triplets;
   int64_t rows = 0;
@@ -53,9 +53,11 @@ SparseMatrix<T> ReadSparseMatrixFromCSVFile(std::istream& stream, std::vector<st
         T value;
         const internal::CellStatus status = internal::ConvertCSVCell(cell, cell_end, value);
         if (status != internal::CellStatus::kOk) {
-          internal::ThrowCSVCellError<T>(status, VELMOR_SOURCE_FILE, __func__, __LINE__, cell, rows, count);
+          internal::ThrowCSVCellError<T>(status, VELMOR_SOURCE_FILE, __func__, __LINE__, cell, rows,
+                                         count);
         }
-        if (count > std::numeric_limits<int32_t>::max() - 1 || rows > std::numeric_limits<int32_t>::max() - 1) {
+        if (count > std::numeric_limits<int32_t>::max() - 1 ||
+            rows > std::numeric_limits<int32_t>::max() - 1) {
           VELMOR_THROW(std::runtime_error, "Error reading sparse matrix from csv stream: %s.",
                        "more than 2^31 - 1 rows or columns");
         }
@@ -66,16 +68,18 @@ SparseMatrix<T> ReadSparseMatrixFromCSVFile(std::istream& stream, std::vector<st
     if (cols < 0) {
       cols = count;
     } else if (count != cols) {
-      VELMOR_THROW(std::runtime_error,
-                   "Stream has incorrect format at line %d. Expected %d columns, but got %d columns "
-                   "instead.",
-                   static_cast<int>(rows), static_cast<int>(cols), static_cast<int>(count));
+      VELMOR_THROW(
+          std::runtime_error,
+          "Stream has incorrect format at line %d. Expected %d columns, but got %d columns "
+          "instead.",
+          static_cast<int>(rows), static_cast<int>(cols), static_cast<int>(count));
     }
     ++rows;
   }
   if (reader.StreamFailed()) {
     const std::string error = internal::SystemErrorText();
-    VELMOR_THROW(std::runtime_error, "Error reading sparse matrix from csv stream: %s.", error.c_str());
+    VELMOR_THROW(std::runtime_error, "Error reading sparse matrix from csv stream: %s.",
+                 error.c_str());
   }
   if (rows > std::numeric_limits<int32_t>::max() || cols > std::numeric_limits<int32_t>::max()) {
     VELMOR_THROW(std::runtime_error, "Error reading sparse matrix from csv stream: %s.",
@@ -93,8 +97,8 @@ SparseMatrix<T> ReadSparseMatrixFromCSVFile(const std::string& file_name, bool h
   std::ifstream stream(file_name, std::ios_base::in | std::ios_base::binary);
   if (!stream) {
     const std::string error = internal::SystemErrorText();
-    VELMOR_THROW(std::runtime_error, "Error reading matrix from csv file '%s': %s.", file_name.c_str(),
-                 error.c_str());
+    VELMOR_THROW(std::runtime_error, "Error reading matrix from csv file '%s': %s.",
+                 file_name.c_str(), error.c_str());
   }
   std::vector<std::string> names;
   SparseMatrix<T> matrix = ReadSparseMatrixFromCSVFile<T>(stream, names, header);
@@ -110,7 +114,8 @@ void WriteSparseMatrixToCSVFile(std::ostream& stream, const SparseMatrix<T>& mat
   for (Eigen::Index r = 0; r < by_rows.rows() && stream; ++r) {
     line.clear();
     Eigen::Index written_up_to = 0;  // cells written so far on this line
-    for (typename Eigen::SparseMatrix<T, Eigen::RowMajor, int32_t>::InnerIterator it(by_rows, r); it; ++it) {
+    for (typename Eigen::SparseMatrix<T, Eigen::RowMajor, int32_t>::InnerIterator it(by_rows, r);
+         it; ++it) {
       for (; written_up_to < it.col(); ++written_up_to) {
         if (written_up_to > 0) line += ',';
       }
@@ -133,7 +138,8 @@ void WriteSparseMatrixToCSVFile(std::ostream& stream, const SparseMatrix<T>& mat
 template <typename T>
 void WriteSparseMatrixToCSVFile(const std::string& file_name, const SparseMatrix<T>& matrix) {
   errno = 0;
-  std::ofstream stream(file_name, std::ios_base::out | std::ios_base::trunc | std::ios_base::binary);
+  std::ofstream stream(file_name,
+                       std::ios_base::out | std::ios_base::trunc | std::ios_base::binary);
   if (!stream) {
     const std::string error = internal::SystemErrorText();
     VELMOR_THROW(std::runtime_error, "Error writing matrix to csv file %s: %s.", file_name.c_str(),
@@ -148,12 +154,12 @@ void WriteSparseMatrixToCSVFile(const std::string& file_name, const SparseMatrix
   }
 }
 
-#define VELMOR_INSTANTIATE_SPARSE_CSV(T)                                                           \
-  template SparseMatrix<T> ReadSparseMatrixFromCSVFile<T>(std::istream&, std::vector<std::string>&, \
-                                                          bool);                                   \
-  template SparseMatrix<T> ReadSparseMatrixFromCSVFile<T>(const std::string&, bool,                \
-                                                          std::vector<std::string>*);              \
-  template void WriteSparseMatrixToCSVFile<T>(std::ostream&, const SparseMatrix<T>&);              \
+#define VELMOR_INSTANTIATE_SPARSE_CSV(T)                                                    \
+  template SparseMatrix<T> ReadSparseMatrixFromCSVFile<T>(std::istream&,                    \
+                                                          std::vector<std::string>&, bool); \
+  template SparseMatrix<T> ReadSparseMatrixFromCSVFile<T>(const std::string&, bool,         \
+                                                          std::vector<std::string>*);       \
+  template void WriteSparseMatrixToCSVFile<T>(std::ostream&, const SparseMatrix<T>&);       \
   template void WriteSparseMatrixToCSVFile<T>(const std::string&, const SparseMatrix<T>&);
 
 VELMOR_INSTANTIATE_SPARSE_CSV(int32_t)

@@ -24,8 +24,8 @@ namespace velmor::matrixio {
 // failures of the dense reader, and "Error reading sparse matrix from csv
 // stream: %s." when the stream goes bad.
 template <typename T>
-SparseMatrix<T> ReadSparseMatrixFromCSVFile(std::istream& stream, std::vector<std::string>& field_names,
-                                            bool header);
+SparseMatrix<T> ReadSparseMatrixFromCSVFile(std::istream& stream,
+                                            std::vector<std::string>& field_names, bool header);
 
 // Opens `file_name` and reads it as above; a file that cannot be opened
 // throws "Error reading matrix from csv file '%s': %s.".

@@ -16,7 +16,8 @@ namespace {
 const char* OrEmpty(const char* text) { return text != nullptr ? text : ""; }
 
 // Index of the first triplet outside rows x cols, or n when there is none.
-std::size_t FirstOutside(int rows, int cols, std::span<const int32_t> row, std::span<const int32_t> col) {
+std::size_t FirstOutside(int rows, int cols, std::span<const int32_t> row,
+                         std::span<const int32_t> col) {
   for (std::size_t k = 0; k < row.size(); ++k) {
     if (row[k] < 0 || row[k] >= rows || col[k] < 0 || col[k] >= cols) return k;
   }
@@ -27,13 +28,15 @@ std::size_t FirstOutside(int rows, int cols, std::span<const int32_t> row, std::
 
 template <typename T>
 SparseMatrix<T> ReadSparseMatrixFromFile(const char* file_name) {
-  if (file_name == nullptr) VELMOR_THROW(std::invalid_argument, "Must specify a file to read from.");
+  if (file_name == nullptr)
+    VELMOR_THROW(std::invalid_argument, "Must specify a file to read from.");
   const std::string extension = internal::FileExtension(file_name);
   const bool csv = extension == ".csv" || extension == ".CSV";
   const bool npz = extension == ".npz" || extension == ".NPZ";
   if (!csv && !npz) {
     VELMOR_THROW(std::runtime_error,
-                 "Sparse matrix files must be either a .npz or .csv file type but was given '%s'.", file_name);
+                 "Sparse matrix files must be either a .npz or .csv file type but was given '%s'.",
+                 file_name);
   }
   try {
     if (csv) return ReadSparseMatrixFromCSVFile<T>(std::string(file_name), false);
@@ -48,12 +51,14 @@ template <typename T>
 SparseMatrix<T> ReadSparseMatrixFromFile(const char* csv_file_name, const char* npz_file_name) {
   if ((csv_file_name != nullptr) == (npz_file_name != nullptr)) {
     VELMOR_THROW(std::invalid_argument,
-                 "Must specify one and only one type of matrix to produce with arguments given: (%s) and (%s).",
+                 "Must specify one and only one type of matrix to produce with arguments given: "
+                 "(%s) and (%s).",
                  OrEmpty(csv_file_name), OrEmpty(npz_file_name));
   }
   const char* file_name = csv_file_name != nullptr ? csv_file_name : npz_file_name;
   try {
-    if (csv_file_name != nullptr) return ReadSparseMatrixFromCSVFile<T>(std::string(csv_file_name), false);
+    if (csv_file_name != nullptr)
+      return ReadSparseMatrixFromCSVFile<T>(std::string(csv_file_name), false);
     return ReadSparseMatrixFromScipyNPZFile<T>(std::string(npz_file_name));
   } catch (...) {
     VELMOR_THROW_NESTED(std::runtime_error, "Problems opening file '%s'.", file_name);
@@ -64,10 +69,11 @@ SparseMatrix<T> ReadSparseMatrixFromFile(const char* csv_file_name, const char* 
 template <typename T>
 void WriteSparseMatrixToFile(const SparseMatrix<T>& matrix, const std::string& file_name) {
   if (internal::FileExtension(file_name) != ".csv") {
-    VELMOR_THROW(std::runtime_error,
-                 "Current version can not write sparse matrices to anything but .csv files, but given file "
-                 "name '%s'.",
-                 file_name.c_str());
+    VELMOR_THROW(
+        std::runtime_error,
+        "Current version can not write sparse matrices to anything but .csv files, but given file "
+        "name '%s'.",
+        file_name.c_str());
   }
   WriteSparseMatrixToCSVFile<T>(file_name, matrix);
 }
@@ -76,15 +82,17 @@ template <typename T>
 SparseMatrix<T> MapBinaryToSparseMatrix(int rows, int cols, std::span<const int32_t> row,
                                         std::span<const int32_t> col, std::span<const T> value) {
   if (row.size() != col.size() || row.size() != value.size()) {
-    VELMOR_THROW(std::runtime_error, "Triplets to construct the sparse matrix are of different sizes.");
+    VELMOR_THROW(std::runtime_error,
+                 "Triplets to construct the sparse matrix are of different sizes.");
   }
   if (rows < 0 || cols < 0) {
-    VELMOR_THROW(std::runtime_error, "Unable to allocate sparse matrix of size (rows,cols)=(%d,%d).", rows, cols);
+    VELMOR_THROW(std::runtime_error,
+                 "Unable to allocate sparse matrix of size (rows,cols)=(%d,%d).", rows, cols);
   }
   if (const std::size_t k = FirstOutside(rows, cols, row, col); k != row.size()) {
     VELMOR_THROW(std::runtime_error,
-                 "Triplet (%d,%d) lies outside the sparse matrix of size (rows,cols)=(%d,%d).", row[k], col[k],
-                 rows, cols);
+                 "Triplet (%d,%d) lies outside the sparse matrix of size (rows,cols)=(%d,%d).",
+                 row[k], col[k], rows, cols);
   }
   SparseMatrix<T> matrix;
   try {
@@ -94,21 +102,24 @@ SparseMatrix<T> MapBinaryToSparseMatrix(int rows, int cols, std::span<const int3
     matrix.resize(rows, cols);
     matrix.setFromTriplets(triplets.begin(), triplets.end());
   } catch (const std::bad_alloc&) {
-    VELMOR_THROW(std::runtime_error, "Unable to allocate sparse matrix of size (rows,cols)=(%d,%d).", rows, cols);
+    VELMOR_THROW(std::runtime_error,
+                 "Unable to allocate sparse matrix of size (rows,cols)=(%d,%d).", rows, cols);
   }
   return matrix;
 }
 
 template <typename T>
-SparseMatrix<T> MapBinaryToSparseMatrixTriplet(int rows, int cols, const std::vector<SparseTriplet<T>>& triplets) {
+SparseMatrix<T> MapBinaryToSparseMatrixTriplet(int rows, int cols,
+                                               const std::vector<SparseTriplet<T>>& triplets) {
   if (rows < 0 || cols < 0) {
-    VELMOR_THROW(std::runtime_error, "Unable to allocate sparse matrix of size (rows,cols)=(%d,%d).", rows, cols);
+    VELMOR_THROW(std::runtime_error,
+                 "Unable to allocate sparse matrix of size (rows,cols)=(%d,%d).", rows, cols);
   }
   for (const SparseTriplet<T>& t : triplets) {
     if (t.row() < 0 || t.row() >= rows || t.col() < 0 || t.col() >= cols) {
       VELMOR_THROW(std::runtime_error,
-                   "Triplet (%d,%d) lies outside the sparse matrix of size (rows,cols)=(%d,%d).", t.row(),
-                   t.col(), rows, cols);
+                   "Triplet (%d,%d) lies outside the sparse matrix of size (rows,cols)=(%d,%d).",
+                   t.row(), t.col(), rows, cols);
     }
   }
   SparseMatrix<T> matrix;
@@ -116,24 +127,30 @@ SparseMatrix<T> MapBinaryToSparseMatrixTriplet(int rows, int cols, const std::ve
     matrix.resize(rows, cols);
     matrix.setFromTriplets(triplets.begin(), triplets.end());
   } catch (const std::bad_alloc&) {
-    VELMOR_THROW(std::runtime_error, "Unable to allocate sparse matrix of size (rows,cols)=(%d,%d).", rows, cols);
+    VELMOR_THROW(std::runtime_error,
+                 "Unable to allocate sparse matrix of size (rows,cols)=(%d,%d).", rows, cols);
   }
   return matrix;
 }
 
 template <typename T>
-SparseMatrix<T> MapBinaryToSparseMatrixMemoryEfficient(int rows, int cols, std::span<const int32_t> row,
-                                                       std::span<const int32_t> col, std::span<const T> value) {
+SparseMatrix<T> MapBinaryToSparseMatrixMemoryEfficient(int rows, int cols,
+                                                       std::span<const int32_t> row,
+                                                       std::span<const int32_t> col,
+                                                       std::span<const T> value) {
   if (row.size() != col.size() || row.size() != value.size()) {
-    VELMOR_THROW(std::runtime_error, "Triplets to construct the sparse matrix are of different sizes.");
+    VELMOR_THROW(std::runtime_error,
+                 "Triplets to construct the sparse matrix are of different sizes.");
   }
-  if (rows < 0 || cols < 0 || row.size() > static_cast<std::size_t>(std::numeric_limits<int32_t>::max())) {
-    VELMOR_THROW(std::runtime_error, "Unable to allocate sparse matrix of size (rows,cols)=(%d,%d).", rows, cols);
+  if (rows < 0 || cols < 0 ||
+      row.size() > static_cast<std::size_t>(std::numeric_limits<int32_t>::max())) {
+    VELMOR_THROW(std::runtime_error,
+                 "Unable to allocate sparse matrix of size (rows,cols)=(%d,%d).", rows, cols);
   }
   if (const std::size_t k = FirstOutside(rows, cols, row, col); k != row.size()) {
     VELMOR_THROW(std::runtime_error,
-                 "Triplet (%d,%d) lies outside the sparse matrix of size (rows,cols)=(%d,%d).", row[k], col[k],
-                 rows, cols);
+                 "Triplet (%d,%d) lies outside the sparse matrix of size (rows,cols)=(%d,%d).",
+                 row[k], col[k], rows, cols);
   }
   SparseMatrix<T> matrix;
   try {
@@ -179,20 +196,21 @@ SparseMatrix<T> MapBinaryToSparseMatrixMemoryEfficient(int rows, int cols, std::
     outer[cols] = write;
     matrix.resizeNonZeros(write);
   } catch (const std::bad_alloc&) {
-    VELMOR_THROW(std::runtime_error, "Unable to allocate sparse matrix of size (rows,cols)=(%d,%d).", rows, cols);
+    VELMOR_THROW(std::runtime_error,
+                 "Unable to allocate sparse matrix of size (rows,cols)=(%d,%d).", rows, cols);
   }
   return matrix;
 }
 
-#define VELMOR_INSTANTIATE_SPARSE_IO(T)                                                                   \
-  template SparseMatrix<T> ReadSparseMatrixFromFile<T>(const char*);                                      \
-  template SparseMatrix<T> ReadSparseMatrixFromFile<T>(const char*, const char*);                         \
-  template void WriteSparseMatrixToFile<T>(const SparseMatrix<T>&, const std::string&);                   \
-  template SparseMatrix<T> MapBinaryToSparseMatrix<T>(int, int, std::span<const int32_t>,                 \
-                                                      std::span<const int32_t>, std::span<const T>);      \
-  template SparseMatrix<T> MapBinaryToSparseMatrixTriplet<T>(int, int,                                    \
-                                                             const std::vector<SparseTriplet<T>>&);       \
-  template SparseMatrix<T> MapBinaryToSparseMatrixMemoryEfficient<T>(                                     \
+#define VELMOR_INSTANTIATE_SPARSE_IO(T)                                                  \
+  template SparseMatrix<T> ReadSparseMatrixFromFile<T>(const char*);                     \
+  template SparseMatrix<T> ReadSparseMatrixFromFile<T>(const char*, const char*);        \
+  template void WriteSparseMatrixToFile<T>(const SparseMatrix<T>&, const std::string&);  \
+  template SparseMatrix<T> MapBinaryToSparseMatrix<T>(                                   \
+      int, int, std::span<const int32_t>, std::span<const int32_t>, std::span<const T>); \
+  template SparseMatrix<T> MapBinaryToSparseMatrixTriplet<T>(                            \
+      int, int, const std::vector<SparseTriplet<T>>&);                                   \
+  template SparseMatrix<T> MapBinaryToSparseMatrixMemoryEfficient<T>(                    \
       int, int, std::span<const int32_t>, std::span<const int32_t>, std::span<const T>);
 
 VELMOR_INSTANTIATE_SPARSE_IO(int32_t)

@@ -55,7 +55,8 @@ SparseMatrix<T> MapBinaryToSparseMatrixTriplet(int rows, int cols,
 // The same matrix as MapBinaryToSparseMatrix, assembled in place without an
 // intermediate triplet list (memory: the matrix plus one index per column).
 template <typename T>
-SparseMatrix<T> MapBinaryToSparseMatrixMemoryEfficient(int rows, int cols, std::span<const int32_t> row,
+SparseMatrix<T> MapBinaryToSparseMatrixMemoryEfficient(int rows, int cols,
+                                                       std::span<const int32_t> row,
                                                        std::span<const int32_t> col,
                                                        std::span<const T> value);
 

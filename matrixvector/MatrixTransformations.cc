@@ -22,12 +22,24 @@ using matrixio::DenseMatrix;
 using matrixio::SparseMatrix;
 
 enum Keyword {
-  kRbf, kCosine, kDot, kEuclideanSim, kAbs, kScale, kShift, kClip, kSymmetrize, kTranspose,
-  kKnn, kPrint, kSave, kNumberOfKeywords
+  kRbf,
+  kCosine,
+  kDot,
+  kEuclideanSim,
+  kAbs,
+  kScale,
+  kShift,
+  kClip,
+  kSymmetrize,
+  kTranspose,
+  kKnn,
+  kPrint,
+  kSave,
+  kNumberOfKeywords
 };
 constexpr const char* kKeywords[kNumberOfKeywords] = {
-    "RBF", "COSINE", "DOT", "EUCLIDEANSIM", "ABS", "SCALE", "SHIFT",
-    "CLIP", "SYMMETRIZE", "TRANSPOSE", "KNN", "PRINT", "SAVE"};
+    "RBF",  "COSINE",     "DOT",       "EUCLIDEANSIM", "ABS",   "SCALE", "SHIFT",
+    "CLIP", "SYMMETRIZE", "TRANSPOSE", "KNN",          "PRINT", "SAVE"};
 
 // One parsed call: keyword and its argument texts.
 struct Step {
@@ -90,7 +102,8 @@ std::vector<Step> ParseSteps(const std::string& pipeline) {
       ++position;
     if (position >= length) break;
     if (pipeline[position] != '|') {
-      VELMOR_THROW(std::invalid_argument, "Expected '|' between transformations at offset %d of '%s'.",
+      VELMOR_THROW(std::invalid_argument,
+                   "Expected '|' between transformations at offset %d of '%s'.",
                    static_cast<int>(position), pipeline.c_str());
     }
     ++position;
@@ -176,7 +189,8 @@ void ApplyFeatureStep(const Step& step, TransformableMatrix<T>& matrix) {
       double gamma = 0.0;
       if (step.arguments.size() == 1) {
         gamma = NumberArgument(step, 0);
-        if (gamma <= 0) VELMOR_THROW(std::invalid_argument, "RBF() needs gamma > 0, not %g.", gamma);
+        if (gamma <= 0)
+          VELMOR_THROW(std::invalid_argument, "RBF() needs gamma > 0, not %g.", gamma);
       } else {
         const double median = MedianOfDistinctPairs(distances);
         gamma = median > 0 ? 1.0 / median : 1.0;
@@ -256,14 +270,18 @@ void ApplyEntryStep(const Step& step, TransformableMatrix<T>& matrix) {
   switch (step.keyword) {
     case kAbs:
       CheckArgumentCount(step, 0, 0);
-      if (matrix.is_sparse) matrix.sparse = matrix.sparse.cwiseAbs();
-      else matrix.dense = matrix.dense.cwiseAbs();
+      if (matrix.is_sparse)
+        matrix.sparse = matrix.sparse.cwiseAbs();
+      else
+        matrix.dense = matrix.dense.cwiseAbs();
       break;
     case kScale: {
       CheckArgumentCount(step, 1, 1);
       const T a = static_cast<T>(NumberArgument(step, 0));
-      if (matrix.is_sparse) matrix.sparse *= a;
-      else matrix.dense *= a;
+      if (matrix.is_sparse)
+        matrix.sparse *= a;
+      else
+        matrix.dense *= a;
       break;
     }
     case kShift: {
@@ -321,9 +339,12 @@ void ApplyOutputStep(const Step& step, TransformableMatrix<T>& matrix) {
   if (step.keyword == kPrint) {
     CheckArgumentCount(step, 0, 0);
     std::ostringstream text;
-    if (matrix.is_sparse) text << DenseMatrix<T>(matrix.sparse);
-    else text << matrix.dense;
-    logging::GetLogger("mxfm")->info("Matrix ({}x{}):\n{}", matrix.rows(), matrix.cols(), text.str());
+    if (matrix.is_sparse)
+      text << DenseMatrix<T>(matrix.sparse);
+    else
+      text << matrix.dense;
+    logging::GetLogger("mxfm")->info("Matrix ({}x{}):\n{}", matrix.rows(), matrix.cols(),
+                                     text.str());
     return;
   }
   CheckArgumentCount(step, 1, 1);
@@ -383,8 +404,10 @@ void ApplyMatrixTransformation(const std::string& pipeline, DenseMatrix<T>& matr
   holder.dense.swap(matrix);
 }
 
-template void ApplyMatrixTransformation<float>(const std::string&, TransformableMatrix<float>&, bool);
-template void ApplyMatrixTransformation<double>(const std::string&, TransformableMatrix<double>&, bool);
+template void ApplyMatrixTransformation<float>(const std::string&, TransformableMatrix<float>&,
+                                               bool);
+template void ApplyMatrixTransformation<double>(const std::string&, TransformableMatrix<double>&,
+                                                bool);
 template void ApplyMatrixTransformation<float>(const std::string&, DenseMatrix<float>&);
 template void ApplyMatrixTransformation<double>(const std::string&, DenseMatrix<double>&);
 

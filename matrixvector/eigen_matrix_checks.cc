@@ -1,12 +1,12 @@
 #include "matrixvector/eigen_matrix_checks.h"
 
+#include <fmt/format.h>
+
 #include <atomic>
 #include <cmath>
 #include <limits>
 #include <stdexcept>
 #include <string>
-
-#include <fmt/format.h>
 
 #include "utils/error_messages.h"
 
@@ -23,13 +23,15 @@ bool CheckValueThrowWithInfo(const ValueCheckFlags& flags, T value, T row, T col
   const bool beyond_largest = std::abs(value) > largest;
   std::string text;
   if (flags.non_negative && value >= 0) {
-    text = fmt::format("Matrix contains non-negative value {} at (row,col)=({},{}).", value, row, col);
+    text =
+        fmt::format("Matrix contains non-negative value {} at (row,col)=({},{}).", value, row, col);
   } else if (flags.positive && value > 0) {
     text = fmt::format("Matrix contains positive value {} at (row,col)=({},{}).", value, row, col);
   } else if (flags.negative && value < 0) {
     text = fmt::format("Matrix contains negative value {} at (row,col)=({},{}).", value, row, col);
   } else if (flags.non_positive && value <= 0) {
-    text = fmt::format("Matrix contains non-positive value {} at (row,col)=({},{}).", value, row, col);
+    text =
+        fmt::format("Matrix contains non-positive value {} at (row,col)=({},{}).", value, row, col);
   } else if (flags.nan && std::isnan(value)) {
     text = fmt::format("Matrix contains IEEE FP NaN value at (row,col)=({},{}).", row, col);
   } else if (flags.any_inf && beyond_largest) {
@@ -48,7 +50,9 @@ bool CheckValueThrowWithInfo(const ValueCheckFlags& flags, T value, T row, T col
 template bool CheckValueThrowWithInfo<float>(const ValueCheckFlags&, float, float, float);
 template bool CheckValueThrowWithInfo<double>(const ValueCheckFlags&, double, double, double);
 
-bool MatrixValueChecksEnabled() { return matrix_value_checks_enabled.load(std::memory_order_relaxed); }
+bool MatrixValueChecksEnabled() {
+  return matrix_value_checks_enabled.load(std::memory_order_relaxed);
+}
 
 void SetMatrixValueChecksEnabled(bool enabled) {
   matrix_value_checks_enabled.store(enabled, std::memory_order_relaxed);

@@ -12,9 +12,7 @@ namespace velmor {
 class FixedSingletonSet : public RangeSet {
  public:
   FixedSingletonSet(int ground_set_size, int v) : RangeSet(ground_set_size) { MakeSingleton(v); }
-  std::unique_ptr<Set> clone() const override {
-    return std::make_unique<FixedSingletonSet>(*this);
-  }
+  std::unique_ptr<Set> clone() const override { return std::make_unique<FixedSingletonSet>(*this); }
 };
 
 }  // namespace velmor

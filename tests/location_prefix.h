@@ -22,7 +22,8 @@ inline std::optional<LocationPrefix> SplitLocationPrefix(const std::string& mess
   if (message.rfind("[[@", 0) != 0) return std::nullopt;
   const std::size_t close = message.find("]] ");
   const std::size_t first = message.find(':', 3);
-  if (close == std::string::npos || first == std::string::npos || first > close) return std::nullopt;
+  if (close == std::string::npos || first == std::string::npos || first > close)
+    return std::nullopt;
   const std::size_t second = message.find(':', first + 1);
   if (second == std::string::npos || second > close || second == first + 1) return std::nullopt;
   LocationPrefix parts;

@@ -44,7 +44,8 @@ void SiftDownBottomUp(KeyValuePair* data, std::size_t size, std::size_t slot) {
 
 }  // namespace internal
 
-KeyValueMaxHeapPairPriorityQueue::KeyValueMaxHeapPairPriorityQueue(std::vector<KeyValuePair>&& pairs)
+KeyValueMaxHeapPairPriorityQueue::KeyValueMaxHeapPairPriorityQueue(
+    std::vector<KeyValuePair>&& pairs)
     : heap_(std::move(pairs)) {
   for (std::size_t slot = heap_.size() / 2; slot-- > 0;) SiftDown(slot);
 }

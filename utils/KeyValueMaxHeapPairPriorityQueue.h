@@ -85,7 +85,8 @@ namespace internal {
 
 // The two sift-down implementations over data[0, size), from `slot`.
 // REQUIRES: slot < size, and the subtrees below `slot` are heaps.
-void SiftDownPlain(KeyValueMaxHeapPairPriorityQueue::KeyValuePair* data, std::size_t size, std::size_t slot);
+void SiftDownPlain(KeyValueMaxHeapPairPriorityQueue::KeyValuePair* data, std::size_t size,
+                   std::size_t slot);
 void SiftDownBottomUp(KeyValueMaxHeapPairPriorityQueue::KeyValuePair* data, std::size_t size,
                       std::size_t slot);
 

@@ -66,10 +66,10 @@ struct SourceBaseName {
 }  // namespace velmor::exception
 
 // Base name of the current source file, as a constant C string.
-#define VELMOR_SOURCE_FILE                                                               \
-  ([]() -> const char* {                                                                 \
+#define VELMOR_SOURCE_FILE                                                              \
+  ([]() -> const char* {                                                                \
     static constexpr ::velmor::exception::internal::SourceBaseName kBaseName(__FILE__); \
-    return kBaseName.text;                                                               \
+    return kBaseName.text;                                                              \
   }())
 
 // Source message for the current file, enclosing function and line.
@@ -81,6 +81,7 @@ struct SourceBaseName {
 
 // From inside a catch block: throws `Type` with a source message, carrying the
 // exception being handled as its nested cause.
-#define VELMOR_THROW_NESTED(Type, ...) std::throw_with_nested(Type(VELMOR_SOURCE_MESSAGE(__VA_ARGS__)))
+#define VELMOR_THROW_NESTED(Type, ...) \
+  std::throw_with_nested(Type(VELMOR_SOURCE_MESSAGE(__VA_ARGS__)))
 
 #endif  // VELMOR_UTILS_ERROR_MESSAGES_H_

@@ -1,12 +1,12 @@
 #include "utils/logging.h"
 
-#include <cstdlib>
-#include <stdexcept>
-#include <vector>
-
 #include <spdlog/cfg/helpers.h>
 #include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/basic_file_sink.h>
+
+#include <cstdlib>
+#include <stdexcept>
+#include <vector>
 
 #include "utils/error_messages.h"
 #include "utils/split_stdout_stderr_sink.h"
@@ -30,8 +30,8 @@ const char* ConsolePattern(bool timestamps, bool concise) {
 
 }  // namespace
 
-void SetUpLogging(const char* log_levels, const char* console_level, bool timestamps,
-                  bool concise, const char* log_file_name, const char* log_file_level) {
+void SetUpLogging(const char* log_levels, const char* console_level, bool timestamps, bool concise,
+                  const char* log_file_name, const char* log_file_level) {
   std::vector<spdlog::sink_ptr> sinks;
 
   spdlog::level::level_enum level = spdlog::level::warn;

@@ -7,10 +7,10 @@
 // All share one console sink (error and critical to standard error, the rest
 // to standard output) and an optional log file.
 
+#include <spdlog/spdlog.h>
+
 #include <memory>
 #include <string>
-
-#include <spdlog/spdlog.h>
 
 namespace velmor::logging {
 
@@ -27,8 +27,8 @@ namespace velmor::logging {
 //   log_file_level  level of the file sink (default trace).
 // Throws std::invalid_argument "Unknown console level given." or "Unknown
 // logfile level given." for a level name that is not one.
-void SetUpLogging(const char* log_levels, const char* console_level, bool timestamps,
-                  bool concise, const char* log_file_name, const char* log_file_level);
+void SetUpLogging(const char* log_levels, const char* console_level, bool timestamps, bool concise,
+                  const char* log_file_name, const char* log_file_level);
 
 // The registered logger of that name; throws std::runtime_error
 // "Unable to find <name> logger." when there is none.

@@ -1,13 +1,13 @@
 #include "utils/other_string_utils.h"
 
+#include <fmt/format.h>
+
 #include <cctype>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
-
-#include <fmt/format.h>
 
 #include "utils/error_messages.h"
 

@@ -61,7 +61,8 @@ void HandleUser2(int) { SignalUserCounter.fetch_sub(1, std::memory_order_relaxed
   WriteToStandardError(message);
   if (::killpg(::getpgrp(), signal_number) != 0) {
     char text[256];
-    std::snprintf(text, sizeof(text), "Unable to kill process group id: %s\n", std::strerror(errno));
+    std::snprintf(text, sizeof(text), "Unable to kill process group id: %s\n",
+                  std::strerror(errno));
     WriteToStandardError(text);
   }
   std::exit(-1);

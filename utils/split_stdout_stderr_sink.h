@@ -7,16 +7,15 @@
 // spdlog's console mutex and flushed after every message, so the two streams
 // interleave in the order the messages were logged.
 
-#include <memory>
-
 #include <spdlog/sinks/ansicolor_sink.h>
+
+#include <memory>
 
 namespace velmor::logging {
 
 class split_stdout_stderr_sink : public spdlog::sinks::ansicolor_stdout_sink_mt {
  public:
-  explicit split_stdout_stderr_sink(
-      spdlog::color_mode mode = spdlog::color_mode::automatic);
+  explicit split_stdout_stderr_sink(spdlog::color_mode mode = spdlog::color_mode::automatic);
 
   void log(const spdlog::details::log_msg& msg) override;
   void flush() override;

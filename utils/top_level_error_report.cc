@@ -23,8 +23,7 @@ std::string TopLevelErrorReportText(std::exception_ptr error) {
     stream << kErrorDetected << e.ErrorSource() << ": " << e.what() << '\n';
     PrintNestedExceptions(stream, e, 2, 2, '+');
   } catch (const std::bad_alloc& e) {
-    stream << kErrorDetected << "Memory allocation failure exception caught: " << e.what()
-           << '\n';
+    stream << kErrorDetected << "Memory allocation failure exception caught: " << e.what() << '\n';
     PrintNestedExceptions(stream, e, 2, 2, '+');
   } catch (const std::exception& e) {
     stream << kErrorDetected << "Exception caught: " << e.what() << '\n';

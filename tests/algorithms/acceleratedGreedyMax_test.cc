@@ -37,24 +37,27 @@ struct GreedyRun {
   std::int64_t evaluations = 0;
 };
 
-GreedyRun Standard(const SubmodularFunction& f, const DownClosedSetConstraint& constraint, int limit, const Set& candidates,
-             const Set& inclusion, const Set& conditioning) {
+GreedyRun Standard(const SubmodularFunction& f, const DownClosedSetConstraint& constraint,
+                   int limit, const Set& candidates, const Set& inclusion,
+                   const Set& conditioning) {
   GreedyRun run;
   greedy_max::GreedyAncillaryResults ancillary;
-  GreedyConstrainedMaximization(f, constraint, limit, candidates, inclusion, conditioning, kNeverStopOnGain,
-                                &run.solution, &run.order, &run.gains, &run.value, &ancillary);
+  GreedyConstrainedMaximization(f, constraint, limit, candidates, inclusion, conditioning,
+                                kNeverStopOnGain, &run.solution, &run.order, &run.gains, &run.value,
+                                &ancillary);
   run.evaluations = ancillary.number_of_gain_evaluations;
   return run;
 }
 
-GreedyRun Accelerated(const SubmodularFunction& f, const DownClosedSetConstraint& constraint, int limit,
-                const Set& candidates, const Set& inclusion, const Set& conditioning, double fraction = 0.0,
-                GainPermit permit = kNeverStopOnGain) {
+GreedyRun Accelerated(const SubmodularFunction& f, const DownClosedSetConstraint& constraint,
+                      int limit, const Set& candidates, const Set& inclusion,
+                      const Set& conditioning, double fraction = 0.0,
+                      GainPermit permit = kNeverStopOnGain) {
   GreedyRun run;
   greedy_max::GreedyAncillaryResults ancillary;
-  EXPECT_TRUE(AcceleratedGreedyConstrainedMaximization(f, constraint, limit, candidates, inclusion, conditioning,
-                                                       fraction, permit, &run.solution, &run.order, &run.gains,
-                                                       &run.value, &ancillary));
+  EXPECT_TRUE(AcceleratedGreedyConstrainedMaximization(
+      f, constraint, limit, candidates, inclusion, conditioning, fraction, permit, &run.solution,
+      &run.order, &run.gains, &run.value, &ancillary));
   run.evaluations = ancillary.number_of_gain_evaluations;
   return run;
 }
@@ -62,8 +65,9 @@ GreedyRun Accelerated(const SubmodularFunction& f, const DownClosedSetConstraint
 // Whether, at every step of the standard run, its chosen gain narrowed to
 // float is strictly above every other feasible candidate's: then the float
 // heap cannot meet a tie and the two algorithms must agree.
-bool FloatTieFree(const SubmodularFunction& f, const DownClosedSetConstraint& constraint, const Set& candidates,
-                  const Set& inclusion, const Set& conditioning, const std::vector<int>& order) {
+bool FloatTieFree(const SubmodularFunction& f, const DownClosedSetConstraint& constraint,
+                  const Set& candidates, const Set& inclusion, const Set& conditioning,
+                  const std::vector<int>& order) {
   const int n = f.GroundSetSize();
   UnorderedHashSet current(n), base(n);
   current.insertSet(inclusion);
@@ -101,12 +105,13 @@ TYPED_TEST(AcceleratedGreedyTest, SameOrderAndGainsAsStandardGreedy) {
     for (int& b : blocks_a) b = static_cast<int>(engine() % 4);
     for (int& b : blocks_b) b = static_cast<int>(engine() % 3);
     const CardinalitySetConstraint cardinality(n, 1 + static_cast<int>(engine() % 15));
-    const PartitionMatroidSetConstraint<std::vector<int>> partition(blocks_a, std::vector<int>{3, 1, 0, 4});
+    const PartitionMatroidSetConstraint<std::vector<int>> partition(blocks_a,
+                                                                    std::vector<int>{3, 1, 0, 4});
     std::vector<std::unique_ptr<MatroidSetConstraint>> members;
-    members.push_back(std::make_unique<PartitionMatroidSetConstraint<std::vector<int>>>(blocks_a,
-                                                                                       std::vector<int>{3, 2, 2, 2}));
-    members.push_back(
-        std::make_unique<PartitionMatroidSetConstraint<std::vector<int>>>(blocks_b, std::vector<int>{2, 3, 1}));
+    members.push_back(std::make_unique<PartitionMatroidSetConstraint<std::vector<int>>>(
+        blocks_a, std::vector<int>{3, 2, 2, 2}));
+    members.push_back(std::make_unique<PartitionMatroidSetConstraint<std::vector<int>>>(
+        blocks_b, std::vector<int>{2, 3, 1}));
     const IntersectionOfMatroidsSetConstraint intersection(std::move(members));
 
     UnorderedHashSet candidates(n), conditioning(n);
@@ -117,13 +122,17 @@ TYPED_TEST(AcceleratedGreedyTest, SameOrderAndGainsAsStandardGreedy) {
     }
     const UnorderedHashSet empty(n);
     for (const DownClosedSetConstraint* constraint :
-         std::initializer_list<const DownClosedSetConstraint*>{&cardinality, &partition, &intersection}) {
+         std::initializer_list<const DownClosedSetConstraint*>{&cardinality, &partition,
+                                                               &intersection}) {
       for (int limit : {kNoLimit, 5}) {
         const Set& inclusion = empty;
-        const GreedyRun standard = Standard(*f, *constraint, limit, candidates, inclusion, conditioning);
-        if (!FloatTieFree(*f, *constraint, candidates, inclusion, conditioning, standard.order)) continue;
+        const GreedyRun standard =
+            Standard(*f, *constraint, limit, candidates, inclusion, conditioning);
+        if (!FloatTieFree(*f, *constraint, candidates, inclusion, conditioning, standard.order))
+          continue;
         ++compared;
-        const GreedyRun accelerated = Accelerated(*f, *constraint, limit, candidates, inclusion, conditioning);
+        const GreedyRun accelerated =
+            Accelerated(*f, *constraint, limit, candidates, inclusion, conditioning);
         ASSERT_EQ(accelerated.order, standard.order) << "trial " << trial;
         ASSERT_EQ(accelerated.gains, standard.gains) << "trial " << trial;
         EXPECT_EQ(accelerated.value, standard.value);
@@ -165,22 +174,23 @@ TYPED_TEST(AcceleratedGreedyTest, InclusionConditioningAndAncillary) {
   // The ancillary array filled by one run serves the next, with the same result.
   greedy_max::GreedyAncillaryResults ancillary;
   GreedyRun filled, reused;
-  AcceleratedGreedyConstrainedMaximization(*f, constraint, kNoLimit, all, inclusion, conditioning, 0.0,
-                                           kNeverStopOnGain, &filled.solution, &filled.order, &filled.gains,
-                                           &filled.value, &ancillary);
+  AcceleratedGreedyConstrainedMaximization(*f, constraint, kNoLimit, all, inclusion, conditioning,
+                                           0.0, kNeverStopOnGain, &filled.solution, &filled.order,
+                                           &filled.gains, &filled.value, &ancillary);
   ASSERT_TRUE(ancillary.singleton_gains_precomputed);
   const std::int64_t filling_evaluations = ancillary.number_of_gain_evaluations;
-  AcceleratedGreedyConstrainedMaximization(*f, constraint, kNoLimit, all, inclusion, conditioning, 0.0,
-                                           kNeverStopOnGain, &reused.solution, &reused.order, &reused.gains,
-                                           &reused.value, &ancillary);
+  AcceleratedGreedyConstrainedMaximization(*f, constraint, kNoLimit, all, inclusion, conditioning,
+                                           0.0, kNeverStopOnGain, &reused.solution, &reused.order,
+                                           &reused.gains, &reused.value, &ancillary);
   EXPECT_EQ(reused.order, filled.order);
   EXPECT_EQ(reused.gains, filled.gains);
   EXPECT_EQ(reused.value, filled.value);
   EXPECT_EQ(ancillary.number_of_gain_evaluations, filling_evaluations - (n - 5));
   // The standard greedy reads the same array.
   GreedyRun standard;
-  GreedyConstrainedMaximization(*f, constraint, kNoLimit, all, inclusion, conditioning, kNeverStopOnGain,
-                                &standard.solution, &standard.order, &standard.gains, &standard.value, &ancillary);
+  GreedyConstrainedMaximization(*f, constraint, kNoLimit, all, inclusion, conditioning,
+                                kNeverStopOnGain, &standard.solution, &standard.order,
+                                &standard.gains, &standard.value, &ancillary);
   if (FloatTieFree(*f, constraint, all, inclusion, conditioning, standard.order)) {
     EXPECT_EQ(standard.order, filled.order);
   }
@@ -240,16 +250,20 @@ TEST(AcceleratedGreedy, LazyStepsAndThreshold) {
 
   // The gain permit, applied to the accepted float gain.
   const ModularFunction<double> levels(std::vector<double>{0.0, -1.0, -2.0, 0.0});
-  EXPECT_TRUE(Accelerated(levels, two, kNoLimit, all, empty, empty, 0.0, kStopAtZeroGain).order.empty());
-  EXPECT_EQ(Accelerated(levels, two, kNoLimit, all, empty, empty, 0.0, kStopAtNegativeGain).order.size(), 2u);
+  EXPECT_TRUE(
+      Accelerated(levels, two, kNoLimit, all, empty, empty, 0.0, kStopAtZeroGain).order.empty());
+  EXPECT_EQ(
+      Accelerated(levels, two, kNoLimit, all, empty, empty, 0.0, kStopAtNegativeGain).order.size(),
+      2u);
   const ModularFunction<double> negative(std::vector<double>{-0.5, -1.0, -2.0, -3.0});
   EXPECT_EQ(Accelerated(negative, two, kNoLimit, all, empty, empty, 0.0, kStopAtZeroGain).order,
             (std::vector<int>{0, 1}));
-  EXPECT_TRUE(Accelerated(negative, two, kNoLimit, all, empty, empty, 0.0, kStopAtNegativeGain).order.empty());
+  EXPECT_TRUE(Accelerated(negative, two, kNoLimit, all, empty, empty, 0.0, kStopAtNegativeGain)
+                  .order.empty());
 
   // A constraint that refuses the top: dropped, the next one taken.
   const PartitionMatroidSetConstraint<std::vector<int>> one_of_e0_e3(std::vector<int>{0, 1, 2, 0},
-                                                                    std::vector<int>{1, 1, 1});
+                                                                     std::vector<int>{1, 1, 1});
   const GreedyRun run = Accelerated(f, one_of_e0_e3, kNoLimit, all, empty, empty);
   EXPECT_EQ(run.order.size(), 3u);
   EXPECT_TRUE(one_of_e0_e3.IsFeasible(run.solution));
@@ -261,9 +275,11 @@ TEST(AcceleratedGreedy, Errors) {
   const CardinalitySetConstraint constraint(n, 2);
   const UnorderedHashSet all = FullSet(n), empty(n), other(n + 2);
   std::vector<int> order;
-  const auto greedy = [&](int limit, const Set& candidates, const Set& inclusion, const Set& conditioning) {
-    AcceleratedGreedyConstrainedMaximization(f, constraint, limit, candidates, inclusion, conditioning, 0.0,
-                                             kNeverStopOnGain, nullptr, &order, nullptr, nullptr, nullptr);
+  const auto greedy = [&](int limit, const Set& candidates, const Set& inclusion,
+                          const Set& conditioning) {
+    AcceleratedGreedyConstrainedMaximization(f, constraint, limit, candidates, inclusion,
+                                             conditioning, 0.0, kNeverStopOnGain, nullptr, &order,
+                                             nullptr, nullptr, nullptr);
   };
   const std::string function = "AcceleratedGreedyConstrainedMaximization";
   testing_util::ExpectErrors<std::invalid_argument>(
@@ -272,13 +288,18 @@ TEST(AcceleratedGreedy, Errors) {
         "All arguments must have same ground set size, got sizes 5,5,5,5,7."},
        {[&] { greedy(2, other, empty, empty); }, function,
         "All arguments must have same ground set size, got sizes 5,5,7,5,5."},
-       {[&] { greedy(4, all, MakeSet(n, {0, 1, 2}), empty); }, function,
-        "Inclusion set of size 3 must itself be feasible, but constraint feasibility returns false and extra "
+       {[&] {
+          greedy(4, all, MakeSet(n, {0, 1, 2}), empty);
+        },
+        function,
+        "Inclusion set of size 3 must itself be feasible, but constraint feasibility returns false "
+        "and extra "
         "cardinality limit is 4."},
-       {[&] { (void)SmallestWorthwhileGainForGreedy(f, 2, all, other, 1.0); }, "SmallestWorthwhileGainForGreedy",
-        "Ground set sizes 5 != 7, must be the same."}});
-  EXPECT_FALSE(AcceleratedGreedyConstrainedMaximization(f, constraint, 2, all, empty, empty, 0.0, kNeverStopOnGain,
-                                                        nullptr, nullptr, nullptr, nullptr, nullptr));
+       {[&] { (void)SmallestWorthwhileGainForGreedy(f, 2, all, other, 1.0); },
+        "SmallestWorthwhileGainForGreedy", "Ground set sizes 5 != 7, must be the same."}});
+  EXPECT_FALSE(AcceleratedGreedyConstrainedMaximization(f, constraint, 2, all, empty, empty, 0.0,
+                                                        kNeverStopOnGain, nullptr, nullptr, nullptr,
+                                                        nullptr, nullptr));
 }
 
 }  // namespace

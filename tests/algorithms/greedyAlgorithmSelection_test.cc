@@ -48,17 +48,18 @@ struct Outcome {
   std::vector<std::string> log;
 };
 
-Outcome Select(const Selection& s, const SubmodularFunction& f, const DownClosedSetConstraint& constraint,
-               bool want_order = true, bool want_gains = true) {
+Outcome Select(const Selection& s, const SubmodularFunction& f,
+               const DownClosedSetConstraint& constraint, bool want_order = true,
+               bool want_gains = true) {
   const int n = f.GroundSetSize();
   Outcome out(n);
   const UnorderedHashSet empty(n);
   OptmLogCapture capture;
   out.result = RunOneOfTheGreedyAlgorithms(
-      s.standard, s.stochastic, s.starting_epsilon, 1, s.ending_epsilon, 0, 1.0, 0.0, 0, 1, s.threshold,
-      s.threshold_value, s.threads, s.depth, s.ary, true, 1.0f, 1.0f, s.seed, f, constraint, kNoLimit, FullSet(n),
-      empty, empty, 0.0, s.permit, &out.solution, want_order ? &out.order : nullptr,
-      want_gains ? &out.gains : nullptr, &out.value);
+      s.standard, s.stochastic, s.starting_epsilon, 1, s.ending_epsilon, 0, 1.0, 0.0, 0, 1,
+      s.threshold, s.threshold_value, s.threads, s.depth, s.ary, true, 1.0f, 1.0f, s.seed, f,
+      constraint, kNoLimit, FullSet(n), empty, empty, 0.0, s.permit, &out.solution,
+      want_order ? &out.order : nullptr, want_gains ? &out.gains : nullptr, &out.value);
   out.log = capture.Lines();
   return out;
 }
@@ -82,8 +83,9 @@ TEST(GreedyAlgorithmSelection, PrecedenceAndHandOver) {
   const Outcome accelerated = Select({}, *f, constraint);
   std::vector<int> direct_order;
   std::vector<float> direct_gains;
-  AcceleratedGreedyConstrainedMaximization(*f, constraint, kNoLimit, all, empty, empty, 0.0, kStopAtNegativeGain,
-                                           nullptr, &direct_order, &direct_gains, nullptr, nullptr);
+  AcceleratedGreedyConstrainedMaximization(*f, constraint, kNoLimit, all, empty, empty, 0.0,
+                                           kStopAtNegativeGain, nullptr, &direct_order,
+                                           &direct_gains, nullptr, nullptr);
   EXPECT_TRUE(accelerated.result);
   EXPECT_TRUE(Logged(accelerated, "Finished running accelerated greedy"));
   EXPECT_EQ(accelerated.order, direct_order);
@@ -102,10 +104,10 @@ TEST(GreedyAlgorithmSelection, PrecedenceAndHandOver) {
   const Outcome sampled = Select(stochastic, *f, constraint);
   EXPECT_TRUE(Logged(sampled, "Starting stochastic accelerated greedy"));
   std::vector<int> stochastic_order;
-  StochasticAcceleratedGreedyConstrainedMaximization(stochastic.starting_epsilon, 1, stochastic.ending_epsilon, 0,
-                                                     1.0, 0.0, 0, 1, *f, constraint, kNoLimit, all, empty, empty,
-                                                     kStopAtNegativeGain, stochastic.seed, nullptr,
-                                                     &stochastic_order, nullptr, nullptr, nullptr, 0.0);
+  StochasticAcceleratedGreedyConstrainedMaximization(
+      stochastic.starting_epsilon, 1, stochastic.ending_epsilon, 0, 1.0, 0.0, 0, 1, *f, constraint,
+      kNoLimit, all, empty, empty, kStopAtNegativeGain, stochastic.seed, nullptr, &stochastic_order,
+      nullptr, nullptr, nullptr, 0.0);
   EXPECT_EQ(sampled.order, stochastic_order);  // the values reached it in their places
 
   // Threshold: gains only through the fixed-order pass, which needs the order.
@@ -114,8 +116,9 @@ TEST(GreedyAlgorithmSelection, PrecedenceAndHandOver) {
   const Outcome swept = Select(threshold, *f, constraint);
   EXPECT_TRUE(Logged(swept, "Starting threshold greedy"));
   std::vector<int> threshold_order;
-  ThresholdGreedyConstrainedMaximization(threshold.threshold_value, *f, constraint, kNoLimit, all, empty, empty,
-                                         kStopAtNegativeGain, nullptr, &threshold_order, nullptr, nullptr);
+  ThresholdGreedyConstrainedMaximization(threshold.threshold_value, *f, constraint, kNoLimit, all,
+                                         empty, empty, kStopAtNegativeGain, nullptr,
+                                         &threshold_order, nullptr, nullptr);
   EXPECT_EQ(swept.order, threshold_order);
   ASSERT_EQ(swept.gains.size(), swept.order.size());
   EXPECT_NEAR(std::accumulate(swept.gains.begin(), swept.gains.end(), 0.0), swept.value, 1e-5);
@@ -148,9 +151,9 @@ TEST(GreedyAlgorithmSelection, PrecedenceAndHandOver) {
 
   // Nothing to write: false from the algorithm.
   const UnorderedHashSet none(n);
-  EXPECT_FALSE(RunOneOfTheGreedyAlgorithms(false, false, 0, 0, 0, 0, 1, 0, 0, 0, false, 0.1, 0, 0, 1, false, 1, 1, 0,
-                                           *f, constraint, 10, all, none, none, 0.0, kStopAtNegativeGain, nullptr,
-                                           nullptr, nullptr, nullptr));
+  EXPECT_FALSE(RunOneOfTheGreedyAlgorithms(
+      false, false, 0, 0, 0, 0, 1, 0, 0, 0, false, 0.1, 0, 0, 1, false, 1, 1, 0, *f, constraint, 10,
+      all, none, none, 0.0, kStopAtNegativeGain, nullptr, nullptr, nullptr, nullptr));
 }
 
 TEST(GreedyAlgorithmSelection, CallersPermitIsNeverUsed) {
@@ -171,7 +174,8 @@ TEST(GreedyAlgorithmSelection, CallersPermitIsNeverUsed) {
         const Outcome out = Select(s, f, constraint);
         std::vector<int> sorted = out.order;
         std::sort(sorted.begin(), sorted.end());
-        EXPECT_EQ(sorted, (std::vector<int>{1, 2, 4})) << "permit " << permit << ", algorithm " << algorithm;
+        EXPECT_EQ(sorted, (std::vector<int>{1, 2, 4}))
+            << "permit " << permit << ", algorithm " << algorithm;
         EXPECT_EQ(out.value, 6.0);
       }
     }

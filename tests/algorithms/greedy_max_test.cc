@@ -39,12 +39,14 @@ struct GreedyRun {
 };
 
 template <typename T>
-GreedyRun RunAndCheck(const SubmodularFunction& f, const DownClosedSetConstraint& constraint, int limit,
-                const Set& candidates, const Set& inclusion, const Set& conditioning, GainPermit permit,
-                greedy_max::GreedyAncillaryResults* ancillary = nullptr) {
+GreedyRun RunAndCheck(const SubmodularFunction& f, const DownClosedSetConstraint& constraint,
+                      int limit, const Set& candidates, const Set& inclusion,
+                      const Set& conditioning, GainPermit permit,
+                      greedy_max::GreedyAncillaryResults* ancillary = nullptr) {
   GreedyRun run;
-  EXPECT_TRUE(GreedyConstrainedMaximization(f, constraint, limit, candidates, inclusion, conditioning, permit,
-                                            &run.solution, &run.order, &run.gains, &run.value, ancillary));
+  EXPECT_TRUE(GreedyConstrainedMaximization(f, constraint, limit, candidates, inclusion,
+                                            conditioning, permit, &run.solution, &run.order,
+                                            &run.gains, &run.value, ancillary));
   const int n = f.GroundSetSize();
   const double tolerance = 64 * std::numeric_limits<T>::epsilon();
   UnorderedHashSet prefix(n);
@@ -76,10 +78,12 @@ TYPED_TEST(GreedyMaxTest, AgreesWithWholeSetGreedy) {
   int decided = 0;
   for (int trial = 0; trial < 24; ++trial) {
     const int n = 8 + static_cast<int>(engine() % 40);
-    auto f = testing_util::RandomFacilityLocation<T>(n, 1 + static_cast<int>(engine() % 30), engine);
+    auto f =
+        testing_util::RandomFacilityLocation<T>(n, 1 + static_cast<int>(engine() % 30), engine);
     std::vector<int> mapping(static_cast<std::size_t>(n));
     for (int& b : mapping) b = static_cast<int>(engine() % 3);
-    const PartitionMatroidSetConstraint<std::vector<int>> partition(mapping, std::vector<int>{2, 1, 3});
+    const PartitionMatroidSetConstraint<std::vector<int>> partition(mapping,
+                                                                    std::vector<int>{2, 1, 3});
     const CardinalitySetConstraint cardinality(n, 1 + static_cast<int>(engine() % 6));
     // Conditioning and inclusion of a few elements, candidates most of V.
     UnorderedHashSet candidates(n), inclusion(n), conditioning(n);
@@ -89,14 +93,16 @@ TYPED_TEST(GreedyMaxTest, AgreesWithWholeSetGreedy) {
       if (r != 1) candidates.insert(e);
     }
     for (int e = 0; e < n && inclusion.size() < 1; ++e) {
-      if (!conditioning.contains(e) && mapping[static_cast<std::size_t>(e)] == 0) inclusion.insert(e);
+      if (!conditioning.contains(e) && mapping[static_cast<std::size_t>(e)] == 0)
+        inclusion.insert(e);
     }
     for (const DownClosedSetConstraint* constraint :
          std::initializer_list<const DownClosedSetConstraint*>{&partition, &cardinality}) {
       const int limit = trial % 2 == 0 ? 2147483647 : 4;
-      const GreedyRun run = RunAndCheck<T>(*f, *constraint, limit, candidates, inclusion, conditioning,
-                                     kNeverStopOnGain);
-      const auto naive = testing_util::NaiveGreedy(*f, *constraint, limit, candidates, inclusion, conditioning);
+      const GreedyRun run = RunAndCheck<T>(*f, *constraint, limit, candidates, inclusion,
+                                           conditioning, kNeverStopOnGain);
+      const auto naive =
+          testing_util::NaiveGreedy(*f, *constraint, limit, candidates, inclusion, conditioning);
       // Only a clear winner at every step decides the order.
       if (naive.smallest_margin < 1e-4) continue;
       ++decided;
@@ -121,7 +127,8 @@ TYPED_TEST(GreedyMaxTest, BruteForceGuaranteeAndUpperBound) {
     const CardinalitySetConstraint constraint(n, k);
     const UnorderedHashSet empty(n);
     const UnorderedHashSet all = FullSet(n);
-    const GreedyRun run = RunAndCheck<T>(*f, constraint, 2147483647, all, empty, empty, kNeverStopOnGain);
+    const GreedyRun run =
+        RunAndCheck<T>(*f, constraint, 2147483647, all, empty, empty, kNeverStopOnGain);
     ASSERT_EQ(static_cast<int>(run.order.size()), std::min(k, n));
 
     double optimum = -DBL_MAX;
@@ -140,8 +147,8 @@ TYPED_TEST(GreedyMaxTest, BruteForceGuaranteeAndUpperBound) {
     UnorderedHashSet bound_solution(n);
     std::vector<int> bound_order;
     double bound_greedy_value = 0.0;
-    const double bound = UpperBoundValueGreedyConstrainedMaximization(*f, k, all, empty, empty, &bound_solution,
-                                                                      &bound_order, nullptr, &bound_greedy_value);
+    const double bound = UpperBoundValueGreedyConstrainedMaximization(
+        *f, k, all, empty, empty, &bound_solution, &bound_order, nullptr, &bound_greedy_value);
     EXPECT_GE(bound, optimum - tolerance);
     EXPECT_EQ(bound_order, run.order);
     EXPECT_DOUBLE_EQ(bound_greedy_value, run.value);
@@ -181,8 +188,8 @@ TYPED_TEST(GreedyMaxTest, TiesAndGainPermit) {
     const UnorderedHashSet candidates = FullSet(n);
     const UnorderedHashSet inclusion = MakeSet(n, {3, 17});
     const UnorderedHashSet conditioning = MakeSet(n, {5});
-    const GreedyRun run = RunAndCheck<T>(f, constraint, 2147483647, candidates, inclusion, conditioning,
-                                   kNeverStopOnGain);
+    const GreedyRun run = RunAndCheck<T>(f, constraint, 2147483647, candidates, inclusion,
+                                         conditioning, kNeverStopOnGain);
     UnorderedHashSet remaining(n);
     for (int e : candidates) {
       if (!inclusion.contains(e) && !conditioning.contains(e)) remaining.insert(e);
@@ -202,8 +209,8 @@ TYPED_TEST(GreedyMaxTest, TiesAndGainPermit) {
     const CardinalitySetConstraint constraint(n, 4);
     const UnorderedHashSet all = FullSet(n), empty(n);
     std::vector<int> order;
-    EXPECT_TRUE(GreedyConstrainedMaximization(f, constraint, 4, all, empty, empty, permit, nullptr, &order, nullptr,
-                                              nullptr, nullptr));
+    EXPECT_TRUE(GreedyConstrainedMaximization(f, constraint, 4, all, empty, empty, permit, nullptr,
+                                              &order, nullptr, nullptr, nullptr));
     return order;
   };
   {
@@ -235,10 +242,12 @@ TYPED_TEST(GreedyMaxTest, EdgeCases) {
   {
     testing_util::OptmLogCapture log;
     const CardinalitySetConstraint three(n, 3);
-    const GreedyRun run = RunAndCheck<T>(*f, three, 2147483647, all, empty, empty, kNeverStopOnGain);
+    const GreedyRun run =
+        RunAndCheck<T>(*f, three, 2147483647, all, empty, empty, kNeverStopOnGain);
     EXPECT_EQ(run.order.size(), 3u);
     EXPECT_TRUE(log.Contains("Done since reached ground set size"));
-    EXPECT_TRUE(log.Contains("Starting greedy max. current_function_eval_context.NumberOfElements() = 0"));
+    EXPECT_TRUE(
+        log.Contains("Starting greedy max. current_function_eval_context.NumberOfElements() = 0"));
     EXPECT_TRUE(log.Contains("Top of loop: current_function_eval_context.NumberOfElements() = 3"));
     EXPECT_TRUE(log.Contains("Found element_having_max_gain = " + std::to_string(run.order[0])));
   }
@@ -248,7 +257,8 @@ TYPED_TEST(GreedyMaxTest, EdgeCases) {
     const CardinalitySetConstraint loose(n, n);
     const UnorderedHashSet inclusion = MakeSet(n, {1, 4, 9});
     const UnorderedHashSet conditioning = MakeSet(n, {2});
-    const GreedyRun run = RunAndCheck<T>(*f, loose, 3, all, inclusion, conditioning, kNeverStopOnGain);
+    const GreedyRun run =
+        RunAndCheck<T>(*f, loose, 3, all, inclusion, conditioning, kNeverStopOnGain);
     EXPECT_TRUE(run.order.empty());
     EXPECT_EQ(run.solution.size(), 3);
     UnorderedHashSet both = inclusion;
@@ -260,7 +270,8 @@ TYPED_TEST(GreedyMaxTest, EdgeCases) {
   {
     const CardinalitySetConstraint loose(n, n);
     const UnorderedHashSet conditioning = MakeSet(n, {0, 6, 7});
-    const GreedyRun run = RunAndCheck<T>(*f, loose, 2147483647, all, empty, conditioning, kNeverStopOnGain);
+    const GreedyRun run =
+        RunAndCheck<T>(*f, loose, 2147483647, all, empty, conditioning, kNeverStopOnGain);
     EXPECT_EQ(run.order.size(), static_cast<std::size_t>(n - 3));
     EXPECT_FALSE(run.solution.contains(6));
   }
@@ -271,8 +282,8 @@ TYPED_TEST(GreedyMaxTest, EdgeCases) {
     greedy_max::GreedyAncillaryResults ancillary;
     ancillary.number_of_gain_evaluations = 12345;
     double value = -7.0;
-    EXPECT_FALSE(GreedyConstrainedMaximization(*f, three, 3, all, empty, empty, kNeverStopOnGain, nullptr, nullptr,
-                                               nullptr, &value, &ancillary));
+    EXPECT_FALSE(GreedyConstrainedMaximization(*f, three, 3, all, empty, empty, kNeverStopOnGain,
+                                               nullptr, nullptr, nullptr, &value, &ancillary));
     EXPECT_EQ(value, -7.0);
     EXPECT_EQ(ancillary.number_of_gain_evaluations, 12345);
     EXPECT_FALSE(ancillary.singleton_gains_precomputed);
@@ -295,10 +306,11 @@ TYPED_TEST(GreedyMaxTest, EdgeCases) {
     const GreedyRun run = RunAndCheck<T>(*f, five, 2147483647, all, empty, empty, kNeverStopOnGain);
     greedy_max::SetProgressLoggingPeriod(0);
     int reports = 0;
-    for (const std::string& line : log.Lines()) reports += line.rfind("Found element ", 0) == 0 ? 1 : 0;
+    for (const std::string& line : log.Lines())
+      reports += line.rfind("Found element ", 0) == 0 ? 1 : 0;
     EXPECT_EQ(reports, 3);
-    EXPECT_TRUE(log.Contains("Found element 2 in the order, element = " + std::to_string(run.order[2]) +
-                             ", gain value = "));
+    EXPECT_TRUE(log.Contains("Found element 2 in the order, element = " +
+                             std::to_string(run.order[2]) + ", gain value = "));
   }
 }
 
@@ -309,14 +321,15 @@ TYPED_TEST(GreedyMaxTest, AncillaryResultsAreReused) {
   auto f = testing_util::RandomMixture<T>(n, engine);
   std::vector<int> mapping(static_cast<std::size_t>(n));
   for (int& b : mapping) b = static_cast<int>(engine() % 4);
-  const PartitionMatroidSetConstraint<std::vector<int>> constraint(mapping, std::vector<int>{2, 2, 1, 3});
+  const PartitionMatroidSetConstraint<std::vector<int>> constraint(mapping,
+                                                                   std::vector<int>{2, 2, 1, 3});
   const UnorderedHashSet all = FullSet(n);
   const UnorderedHashSet inclusion = MakeSet(n, {4});
   const UnorderedHashSet conditioning = MakeSet(n, {9, 10});
 
   greedy_max::GreedyAncillaryResults ancillary;
-  const GreedyRun first = RunAndCheck<T>(*f, constraint, 2147483647, all, inclusion, conditioning, kNeverStopOnGain,
-                                   &ancillary);
+  const GreedyRun first = RunAndCheck<T>(*f, constraint, 2147483647, all, inclusion, conditioning,
+                                         kNeverStopOnGain, &ancillary);
   ASSERT_TRUE(ancillary.singleton_gains_precomputed);
   ASSERT_EQ(ancillary.singleton_gains.size(), static_cast<std::size_t>(n));
   const std::int64_t first_evaluations = ancillary.number_of_gain_evaluations;
@@ -343,8 +356,8 @@ TYPED_TEST(GreedyMaxTest, AncillaryResultsAreReused) {
   EXPECT_GT(stored, n / 2);
   EXPECT_EQ(ancillary.singleton_gains[static_cast<std::size_t>(first.order[0])], first.gains[0]);
 
-  const GreedyRun second = RunAndCheck<T>(*f, constraint, 2147483647, all, inclusion, conditioning, kNeverStopOnGain,
-                                    &ancillary);
+  const GreedyRun second = RunAndCheck<T>(*f, constraint, 2147483647, all, inclusion, conditioning,
+                                          kNeverStopOnGain, &ancillary);
   EXPECT_EQ(second.order, first.order);
   EXPECT_EQ(second.gains, first.gains);
   EXPECT_EQ(second.value, first.value);
@@ -352,8 +365,9 @@ TYPED_TEST(GreedyMaxTest, AncillaryResultsAreReused) {
 
   // A filled array of the wrong length is refused.
   ancillary.singleton_gains.pop_back();
-  EXPECT_THROW(RunAndCheck<T>(*f, constraint, 5, all, inclusion, conditioning, kNeverStopOnGain, &ancillary),
-               std::invalid_argument);
+  EXPECT_THROW(
+      RunAndCheck<T>(*f, constraint, 5, all, inclusion, conditioning, kNeverStopOnGain, &ancillary),
+      std::invalid_argument);
 }
 
 TEST(GreedyMax, Errors) {
@@ -364,17 +378,19 @@ TEST(GreedyMax, Errors) {
   const UnorderedHashSet all = FullSet(n), empty(n), other(n + 1);
   const UnorderedHashSet two = MakeSet(n, {0, 1}), three = MakeSet(n, {0, 1, 2});
   std::vector<int> order;
-  const auto greedy = [&](const DownClosedSetConstraint& c, int limit, const Set& candidates, const Set& inclusion,
-                          const Set& conditioning) {
-    GreedyConstrainedMaximization(f, c, limit, candidates, inclusion, conditioning, kNeverStopOnGain, nullptr, &order,
-                                  nullptr, nullptr, nullptr);
+  const auto greedy = [&](const DownClosedSetConstraint& c, int limit, const Set& candidates,
+                          const Set& inclusion, const Set& conditioning) {
+    GreedyConstrainedMaximization(f, c, limit, candidates, inclusion, conditioning,
+                                  kNeverStopOnGain, nullptr, &order, nullptr, nullptr, nullptr);
   };
-  const auto bound = [&](const SubmodularFunction& g, int k, const Set& candidates, const Set& inclusion) {
-    UpperBoundValueGreedyConstrainedMaximization(g, k, candidates, inclusion, empty, nullptr, nullptr, nullptr,
-                                                 nullptr);
+  const auto bound = [&](const SubmodularFunction& g, int k, const Set& candidates,
+                         const Set& inclusion) {
+    UpperBoundValueGreedyConstrainedMaximization(g, k, candidates, inclusion, empty, nullptr,
+                                                 nullptr, nullptr, nullptr);
   };
   const std::string sizes = "Invalid argument, all ground set sizes must match.";
-  const std::string g = "GreedyConstrainedMaximization", b = "UpperBoundValueGreedyConstrainedMaximization";
+  const std::string g = "GreedyConstrainedMaximization",
+                    b = "UpperBoundValueGreedyConstrainedMaximization";
   testing_util::ExpectErrors<std::invalid_argument>(
       "greedy_max",
       {{[&] { greedy(wide, 2, all, empty, empty); }, g, sizes},
@@ -382,10 +398,12 @@ TEST(GreedyMax, Errors) {
        {[&] { greedy(constraint, 2, all, other, empty); }, g, sizes},
        {[&] { greedy(constraint, 2, all, empty, other); }, g, sizes},
        {[&] { greedy(constraint, 5, all, three, empty); }, g,
-        "Inclusion set of size 3 must itself be feasible, but constraint feasibility returns false and extra "
+        "Inclusion set of size 3 must itself be feasible, but constraint feasibility returns false "
+        "and extra "
         "cardinality limit is 5."},
        {[&] { greedy(constraint, 1, all, two, empty); }, g,
-        "Inclusion set of size 2 must itself be feasible, but constraint feasibility returns true and extra "
+        "Inclusion set of size 2 must itself be feasible, but constraint feasibility returns true "
+        "and extra "
         "cardinality limit is 1."},
        // The bound's preconditions.
        {[&] { bound(decreasing, 2, all, empty); }, b,
@@ -395,8 +413,8 @@ TEST(GreedyMax, Errors) {
        {[&] { bound(f, 2, other, empty); }, b, sizes}});
   // On a modular function the bound is tight: the k largest weights.
   const ModularFunction<double> weights(std::vector<double>{1.0, 5.0, 2.0, 4.0, 3.0, 0.5});
-  EXPECT_DOUBLE_EQ(UpperBoundValueGreedyConstrainedMaximization(weights, 3, all, empty, empty, nullptr, nullptr,
-                                                                nullptr, nullptr),
+  EXPECT_DOUBLE_EQ(UpperBoundValueGreedyConstrainedMaximization(weights, 3, all, empty, empty,
+                                                                nullptr, nullptr, nullptr, nullptr),
                    12.0);
 }
 

@@ -6,7 +6,6 @@
 // (ExpectError) come from the constraint tests' helpers.
 
 #include <gtest/gtest.h>
-
 #include <spdlog/sinks/ringbuffer_sink.h>
 #include <spdlog/spdlog.h>
 
@@ -30,7 +29,8 @@ namespace velmor::testing_util {
 // A normalized dense facility location over n elements and `landmarks`
 // landmarks with similarities uniform in [0, 1).
 template <typename T>
-std::unique_ptr<FacilityLocationFunction<T>> RandomFacilityLocation(int n, int landmarks, std::mt19937& engine) {
+std::unique_ptr<FacilityLocationFunction<T>> RandomFacilityLocation(int n, int landmarks,
+                                                                    std::mt19937& engine) {
   typename FacilityLocationFunction<T>::DenseMatrix matrix(n, landmarks);
   std::uniform_real_distribution<double> uniform(0.0, 1.0);
   for (int i = 0; i < n; ++i) {
@@ -52,7 +52,8 @@ std::unique_ptr<MixtureSetFunction> RandomMixture(int n, std::mt19937& engine) {
   std::uniform_real_distribution<double> uniform(0.0, 0.05);
   for (T& w : weights) w = static_cast<T>(uniform(engine));
   components.push_back(std::make_unique<ModularFunction<T>>(weights));
-  return std::make_unique<MixtureSetFunction>(std::move(components), std::vector<double>{1.0, 0.5, 2.0});
+  return std::make_unique<MixtureSetFunction>(std::move(components),
+                                              std::vector<double>{1.0, 0.5, 2.0});
 }
 
 inline UnorderedHashSet FullSet(int n) {
@@ -77,8 +78,10 @@ struct NaiveGreedyResult {
   double smallest_margin = DBL_MAX;
 };
 
-inline NaiveGreedyResult NaiveGreedy(const SetFunction& f, const DownClosedSetConstraint& constraint, int limit,
-                                     const Set& candidates, const Set& inclusion, const Set& conditioning) {
+inline NaiveGreedyResult NaiveGreedy(const SetFunction& f,
+                                     const DownClosedSetConstraint& constraint, int limit,
+                                     const Set& candidates, const Set& inclusion,
+                                     const Set& conditioning) {
   const int n = f.GroundSetSize();
   NaiveGreedyResult result;
   UnorderedHashSet current(n), with_conditioning(n);

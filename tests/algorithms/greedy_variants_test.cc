@@ -41,12 +41,14 @@ struct Outcome {
   std::int64_t evaluations = 0;
 };
 
-Outcome Standard(const SubmodularFunction& f, const DownClosedSetConstraint& constraint, const Set& candidates) {
+Outcome Standard(const SubmodularFunction& f, const DownClosedSetConstraint& constraint,
+                 const Set& candidates) {
   Outcome run(f.GroundSetSize());
   const UnorderedHashSet empty(f.GroundSetSize());
   greedy_max::GreedyAncillaryResults ancillary;
-  GreedyConstrainedMaximization(f, constraint, kNoLimit, candidates, empty, empty, kStopAtNegativeGain,
-                                &run.solution, &run.order, &run.gains, &run.value, &ancillary);
+  GreedyConstrainedMaximization(f, constraint, kNoLimit, candidates, empty, empty,
+                                kStopAtNegativeGain, &run.solution, &run.order, &run.gains,
+                                &run.value, &ancillary);
   run.evaluations = ancillary.number_of_gain_evaluations;
   return run;
 }
@@ -62,26 +64,26 @@ struct StochasticValues {
   int lazy = 1;
 };
 
-Outcome Stochastic(const SubmodularFunction& f, const DownClosedSetConstraint& constraint, int limit,
-               const StochasticValues& v, int seed, const Set* inclusion = nullptr,
-               GainPermit permit = kStopAtNegativeGain) {
+Outcome Stochastic(const SubmodularFunction& f, const DownClosedSetConstraint& constraint,
+                   int limit, const StochasticValues& v, int seed, const Set* inclusion = nullptr,
+                   GainPermit permit = kStopAtNegativeGain) {
   const int n = f.GroundSetSize();
   Outcome run(n);
   const UnorderedHashSet empty(n);
   greedy_max::GreedyAncillaryResults ancillary;
   EXPECT_TRUE(StochasticAcceleratedGreedyConstrainedMaximization(
-      v.starting_epsilon, v.minimum_sample_size, v.ending_epsilon, v.maximum_sample_size, v.epsilon_gamma,
-      v.tolerance, v.expected_summary_size, v.lazy, f, constraint, limit, FullSet(n),
-      inclusion != nullptr ? *inclusion : empty, empty, permit, seed, &run.solution, &run.order, &run.gains,
-      &run.value, &ancillary, 0.0));
+      v.starting_epsilon, v.minimum_sample_size, v.ending_epsilon, v.maximum_sample_size,
+      v.epsilon_gamma, v.tolerance, v.expected_summary_size, v.lazy, f, constraint, limit,
+      FullSet(n), inclusion != nullptr ? *inclusion : empty, empty, permit, seed, &run.solution,
+      &run.order, &run.gains, &run.value, &ancillary, 0.0));
   run.evaluations = ancillary.number_of_gain_evaluations;
   return run;
 }
 
 // The solution is the inclusion plus the order, feasible, and its value is
 // what the function says.
-void ExpectConsistent(const SubmodularFunction& f, const DownClosedSetConstraint& constraint, const Outcome& run,
-                      int inclusion_size = 0) {
+void ExpectConsistent(const SubmodularFunction& f, const DownClosedSetConstraint& constraint,
+                      const Outcome& run, int inclusion_size = 0) {
   EXPECT_TRUE(constraint.IsFeasible(run.solution));
   EXPECT_EQ(run.solution.size(), static_cast<int>(run.order.size()) + inclusion_size);
   for (int e : run.order) EXPECT_TRUE(run.solution.contains(e)) << e;
@@ -125,9 +127,12 @@ TEST(StochasticGreedy, ValueEvaluationsAndReproducibility) {
       evaluation_sum += run.evaluations;
     }
     const double mean_ratio = value_sum / seeds / standard.value;
-    const double evaluation_ratio = static_cast<double>(evaluation_sum) / seeds / standard.evaluations;
-    std::printf("stochastic (lazy %d): value %.4f of standard, evaluations %.4f of standard (%lld per run)\n", lazy,
-                mean_ratio, evaluation_ratio, static_cast<long long>(evaluation_sum / seeds));
+    const double evaluation_ratio =
+        static_cast<double>(evaluation_sum) / seeds / standard.evaluations;
+    std::printf(
+        "stochastic (lazy %d): value %.4f of standard, evaluations %.4f of standard (%lld per "
+        "run)\n",
+        lazy, mean_ratio, evaluation_ratio, static_cast<long long>(evaluation_sum / seeds));
     EXPECT_GE(mean_ratio, 0.95);
     EXPECT_LT(evaluation_ratio, 0.2);
   }
@@ -138,7 +143,8 @@ TEST(StochasticGreedy, ValueEvaluationsAndReproducibility) {
   EXPECT_EQ(a.order, b.order);
   EXPECT_EQ(a.gains, b.gains);
   int differing = 0;
-  for (int seed = 100; seed < 105; ++seed) differing += Stochastic(*f, constraint, kNoLimit, {}, seed).order != a.order;
+  for (int seed = 100; seed < 105; ++seed)
+    differing += Stochastic(*f, constraint, kNoLimit, {}, seed).order != a.order;
   EXPECT_GT(differing, 0);
 }
 
@@ -187,21 +193,24 @@ TEST(StochasticGreedy, ParameterErrors) {
   const UnorderedHashSet all = FullSet(2);
   const UnorderedHashSet empty(2);
   std::vector<int> order;
-  auto run = [&](double start, int min_size, double end, double gamma, double tolerance, int expected) {
-    StochasticAcceleratedGreedyConstrainedMaximization(start, min_size, end, 0, gamma, tolerance, expected, 1, f,
-                                                       constraint, 1, all, empty, empty, kStopAtNegativeGain, 0,
-                                                       nullptr, &order, nullptr, nullptr, nullptr, 0.0);
+  auto run = [&](double start, int min_size, double end, double gamma, double tolerance,
+                 int expected) {
+    StochasticAcceleratedGreedyConstrainedMaximization(
+        start, min_size, end, 0, gamma, tolerance, expected, 1, f, constraint, 1, all, empty, empty,
+        kStopAtNegativeGain, 0, nullptr, &order, nullptr, nullptr, nullptr, 0.0);
   };
   const char* file = "stochasticGreedyMax";
   const char* function = "StochasticAcceleratedGreedyConstrainedMaximization";
   ExpectError<std::invalid_argument>([&] { run(-0.5, 1, 0.1, 1, 0, 0); }, file, function,
                                      "Value of starting_epsilon = -0.5, must be >= 0.");
-  ExpectError<std::invalid_argument>([&] { run(0.3, 1, 0.2, 1, 0, 0); }, file, function,
-                                     "Value of starting_epsilon = 0.3, must be <= ending_epsilon = 0.2.");
+  ExpectError<std::invalid_argument>(
+      [&] { run(0.3, 1, 0.2, 1, 0, 0); }, file, function,
+      "Value of starting_epsilon = 0.3, must be <= ending_epsilon = 0.2.");
   ExpectError<std::invalid_argument>([&] { run(0.1, 1, 0.2, 0, 0, 0); }, file, function,
                                      "Value of epsilon_gamma = 0, must be positive.");
-  ExpectError<std::invalid_argument>([&] { run(0.1, -1, 0.2, 1, 0, 0); }, file, function,
-                                     "Sample sizes minimum_sample_size = -1 and maximum_sample_size = 0 must be >= 0.");
+  ExpectError<std::invalid_argument>(
+      [&] { run(0.1, -1, 0.2, 1, 0, 0); }, file, function,
+      "Sample sizes minimum_sample_size = -1 and maximum_sample_size = 0 must be >= 0.");
   ExpectError<std::invalid_argument>([&] { run(0.1, 1, 0.2, 1, 1.0, 0); }, file, function,
                                      "Value of lazy_acceptance_tolerance = 1, must be in [0, 1).");
   ExpectError<std::invalid_argument>([&] { run(0.1, 1, 0.2, 1, 0, -3); }, file, function,
@@ -220,9 +229,9 @@ TEST(ThresholdGreedy, GuaranteeAgainstBruteForceAndStandard) {
     const CardinalitySetConstraint constraint(n, k);
     const UnorderedHashSet empty(n);
     Outcome run(n);
-    ASSERT_TRUE(ThresholdGreedyConstrainedMaximization(epsilon, *f, constraint, kNoLimit, FullSet(n), empty, empty,
-                                                       kStopAtNegativeGain, &run.solution, &run.order, &run.value,
-                                                       nullptr));
+    ASSERT_TRUE(ThresholdGreedyConstrainedMaximization(
+        epsilon, *f, constraint, kNoLimit, FullSet(n), empty, empty, kStopAtNegativeGain,
+        &run.solution, &run.order, &run.value, nullptr));
     ExpectConsistent(*f, constraint, run);
     double optimum = -DBL_MAX;
     for (unsigned mask = 0; mask < (1u << n); ++mask) {
@@ -245,18 +254,21 @@ TEST(ThresholdGreedy, GuaranteeAgainstBruteForceAndStandard) {
   const UnorderedHashSet empty(n);
   greedy_max::GreedyAncillaryResults ancillary;
   ThresholdGreedyConstrainedMaximization(epsilon, *f, blocks, kNoLimit, FullSet(n), empty, empty,
-                                         kStopAtNegativeGain, &run.solution, &run.order, &run.value, &ancillary);
+                                         kStopAtNegativeGain, &run.solution, &run.order, &run.value,
+                                         &ancillary);
   ExpectConsistent(*f, blocks, run);
   EXPECT_EQ(run.order.size(), standard.order.size());
-  std::printf("threshold: value %.4f of standard, evaluations %.4f of standard\n", run.value / standard.value,
+  std::printf("threshold: value %.4f of standard, evaluations %.4f of standard\n",
+              run.value / standard.value,
               static_cast<double>(ancillary.number_of_gain_evaluations) / standard.evaluations);
   EXPECT_GE(run.value, 0.95 * standard.value);
   EXPECT_LT(ancillary.number_of_gain_evaluations, standard.evaluations / 2);
 
   // The fixed-order pass over its order: the same set, gains that add up to the value.
   Outcome replay(n);
-  ASSERT_TRUE(FixedOrderGreedyConstrained(*f, blocks, kNoLimit, run.order, empty, empty, 0.0, kStopAtNegativeGain,
-                                          &replay.solution, &replay.order, &replay.gains, &replay.value));
+  ASSERT_TRUE(FixedOrderGreedyConstrained(*f, blocks, kNoLimit, run.order, empty, empty, 0.0,
+                                          kStopAtNegativeGain, &replay.solution, &replay.order,
+                                          &replay.gains, &replay.value));
   EXPECT_EQ(replay.order, run.order);
   EXPECT_EQ(replay.value, run.value);
   EXPECT_NEAR(std::accumulate(replay.gains.begin(), replay.gains.end(), 0.0), run.value, 1e-5);
@@ -264,9 +276,11 @@ TEST(ThresholdGreedy, GuaranteeAgainstBruteForceAndStandard) {
   ExpectError<std::invalid_argument>(
       [&] {
         ThresholdGreedyConstrainedMaximization(1.0, *f, blocks, kNoLimit, FullSet(n), empty, empty,
-                                               kStopAtNegativeGain, nullptr, &run.order, nullptr, nullptr);
+                                               kStopAtNegativeGain, nullptr, &run.order, nullptr,
+                                               nullptr);
       },
-      "thresholdGreedyMax", "ThresholdGreedyConstrainedMaximization", "Value of epsilon = 1, must be in (0, 1).");
+      "thresholdGreedyMax", "ThresholdGreedyConstrainedMaximization",
+      "Value of epsilon = 1, must be in (0, 1).");
 }
 
 TEST(FixedOrderGreedy, GainsSkipsAndStops) {
@@ -279,8 +293,9 @@ TEST(FixedOrderGreedy, GainsSkipsAndStops) {
   // 14 repeats 4's block, 7 is conditioning, 3 comes twice: all skipped.
   const std::vector<int> walk = {3, 14, 7, 3, 25, 4, 0, 11, 19, 2, 28, 5};
   Outcome run(n);
-  ASSERT_TRUE(FixedOrderGreedyConstrained(*f, blocks, 5, walk, inclusion, conditioning, 0.0, kNeverStopOnGain,
-                                          &run.solution, &run.order, &run.gains, &run.value));
+  ASSERT_TRUE(FixedOrderGreedyConstrained(*f, blocks, 5, walk, inclusion, conditioning, 0.0,
+                                          kNeverStopOnGain, &run.solution, &run.order, &run.gains,
+                                          &run.value));
   EXPECT_EQ(run.order, (std::vector<int>{3, 25, 0, 11}));  // then |solution| = 5
   UnorderedHashSet so_far = inclusion;
   so_far.insertSet(conditioning);
@@ -296,27 +311,30 @@ TEST(FixedOrderGreedy, GainsSkipsAndStops) {
   const CardinalitySetConstraint three(3, 3);
   const UnorderedHashSet empty(3);
   std::vector<int> order;
-  FixedOrderGreedyConstrained(modular, three, kNoLimit, {0, 1, 2}, empty, empty, 0.0, kStopAtNegativeGain, nullptr,
-                              &order, nullptr, nullptr);
+  FixedOrderGreedyConstrained(modular, three, kNoLimit, {0, 1, 2}, empty, empty, 0.0,
+                              kStopAtNegativeGain, nullptr, &order, nullptr, nullptr);
   EXPECT_EQ(order, std::vector<int>{0});
   ExpectError<std::invalid_argument>(
       [&] {
-        FixedOrderGreedyConstrained(modular, three, kNoLimit, {0, 3}, empty, empty, 0.0, kStopAtNegativeGain,
-                                    nullptr, &order, nullptr, nullptr);
+        FixedOrderGreedyConstrained(modular, three, kNoLimit, {0, 3}, empty, empty, 0.0,
+                                    kStopAtNegativeGain, nullptr, &order, nullptr, nullptr);
       },
       "fixedOrderGreedy", "FixedOrderGreedyConstrained", "Invalid element = 3 in the fixed order.");
-  EXPECT_FALSE(FixedOrderGreedyConstrained(modular, three, kNoLimit, {0}, empty, empty, 0.0, kStopAtNegativeGain,
-                                           nullptr, nullptr, nullptr, nullptr));
+  EXPECT_FALSE(FixedOrderGreedyConstrained(modular, three, kNoLimit, {0}, empty, empty, 0.0,
+                                           kStopAtNegativeGain, nullptr, nullptr, nullptr,
+                                           nullptr));
 }
 
 GreedyAlgorithm AcceleratedAlgorithm() {
-  return [](const SubmodularFunction& f, const DownClosedSetConstraint& c, int limit, const Set& candidates,
-            const Set& inclusion, const Set& conditioning, double fraction, GainPermit permit,
-            UnorderedHashSet* solution, std::vector<int>* order, std::vector<float>* gains, double* value,
-            greedy_max::GreedyAncillaryResults* ancillary) {
-    return AcceleratedGreedyConstrainedMaximization(f, c, limit, candidates, inclusion, conditioning, fraction,
-                                                    permit, solution, order, gains, value, ancillary);
-  };
+  return
+      [](const SubmodularFunction& f, const DownClosedSetConstraint& c, int limit,
+         const Set& candidates, const Set& inclusion, const Set& conditioning, double fraction,
+         GainPermit permit, UnorderedHashSet* solution, std::vector<int>* order,
+         std::vector<float>* gains, double* value, greedy_max::GreedyAncillaryResults* ancillary) {
+        return AcceleratedGreedyConstrainedMaximization(f, c, limit, candidates, inclusion,
+                                                        conditioning, fraction, permit, solution,
+                                                        order, gains, value, ancillary);
+      };
 }
 
 TEST(MultiThreadedGreedy, FlatAndHierarchicalAgainstStandard) {
@@ -332,9 +350,9 @@ TEST(MultiThreadedGreedy, FlatAndHierarchicalAgainstStandard) {
 
   // One thread, whole solution: the wrapped algorithm itself.
   Outcome single(n);
-  MultiThreadedGreedyConstrainedMaximization(*f, constraint, kNoLimit, all, empty, empty, 0.0, 1.0f, 1.0f,
-                                             kStopAtNegativeGain, 1, false, 0, accelerated, &single.solution,
-                                             &single.order, &single.gains, &single.value);
+  MultiThreadedGreedyConstrainedMaximization(
+      *f, constraint, kNoLimit, all, empty, empty, 0.0, 1.0f, 1.0f, kStopAtNegativeGain, 1, false,
+      0, accelerated, &single.solution, &single.order, &single.gains, &single.value);
   EXPECT_EQ(single.order, standard.order);
 
   struct Case {
@@ -348,12 +366,14 @@ TEST(MultiThreadedGreedy, FlatAndHierarchicalAgainstStandard) {
     Outcome run(n);
     if (c.depth > 0 || c.ary > 1) {
       HierarchicalMultiThreadedGreedyConstrainedMaximization(
-          *f, constraint, kNoLimit, all, empty, empty, 0.0, c.fraction, c.preservation, kStopAtNegativeGain,
-          c.threads, c.depth, c.ary, c.random, 5, accelerated, &run.solution, &run.order, &run.gains, &run.value);
+          *f, constraint, kNoLimit, all, empty, empty, 0.0, c.fraction, c.preservation,
+          kStopAtNegativeGain, c.threads, c.depth, c.ary, c.random, 5, accelerated, &run.solution,
+          &run.order, &run.gains, &run.value);
     } else {
-      MultiThreadedGreedyConstrainedMaximization(*f, constraint, kNoLimit, all, empty, empty, 0.0, c.fraction,
-                                                 c.preservation, kStopAtNegativeGain, c.threads, c.random, 5,
-                                                 accelerated, &run.solution, &run.order, &run.gains, &run.value);
+      MultiThreadedGreedyConstrainedMaximization(*f, constraint, kNoLimit, all, empty, empty, 0.0,
+                                                 c.fraction, c.preservation, kStopAtNegativeGain,
+                                                 c.threads, c.random, 5, accelerated, &run.solution,
+                                                 &run.order, &run.gains, &run.value);
     }
     ExpectConsistent(*f, constraint, run);
     // Merges that see whole solutions fill the summary; with less preserved
@@ -370,10 +390,9 @@ TEST(MultiThreadedGreedy, FlatAndHierarchicalAgainstStandard) {
   const UnorderedHashSet inclusion = MakeSet(n, {0});
   const UnorderedHashSet conditioning = MakeSet(n, {1});
   Outcome run(n);
-  HierarchicalMultiThreadedGreedyConstrainedMaximization(*f, blocks, kNoLimit, all, inclusion, conditioning, 0.0,
-                                                         1.0f, 1.0f, kStopAtNegativeGain, 4, 0, 2, true, 9,
-                                                         accelerated, &run.solution, &run.order, &run.gains,
-                                                         &run.value);
+  HierarchicalMultiThreadedGreedyConstrainedMaximization(
+      *f, blocks, kNoLimit, all, inclusion, conditioning, 0.0, 1.0f, 1.0f, kStopAtNegativeGain, 4,
+      0, 2, true, 9, accelerated, &run.solution, &run.order, &run.gains, &run.value);
   EXPECT_TRUE(blocks.IsFeasible(run.solution));
   EXPECT_TRUE(run.solution.contains(0));
   EXPECT_FALSE(run.solution.contains(1));
@@ -388,42 +407,46 @@ TEST(MultiThreadedGreedy, ErrorsAndFailingRuns) {
   std::vector<int> order;
   const GreedyAlgorithm accelerated = AcceleratedAlgorithm();
   auto hierarchical = [&](int threads, int depth, int ary) {
-    HierarchicalMultiThreadedGreedyConstrainedMaximization(f, constraint, kNoLimit, all, empty, empty, 0.0, 1.0f,
-                                                           1.0f, kStopAtNegativeGain, threads, depth, ary, false, 0,
-                                                           accelerated, nullptr, &order, nullptr, nullptr);
+    HierarchicalMultiThreadedGreedyConstrainedMaximization(
+        f, constraint, kNoLimit, all, empty, empty, 0.0, 1.0f, 1.0f, kStopAtNegativeGain, threads,
+        depth, ary, false, 0, accelerated, nullptr, &order, nullptr, nullptr);
   };
   const char* file = "multiThreadedGreedyMax";
   const char* function = "HierarchicalMultiThreadedGreedyConstrainedMaximization";
+  ExpectError<std::invalid_argument>([&] { hierarchical(6, 0, 2); }, file, function,
+                                     "Hierarchical multi-threaded greedy. Number of threads = 6 "
+                                     "must be an integer power of ary = 2. depth = 0.");
+  ExpectError<std::invalid_argument>([&] { hierarchical(4, 1, 1); }, file, function,
+                                     "Hierarchical multi-threaded greedy. Number of threads = 4 "
+                                     "must be an integer power of ary = 1. depth = 1.");
   ExpectError<std::invalid_argument>(
-      [&] { hierarchical(6, 0, 2); }, file, function,
-      "Hierarchical multi-threaded greedy. Number of threads = 6 must be an integer power of ary = 2. depth = 0.");
-  ExpectError<std::invalid_argument>(
-      [&] { hierarchical(4, 1, 1); }, file, function,
-      "Hierarchical multi-threaded greedy. Number of threads = 4 must be an integer power of ary = 1. depth = 1.");
-  ExpectError<std::invalid_argument>([&] { hierarchical(4, -1, 2); }, file, function,
-                                     "Hierarchical multi-threaded greedy. depth = -1 must be >= 0.");
+      [&] { hierarchical(4, -1, 2); }, file, function,
+      "Hierarchical multi-threaded greedy. depth = -1 must be >= 0.");
   hierarchical(1, 0, 1);  // ary^0
   EXPECT_EQ(order, (std::vector<int>{3, 2}));
   hierarchical(4, 5, 2);  // a depth beyond the tree is the whole tree
   EXPECT_EQ(order, (std::vector<int>{3, 2}));
 
-  auto flat = [&](int threads, float fraction, float preservation, const GreedyAlgorithm& algorithm) {
-    MultiThreadedGreedyConstrainedMaximization(f, constraint, kNoLimit, all, empty, empty, 0.0, fraction,
-                                               preservation, kStopAtNegativeGain, threads, false, 0, algorithm,
-                                               nullptr, &order, nullptr, nullptr);
+  auto flat = [&](int threads, float fraction, float preservation,
+                  const GreedyAlgorithm& algorithm) {
+    MultiThreadedGreedyConstrainedMaximization(
+        f, constraint, kNoLimit, all, empty, empty, 0.0, fraction, preservation,
+        kStopAtNegativeGain, threads, false, 0, algorithm, nullptr, &order, nullptr, nullptr);
   };
   const char* flat_function = "MultiThreadedGreedyConstrainedMaximization";
   ExpectError<std::invalid_argument>([&] { flat(0, 1.0f, 1.0f, accelerated); }, file, flat_function,
                                      "Number of threads = 0 must be positive.");
-  ExpectError<std::invalid_argument>([&] { flat(2, 0.0f, 1.0f, accelerated); }, file, flat_function,
-                                     "Value of fraction_of_threads_solution_to_compute = 0, must be in (0, 1].");
-  ExpectError<std::invalid_argument>([&] { flat(2, 1.0f, 1.5f, accelerated); }, file, flat_function,
-                                     "Value of gain_preservation_fraction = 1.5, must be in (0, 1].");
+  ExpectError<std::invalid_argument>(
+      [&] { flat(2, 0.0f, 1.0f, accelerated); }, file, flat_function,
+      "Value of fraction_of_threads_solution_to_compute = 0, must be in (0, 1].");
+  ExpectError<std::invalid_argument>(
+      [&] { flat(2, 1.0f, 1.5f, accelerated); }, file, flat_function,
+      "Value of gain_preservation_fraction = 1.5, must be in (0, 1].");
   // A run that throws on one thread reaches the caller.
-  const GreedyAlgorithm failing = [](const SubmodularFunction&, const DownClosedSetConstraint&, int,
-                                     const Set& candidates, const Set&, const Set&, double, GainPermit,
-                                     UnorderedHashSet*, std::vector<int>*, std::vector<float>*, double*,
-                                     greedy_max::GreedyAncillaryResults*) -> bool {
+  const GreedyAlgorithm failing =
+      [](const SubmodularFunction&, const DownClosedSetConstraint&, int, const Set& candidates,
+         const Set&, const Set&, double, GainPermit, UnorderedHashSet*, std::vector<int>*,
+         std::vector<float>*, double*, greedy_max::GreedyAncillaryResults*) -> bool {
     if (candidates.contains(3)) throw std::runtime_error("block with 3");
     return true;
   };

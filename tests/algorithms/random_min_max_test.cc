@@ -32,11 +32,13 @@ struct Draws {
   double min_value = 0.0, max_value = 0.0, average = 0.0;
 };
 
-Draws Draw(int attempts, std::uint64_t seed, const SetFunction& f, const DownClosedSetConstraint& constraint,
-           const Set& candidates, const Set& warm_start, const Set& conditioning) {
+Draws Draw(int attempts, std::uint64_t seed, const SetFunction& f,
+           const DownClosedSetConstraint& constraint, const Set& candidates, const Set& warm_start,
+           const Set& conditioning) {
   Draws d;
-  EXPECT_TRUE(RandomMaximizationMinimization(attempts, seed, f, constraint, candidates, warm_start, conditioning,
-                                             &d.min_set, &d.max_set, &d.min_value, &d.max_value, &d.average));
+  EXPECT_TRUE(RandomMaximizationMinimization(attempts, seed, f, constraint, candidates, warm_start,
+                                             conditioning, &d.min_set, &d.max_set, &d.min_value,
+                                             &d.max_value, &d.average));
   return d;
 }
 
@@ -141,21 +143,25 @@ TEST(RandomMinMax, EarlyReturnsAndErrors) {
   const CardinalitySetConstraint constraint(n, 2), zero(n, 0);
   const UnorderedHashSet all = FullSet(n), empty(n), other(n + 1);
   double value = -1.0;
-  EXPECT_FALSE(RandomMaximizationMinimization(3, 1, f, constraint, all, empty, empty, nullptr, nullptr, nullptr,
-                                              nullptr, nullptr));
-  EXPECT_FALSE(RandomMaximizationMinimization(3, 1, f, zero, all, empty, empty, nullptr, nullptr, &value, nullptr,
-                                              nullptr));
+  EXPECT_FALSE(RandomMaximizationMinimization(3, 1, f, constraint, all, empty, empty, nullptr,
+                                              nullptr, nullptr, nullptr, nullptr));
+  EXPECT_FALSE(RandomMaximizationMinimization(3, 1, f, zero, all, empty, empty, nullptr, nullptr,
+                                              &value, nullptr, nullptr));
   EXPECT_EQ(value, -1.0);
 
   const auto draw = [&](int attempts, const Set& warm_start, const Set& conditioning) {
-    RandomMaximizationMinimization(attempts, 1, f, constraint, all, warm_start, conditioning, nullptr, nullptr, &value,
-                                   nullptr, nullptr);
+    RandomMaximizationMinimization(attempts, 1, f, constraint, all, warm_start, conditioning,
+                                   nullptr, nullptr, &value, nullptr, nullptr);
   };
   const std::string function = "RandomMaximizationMinimization";
   testing_util::ExpectErrors<std::invalid_argument>(
       "random_min_max",
-      {{[&] { draw(3, other, empty); }, function, "Invalid argument, ground set sizes 4,4,4,5,4 must all match."},
-       {[&] { draw(3, MakeSet(n, {0, 1, 2}), empty); }, function, "Warm start set must itself be feasible."},
+      {{[&] { draw(3, other, empty); }, function,
+        "Invalid argument, ground set sizes 4,4,4,5,4 must all match."},
+       {[&] {
+          draw(3, MakeSet(n, {0, 1, 2}), empty);
+        },
+        function, "Warm start set must itself be feasible."},
        {[&] { draw(0, empty, empty); }, function, "Number of attempts = 0 must be > 0."}});
 }
 

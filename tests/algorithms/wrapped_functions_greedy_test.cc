@@ -36,9 +36,12 @@ TEST(WrappedFunctionsInGreedy, StandardAndAcceleratedAgree) {
     for (int v : {2, 3, 11, 19}) attraction.insert(v);
     for (int v : {5, 25}) neglect.insert(v);
     std::vector<std::unique_ptr<SubmodularFunction>> wrapped;
-    wrapped.push_back(std::make_unique<ContractionWrapperSetFunction<SubmodularFunction>>(fl, contraction));
-    wrapped.push_back(std::make_unique<CombinatorialConditionalMutualInformationWrapperSetFunction<SubmodularFunction>>(
-        fl, attraction, neglect));
+    wrapped.push_back(
+        std::make_unique<ContractionWrapperSetFunction<SubmodularFunction>>(fl, contraction));
+    wrapped.push_back(
+        std::make_unique<
+            CombinatorialConditionalMutualInformationWrapperSetFunction<SubmodularFunction>>(
+            fl, attraction, neglect));
 
     const CardinalitySetConstraint constraint(n, 6);
     const FixedGroundSet candidates(n);
@@ -49,10 +52,11 @@ TEST(WrappedFunctionsInGreedy, StandardAndAcceleratedAgree) {
       std::vector<float> standard_gains, lazy_gains;
       double standard_value = 0, lazy_value = 0;
       GreedyConstrainedMaximization(*f, constraint, n, candidates, empty, empty, kNeverStopOnGain,
-                                    &standard_set, &standard_order, &standard_gains, &standard_value, nullptr);
+                                    &standard_set, &standard_order, &standard_gains,
+                                    &standard_value, nullptr);
       AcceleratedGreedyConstrainedMaximization(*f, constraint, n, candidates, empty, empty, 0.0,
-                                               kNeverStopOnGain, &lazy_set, &lazy_order, &lazy_gains,
-                                               &lazy_value, nullptr);
+                                               kNeverStopOnGain, &lazy_set, &lazy_order,
+                                               &lazy_gains, &lazy_value, nullptr);
       // Both find summaries of equal gains and value. CMI gains saturate at
       // the attraction set's coverage, so equal gains (ties) are common there
       // and may be broken differently; contraction gains come without ties and

@@ -30,7 +30,8 @@ TEST(SetSpecification, ListsRangesAndFiles) {
   std::mt19937 engine(1);
   EXPECT_TRUE(Sorted(ParseSetSpecification("", 10, engine, "set-inclusion")).empty());
   EXPECT_TRUE(Sorted(ParseSetSpecification("   ", 10, engine, "set-inclusion")).empty());
-  EXPECT_EQ(Sorted(ParseSetSpecification("0,5, 7-9 ,5", 10, engine, "x")), (std::vector<int>{0, 5, 7, 8, 9}));
+  EXPECT_EQ(Sorted(ParseSetSpecification("0,5, 7-9 ,5", 10, engine, "x")),
+            (std::vector<int>{0, 5, 7, 8, 9}));
   EXPECT_EQ(Sorted(ParseSetSpecification("3-3", 10, engine, "x")), std::vector<int>{3});
 
   const std::string text = Write("velmor_set.txt", "# chosen\n1 2,3\n\n9 # last\n");
@@ -39,7 +40,8 @@ TEST(SetSpecification, ListsRangesAndFiles) {
   EXPECT_EQ(Sorted(ParseSetSpecification(json, 10, engine, "x")), (std::vector<int>{0, 4}));
   const std::string npy = ::testing::TempDir() + "/velmor_set.npy";
   const std::string command = std::string(VELMOR_TEST_PYTHON) +
-                              " -c \"import numpy as np; np.save('" + npy + "', np.array([8, 1, 6], dtype=np.int64))\"";
+                              " -c \"import numpy as np; np.save('" + npy +
+                              "', np.array([8, 1, 6], dtype=np.int64))\"";
   ASSERT_EQ(std::system(command.c_str()), 0);
   EXPECT_EQ(Sorted(ParseSetSpecification(npy, 10, engine, "x")), (std::vector<int>{1, 6, 8}));
   std::remove(text.c_str());
@@ -53,20 +55,22 @@ TEST(SetSpecification, RandomDraws) {
   EXPECT_EQ(first.size(), 25u);
   EXPECT_EQ(first, Sorted(ParseSetSpecification("RAND(25)", 100, b, "x")));  // same seed, same set
   EXPECT_NE(first, Sorted(ParseSetSpecification("RAND(25)", 100, b, "x")));  // the engine moved on
-  EXPECT_EQ(ParseSetSpecification("RAND(10%)", 55, a, "x").size(), 6);      // 5.5 rounds to 6
+  EXPECT_EQ(ParseSetSpecification("RAND(10%)", 55, a, "x").size(), 6);       // 5.5 rounds to 6
   EXPECT_EQ(ParseSetSpecification("RAND(100%)", 9, a, "x").size(), 9);
   EXPECT_EQ(ParseSetSpecification("RAND(0)", 9, a, "x").size(), 0);
   // Every element is equally likely: counts over many draws stay near the mean.
   std::vector<int> counts(20, 0);
   for (int draw = 0; draw < 4000; ++draw) {
-    for (int v : ParseSetSpecification("RAND(5)", 20, a, "x")) ++counts[static_cast<std::size_t>(v)];
+    for (int v : ParseSetSpecification("RAND(5)", 20, a, "x"))
+      ++counts[static_cast<std::size_t>(v)];
   }
   for (int c : counts) EXPECT_NEAR(c, 1000, 150);
 }
 
 TEST(SetSpecification, Errors) {
   std::mt19937 engine(1);
-  const auto error = [&](const std::string& set_string, int n) -> std::pair<std::string, std::string> {
+  const auto error = [&](const std::string& set_string,
+                         int n) -> std::pair<std::string, std::string> {
     try {
       ParseSetSpecification(set_string, n, engine, "set-deletion");
     } catch (const exception::InputDataError& e) {
@@ -84,7 +88,8 @@ TEST(SetSpecification, Errors) {
   };
   // Elements outside [0, n) are data errors.
   EXPECT_EQ(error("3,10", 10).first, "input");
-  EXPECT_NE(error("3,10", 10).second.find("Set element 10 is outside the ground set [0, 10)."), std::string::npos);
+  EXPECT_NE(error("3,10", 10).second.find("Set element 10 is outside the ground set [0, 10)."),
+            std::string::npos);
   EXPECT_EQ(error("-1", 10).first, "input");  // a negative element
   EXPECT_EQ(error("RAND(11)", 10).first, "input");
   // Malformed strings name the option.

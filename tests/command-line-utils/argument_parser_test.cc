@@ -1,5 +1,7 @@
 #include "command-line-utils/argument_parser.h"
 
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -8,8 +10,6 @@
 #include <random>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "command-line-utils/argument_record.h"
 #include "command-line-utils/child_process.h"
@@ -102,8 +102,8 @@ TEST(ArgumentParser, ConvertsAndStoresEachType) {
   // Extreme values of each width; a negative number is a value, not a switch.
   {
     SmallTable t;
-    WalkResult r = Walk(t.parser, {"-count", "-2147483648", "-level", "4294967295", "-ratio",
-                                   "0.1", "-scale", "-1e-300", "-label", "a b", "-mark", "q"});
+    WalkResult r = Walk(t.parser, {"-count", "-2147483648", "-level", "4294967295", "-ratio", "0.1",
+                                   "-scale", "-1e-300", "-label", "a b", "-mark", "q"});
     EXPECT_EQ(r.status, ArgumentParser::kOk) << r.err;
     EXPECT_EQ(t.count, INT32_MIN);
     EXPECT_EQ(t.level, 4294967295u);
@@ -208,9 +208,9 @@ TEST(ArgumentParser, PrefixLookup) {
 TEST(ArgumentParser, Booleans) {
   // Words, upper-cased and matched as prefixes; "O" is taken as ON.
   const std::vector<std::pair<std::string, bool>> words = {
-      {"t", true},      {"Yes", true},  {"on", true},  {"1", true},    {"TRUE", true},
-      {"tR", true},     {"y", true},    {"o", true},   {"f", false},   {"n", false},
-      {"off", false},   {"0", false},   {"FALSE", false}, {"No", false}, {"of", false}};
+      {"t", true},    {"Yes", true}, {"on", true},     {"1", true},   {"TRUE", true},
+      {"tR", true},   {"y", true},   {"o", true},      {"f", false},  {"n", false},
+      {"off", false}, {"0", false},  {"FALSE", false}, {"No", false}, {"of", false}};
   for (const auto& [word, meaning] : words) {
     SCOPED_TRACE(word);
     SmallTable t;
@@ -277,8 +277,8 @@ TEST(ArgumentParser, ArrayRows) {
     SmallTable t;
     WalkResult r = Walk(t.parser, {typed, "1"});
     EXPECT_EQ(r.status, ArgumentParser::kError);
-    EXPECT_EQ(r.err, "Argument Error: Array index in switch (" + typed +
-                         ") is out of bounds (1..3)\n");
+    EXPECT_EQ(r.err,
+              "Argument Error: Array index in switch (" + typed + ") is out of bounds (1..3)\n");
     EXPECT_EQ(t.weight_storage[4], -9.0);
   }
   // The plain name needs an index unless the policy is cleared.
@@ -444,8 +444,9 @@ TEST_F(ArgumentFiles, ErrorsInFiles) {
     SmallTable t;
     WalkResult r = Walk(t.parser, {"-argsfilename", path, "-scale", "4"});
     EXPECT_EQ(r.status, ArgumentParser::kOk);
-    EXPECT_EQ(r.err, "Argument Error: Integer argument needed: count abc\nArgument Error: Error in " +
-                         path + "\n");
+    EXPECT_EQ(r.err,
+              "Argument Error: Integer argument needed: count abc\nArgument Error: Error in " +
+                  path + "\n");
     EXPECT_EQ(t.level, 3u);
     EXPECT_EQ(t.scale, 4.0);
     SmallTable u;
@@ -504,8 +505,7 @@ TEST_F(ArgumentFiles, ErrorsInFiles) {
   {
     int32_t need = 0;
     std::vector<ArgumentRecord> rows = {
-        ArgumentRecord("need", ArgumentRecord::kRequired, &need, "Needed."),
-        ArgumentRecord::End()};
+        ArgumentRecord("need", ArgumentRecord::kRequired, &need, "Needed."), ArgumentRecord::End()};
     ArgumentParser parser(rows.data());
     const std::string other = WriteFile(dir_, "other.args", "# none\n");
     const std::string given = WriteFile(dir_, "given.args", "need 0x10\n");
@@ -563,7 +563,8 @@ TEST(ArgumentParser, RecordConstructionRules) {
     return 0;
   });
   EXPECT_EQ(help.status, 1);
-  EXPECT_EQ(help.err, "INTERNAL ERROR: Cannot have a flag of kind Help that is also of type ARRAY.\n");
+  EXPECT_EQ(help.err,
+            "INTERNAL ERROR: Cannot have a flag of kind Help that is also of type ARRAY.\n");
 
   // A record whose type code was damaged.
   ChildOutcome unknown = RunInChild([] {
@@ -664,8 +665,9 @@ TEST(ArgumentParser, UsageText) {
   rows[1].type = 77;
   ::testing::internal::CaptureStdout();
   parser.PrintUsage("Group A", false);
-  EXPECT_NE(::testing::internal::GetCapturedStdout().find(" [-count error: unknown type]   Count. {}"),
-            std::string::npos);
+  EXPECT_NE(
+      ::testing::internal::GetCapturedStdout().find(" [-count error: unknown type]   Count. {}"),
+      std::string::npos);
 }
 
 // Random command lines of switch prefixes, array forms and junk values: the
@@ -675,12 +677,29 @@ TEST(ArgumentParser, RandomCommandLines) {
   const std::string dir = testing_support::MakeTemporaryDirectory();
   const std::string file = WriteFile(dir, "f.args", "count 3\nbogus 1\nverbose off\nlabel=x\n");
   const std::vector<std::string> switches = {
-      "-count", "-countmax", "-cou", "-c", "-level", "-ratio", "-r", "-scale", "-label", "-mark",
-      "-verbose", "-toggle", "-t", "-weight", "-weight0", "-weight1", "-weight3", "-weight4",
-      "-weight-1", "-help", "-", "--", "-zzz", "-categflg", "-noflg", "-nofl_fnd", "-scale1"};
-  const std::vector<std::string> values = {
-      "0", "1", "-1", "0x", "0x7fffffff", "1e999", "nan", "-inf", "t", "no", "", "abc",
-      "4294967296", "999999999999999999999", "08", "0.5e", "x", "--", std::string(300, '9')};
+      "-count",   "-countmax", "-cou",      "-c",       "-level",    "-ratio", "-r",
+      "-scale",   "-label",    "-mark",     "-verbose", "-toggle",   "-t",     "-weight",
+      "-weight0", "-weight1",  "-weight3",  "-weight4", "-weight-1", "-help",  "-",
+      "--",       "-zzz",      "-categflg", "-noflg",   "-nofl_fnd", "-scale1"};
+  const std::vector<std::string> values = {"0",
+                                           "1",
+                                           "-1",
+                                           "0x",
+                                           "0x7fffffff",
+                                           "1e999",
+                                           "nan",
+                                           "-inf",
+                                           "t",
+                                           "no",
+                                           "",
+                                           "abc",
+                                           "4294967296",
+                                           "999999999999999999999",
+                                           "08",
+                                           "0.5e",
+                                           "x",
+                                           "--",
+                                           std::string(300, '9')};
   std::mt19937 engine(12345);
   for (int round = 0; round < 3000; ++round) {
     std::vector<std::string> args;

@@ -4,6 +4,7 @@
 // Runs a piece of code in a forked child with its standard output and error
 // going to files, for code that ends the process or changes global state.
 
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,8 +13,6 @@
 #include <fstream>
 #include <sstream>
 #include <string>
-
-#include <gtest/gtest.h>
 
 namespace velmor::testing_support {
 
@@ -47,7 +46,8 @@ ChildOutcome RunInChild(Body body) {
   std::fflush(nullptr);
   const pid_t pid = ::fork();
   if (pid == 0) {
-    if (!std::freopen(out_path.c_str(), "w", stdout) || !std::freopen(err_path.c_str(), "w", stderr)) {
+    if (!std::freopen(out_path.c_str(), "w", stdout) ||
+        !std::freopen(err_path.c_str(), "w", stderr)) {
       ::_exit(120);
     }
     const int status = body();

@@ -1,5 +1,7 @@
 #include "command-line-utils/common-command-line-routines.h"
 
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -7,8 +9,6 @@
 #include <sstream>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "command-line-utils/child_process.h"
 
@@ -41,7 +41,8 @@ std::string Styled(const std::string& before, const std::string& after) {
 
 TEST_F(GainsPlotScript, FixedLines) {
   // Normalized gains, curvature on a linear scale: the whole script.
-  const std::string path = Write(false, false, {4, 0, 2}, {1.5f, 0.25f, 0.125f}, {0.0, 0.5, 0.0625});
+  const std::string path =
+      Write(false, false, {4, 0, 2}, {1.5f, 0.25f, 0.125f}, {0.0, 0.5, 0.0625});
   const std::string expected =
       "import matplotlib.pyplot as plt\nimport numpy as np\nimport sys\n"
       "gains = np.array([1.5,0.25,0.125,])\n"
@@ -85,9 +86,11 @@ TEST_F(GainsPlotScript, FixedLines) {
 
 TEST_F(GainsPlotScript, PanelsFollowTheCurvatureLength) {
   // A curvature one entry short is left out: four panels.
-  const std::string short_curvature = ReadWholeFile(Write(false, true, {3, 1}, {1.0f, 0.5f}, {0.1}));
+  const std::string short_curvature =
+      ReadWholeFile(Write(false, true, {3, 1}, {1.0f, 0.5f}, {0.1}));
   EXPECT_EQ(short_curvature.find("conditional_curvature"), std::string::npos);
-  EXPECT_NE(short_curvature.find("fig, axes = plt.subplots(4, 1, sharex='col')\n"), std::string::npos);
+  EXPECT_NE(short_curvature.find("fig, axes = plt.subplots(4, 1, sharex='col')\n"),
+            std::string::npos);
   EXPECT_EQ(short_curvature.find("axes[4]"), std::string::npos);
   // Empty summary: empty arrays; with an empty curvature too, five panels.
   const std::string empty = ReadWholeFile(Write(false, false, {}, {}, {}));
@@ -99,8 +102,8 @@ TEST_F(GainsPlotScript, PanelsFollowTheCurvatureLength) {
   EXPECT_NE(empty_four.find("elements_in_order = np.array([])\nfig, axes = plt.subplots(4, 1"),
             std::string::npos);
   // Non-finite values print as the C library prints them.
-  const std::string odd = ReadWholeFile(
-      Write(true, false, {0, 1}, {INFINITY, NAN}, {-INFINITY, 0.0}));
+  const std::string odd =
+      ReadWholeFile(Write(true, false, {0, 1}, {INFINITY, NAN}, {-INFINITY, 0.0}));
   EXPECT_NE(odd.find("gains = np.array([inf,nan,])\n"), std::string::npos);
   EXPECT_NE(odd.find("conditional_curvature = np.array([-inf,0,])\n"), std::string::npos);
 }
@@ -151,7 +154,8 @@ TEST_F(GainsPlotScript, RunsUnderPython) {
   for (int variant = 0; variant < variants; ++variant) {
     const std::string name = dir_ + "/plot" + std::to_string(variant);
     Write((variant & 1) != 0, (variant & 2) != 0, order, gains,
-          variant != 3 ? curvature : std::vector<double>{}, "plot" + std::to_string(variant) + ".py");
+          variant != 3 ? curvature : std::vector<double>{},
+          "plot" + std::to_string(variant) + ".py");
     command += " '" + name + ".py' '" + name + ".png'";
   }
   const std::string output = dir_ + "/output.txt";
@@ -172,7 +176,8 @@ TEST_F(GainsPlotScript, RunsUnderPython) {
     std::getline(lines, order_line);
     std::getline(lines, curvature_line);
     EXPECT_EQ(panels, with_curvature ? "5" : "4");
-    std::istringstream read_gains(gains_line), read_order(order_line), read_curvature(curvature_line);
+    std::istringstream read_gains(gains_line), read_order(order_line),
+        read_curvature(curvature_line);
     for (float g : gains) {
       double value = 0.0;
       ASSERT_TRUE(read_gains >> value);

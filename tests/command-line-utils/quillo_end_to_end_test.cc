@@ -44,9 +44,10 @@ std::ostream& operator<<(std::ostream& os, const Outcome& r) {
 class QuilloRun : public ::testing::Test {
  protected:
   void SetUp() override {
-    dir_ = fs::path(::testing::TempDir()) /
-           ("quillo_" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()) + "_" +
-            std::to_string(getpid()));
+    dir_ =
+        fs::path(::testing::TempDir()) /
+        ("quillo_" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()) +
+         "_" + std::to_string(getpid()));
     fs::remove_all(dir_);
     fs::create_directories(dir_);
   }
@@ -56,8 +57,8 @@ class QuilloRun : public ::testing::Test {
 
   // Runs quillo with the arguments (a shell word list) in the scratch directory.
   Outcome Quillo(const std::string& arguments) const {
-    const std::string command = "cd '" + dir_.string() + "' && '" + VELMOR_TEST_QUILLO + "' " + arguments +
-                                " > out.txt 2> err.txt";
+    const std::string command = "cd '" + dir_.string() + "' && '" + VELMOR_TEST_QUILLO + "' " +
+                                arguments + " > out.txt 2> err.txt";
     const int raw = std::system(command.c_str());
     Outcome run;
     run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
@@ -70,7 +71,8 @@ class QuilloRun : public ::testing::Test {
   std::string Python(const std::string& code) const {
     const std::string script = Path("snippet.py");
     std::ofstream(script) << "import numpy as np, scipy.sparse as sp, json, sys\n" << code << "\n";
-    const std::string command = "cd '" + dir_.string() + "' && " + VELMOR_TEST_PYTHON + " snippet.py > py.txt 2>&1";
+    const std::string command =
+        "cd '" + dir_.string() + "' && " + VELMOR_TEST_PYTHON + " snippet.py > py.txt 2>&1";
     const int raw = std::system(command.c_str());
     const std::string output = ReadFile(dir_ / "py.txt");
     EXPECT_EQ(WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, 0) << output;
@@ -79,8 +81,11 @@ class QuilloRun : public ::testing::Test {
 
   // A random n x n similarity matrix in [0, 1) saved as sim.npy, sim.csv and sim.bin (float32).
   void MakeSimilarity(int n, int seed = 1) const {
-    Python("rng = np.random.default_rng(" + std::to_string(seed) + ")\n"
-           "S = rng.random((" + std::to_string(n) + ", " + std::to_string(n) + ")).astype(np.float32)\n"
+    Python("rng = np.random.default_rng(" + std::to_string(seed) +
+           ")\n"
+           "S = rng.random((" +
+           std::to_string(n) + ", " + std::to_string(n) +
+           ")).astype(np.float32)\n"
            "np.save('sim.npy', S)\n"
            "np.savetxt('sim.csv', S, delimiter=',', fmt='%.9g')\n"
            "S.astype(np.float32).T.tofile('sim.bin')\n");
@@ -105,7 +110,10 @@ TEST_F(QuilloRun, CommandLineErrorsAndHelp) {
   // No arguments at all.
   Outcome run = Quillo("");
   EXPECT_EQ(run.status, 1) << run;
-  EXPECT_TRUE(run.Has("ERROR DETECTED: Command line argument: Need to give command line arguments. Use -help for help.\nEnd of Backtrace.")) << run;
+  EXPECT_TRUE(
+      run.Has("ERROR DETECTED: Command line argument: Need to give command line arguments. Use "
+              "-help for help.\nEnd of Backtrace."))
+      << run;
 
   // Help: usage on standard output, status 0.
   run = Quillo("-help");
@@ -156,7 +164,8 @@ TEST_F(QuilloRun, ArgumentFiles) {
                                   << "ctrl-logorder\n";
   Outcome run = Quillo("-argsfilename args.txt -cloglevel info");
   EXPECT_EQ(run.status, 0) << run;
-  EXPECT_TRUE(run.Has("Argument Warning: Skipping unknown switch in args.txt : nosuchoption,")) << run;
+  EXPECT_TRUE(run.Has("Argument Warning: Skipping unknown switch in args.txt : nosuchoption,"))
+      << run;
   EXPECT_TRUE(run.Has("Summary Solution: elements_in_rank_order = np.array([")) << run;
 
   std::ofstream(Path("recursive.txt")) << "argsfilename args.txt\n";
@@ -176,8 +185,8 @@ TEST_F(QuilloRun, FacilityLocationMatchesOracleFromEveryDenseFormat) {
     ASSERT_EQ(run.status, 0) << input << "\n" << run;
     const std::string got = Python(
         "o = np.loadtxt('order.csv', delimiter=',').astype(int).ravel()\n"
-        "g = np.load('gains.npy').ravel()\n"
-        + std::string(kGreedyOracle) +
+        "g = np.load('gains.npy').ravel()\n" +
+        std::string(kGreedyOracle) +
         "eo, eg = greedy(np.load('sim.npy'), 6)\n"
         "assert np.allclose(g, eg, rtol=1e-5), (g, eg)\n"
         "print(' '.join(map(str, o)))\n");
@@ -191,15 +200,18 @@ TEST_F(QuilloRun, FacilityLocationMatchesOracleFromEveryDenseFormat) {
   // sumsize -1 on |V| = 40 takes every element.
   run = Quillo("-flfilename sim.npy -sumsize -1 -outfilesummary all.npy");
   ASSERT_EQ(run.status, 0) << run;
-  EXPECT_EQ(Python("print(sorted(np.load('all.npy').astype(int).ravel().tolist()) == list(range(40)))"), "True\n");
+  EXPECT_EQ(
+      Python("print(sorted(np.load('all.npy').astype(int).ravel().tolist()) == list(range(40)))"),
+      "True\n");
 }
 
 TEST_F(QuilloRun, EveryFunctionGroupAloneAndMixed) {
   MakeSimilarity(30);
-  Python("S = np.load('sim.npy')\n"
-         "M = np.where(S > 0.7, S, 0).astype(np.float32)\n"
-         "sp.save_npz('sparse.npz', sp.csr_matrix(M), compressed=False)\n"
-         "np.save('features.npy', np.random.default_rng(3).random((30, 5)))\n");
+  Python(
+      "S = np.load('sim.npy')\n"
+      "M = np.where(S > 0.7, S, 0).astype(np.float32)\n"
+      "sp.save_npz('sparse.npz', sp.csr_matrix(M), compressed=False)\n"
+      "np.save('features.npy', np.random.default_rng(3).random((30, 5)))\n");
   const std::vector<std::string> runs = {
       "-flfilename sim.npy",
       "-flfilename sim.npy -flsoftness 0.05",
@@ -211,42 +223,53 @@ TEST_F(QuilloRun, EveryFunctionGroupAloneAndMixed) {
       "-flfilename sim.npy -ssd2filename sim.npy -ssd2responsibility 0.2",
       "-flfilename sim.npy -spssdfilename sparse.npz -spssdresponsibility 0.3",
       "-flfilename sim.npy -spssd2filename sparse.npz -spssd2responsibility 0.3",
-      "-flfilename features.npy -fltransformation 'COSINE() | SHIFT(1)' -flcentralityresponsibility 0.5",
+      "-flfilename features.npy -fltransformation 'COSINE() | SHIFT(1)' "
+      "-flcentralityresponsibility 0.5",
       "-flfilename sim.npy -fl-set-contraction 0-4",
       "-flfilename sim.npy -fl-set-attraction 0,1,2 -fl-set-neglect 3",
       "-flfilename sim.npy -set-contraction 0,1 -set-deletion 2-5 -set-inclusion 6",
-      "-flfilename sim.npy -set-restriction 'RAND(50%)' -randomevaluations 20 -ctrl-lograndomevalsolutions",
+      "-flfilename sim.npy -set-restriction 'RAND(50%)' -randomevaluations 20 "
+      "-ctrl-lograndomevalsolutions",
       "-flfilename sim.npy -partialenumeration 1",
   };
   for (const std::string& arguments : runs) {
-    Outcome run = Quillo(arguments + " -sumsize 5 -cloglevel info -ctrl-logorder -ctrl-logdetail -outfilesummary o.npy");
+    Outcome run =
+        Quillo(arguments +
+               " -sumsize 5 -cloglevel info -ctrl-logorder -ctrl-logdetail -outfilesummary o.npy");
     EXPECT_EQ(run.status, 0) << arguments << "\n" << run;
     EXPECT_TRUE(run.Has("Summary valuation: f(Solution) = ")) << arguments << "\n" << run;
   }
   // The order respects the set modifications: deleted and contracted elements never appear,
   // the inclusion comes first.
-  Outcome run = Quillo("-flfilename sim.npy -set-contraction 0,1 -set-deletion 2-5 -set-inclusion 6 -sumsize 5 "
-                   "-outfilesummary o.npy");
+  Outcome run = Quillo(
+      "-flfilename sim.npy -set-contraction 0,1 -set-deletion 2-5 -set-inclusion 6 -sumsize 5 "
+      "-outfilesummary o.npy");
   ASSERT_EQ(run.status, 0) << run;
   EXPECT_EQ(Python("o = np.load('o.npy').astype(int).ravel().tolist()\n"
                    "print(len(o) == 4 and not set(o) & {0,1,2,3,4,5,6})"),
             "True\n");
   run = Quillo("-flfilename sim.npy -randomevaluations 20 -sumsize 5 -cloglevel info");
-  EXPECT_TRUE(run.Has("Ran 20 random subsets of size 5, (minvalue <= avgvalue <= maxvalue) = (")) << run;
+  EXPECT_TRUE(run.Has("Ran 20 random subsets of size 5, (minvalue <= avgvalue <= maxvalue) = ("))
+      << run;
   run = Quillo("-flfilename sim.npy -partialenumeration 1 -sumsize 4 -cloglevel info");
-  EXPECT_TRUE(run.Has("Partial enumeration finished, reordering final best solution of size 4.")) << run;
+  EXPECT_TRUE(run.Has("Partial enumeration finished, reordering final best solution of size 4."))
+      << run;
 }
 
 TEST_F(QuilloRun, MatroidConstraintsFromJson) {
   MakeSimilarity(20);
-  Python("blocks = lambda limit: [{'block': list(range(b * 5, b * 5 + 5)), 'limit': limit} for b in range(4)]\n"
-         "json.dump({'intersection-of-matroids': {'partition-matroids': [\n"
-         "    {'partition-matroid': {'blocks': blocks(1)}}]}}, open('im.json', 'w'))\n");
+  Python(
+      "blocks = lambda limit: [{'block': list(range(b * 5, b * 5 + 5)), 'limit': limit} for b in "
+      "range(4)]\n"
+      "json.dump({'intersection-of-matroids': {'partition-matroids': [\n"
+      "    {'partition-matroid': {'blocks': blocks(1)}}]}}, open('im.json', 'w'))\n");
   Outcome run = Quillo("-flfilename sim.npy -imjson im.json -outfilesummary o.npy -cloglevel info");
   ASSERT_EQ(run.status, 0) << run;
   EXPECT_TRUE(run.Has("using a intersection of matroids constraint")) << run;
   // One element per block of five.
-  EXPECT_EQ(Python("o = np.load('o.npy').astype(int).ravel()\nprint(sorted(o // 5) == [0, 1, 2, 3])"), "True\n");
+  EXPECT_EQ(
+      Python("o = np.load('o.npy').astype(int).ravel()\nprint(sorted(o // 5) == [0, 1, 2, 3])"),
+      "True\n");
 
   std::ofstream(Path("broken.json")) << "{\"intersection-of-matroids\": ";
   run = Quillo("-flfilename sim.npy -imjson broken.json -sumsize 3");
@@ -260,16 +283,19 @@ TEST_F(QuilloRun, MatroidConstraintsFromJson) {
 
 TEST_F(QuilloRun, OutputFilesAndPlotScript) {
   MakeSimilarity(25);
-  Outcome run = Quillo("-flfilename sim.npy -sumsize 7 -outfilesummary o.csv -outfilegains g.csv "
-                   "-outasciiresultsfilename both.csv -pgpyplotfilename plot.py");
+  Outcome run = Quillo(
+      "-flfilename sim.npy -sumsize 7 -outfilesummary o.csv -outfilegains g.csv "
+      "-outasciiresultsfilename both.csv -pgpyplotfilename plot.py");
   ASSERT_EQ(run.status, 0) << run;
   EXPECT_EQ(Python("o = np.loadtxt('o.csv', delimiter=',').ravel()\n"
                    "g = np.loadtxt('g.csv', delimiter=',').ravel()\n"
                    "b = np.loadtxt('both.csv', delimiter=',')\n"
-                   "print(b.shape == (2, 7) and (b[0] == o).all() and np.allclose(b[1], g) and (np.diff(g) <= 0).all())"),
+                   "print(b.shape == (2, 7) and (b[0] == o).all() and np.allclose(b[1], g) and "
+                   "(np.diff(g) <= 0).all())"),
             "True\n");
-  const std::string plot = "import matplotlib\nmatplotlib.use('Agg')\nimport matplotlib.pyplot as plt\n"
-                           "plt.show = lambda: plt.savefig('plot.png')\nexec(open('plot.py').read())\n";
+  const std::string plot =
+      "import matplotlib\nmatplotlib.use('Agg')\nimport matplotlib.pyplot as plt\n"
+      "plt.show = lambda: plt.savefig('plot.png')\nexec(open('plot.py').read())\n";
   Python(plot);
   EXPECT_TRUE(fs::exists(dir_ / "plot.png"));
   // An output file that cannot be written is an error of the run.
@@ -282,9 +308,12 @@ TEST_F(QuilloRun, BadFilesGiveNestedReports) {
   Outcome run = Quillo("-flfilename bad.csv -sumsize 1");
   EXPECT_EQ(run.status, 1) << run;
   const std::string& report = run.err;
-  const auto first = report.find("ERROR DETECTED: Exception caught: [[@common-command-line-routines:");
+  const auto first =
+      report.find("ERROR DETECTED: Exception caught: [[@common-command-line-routines:");
   ASSERT_NE(first, std::string::npos) << run;
-  EXPECT_NE(report.find(":LoadAndTransformMatrix]] Problems loading FL matrix.\n++ "), std::string::npos) << run;
+  EXPECT_NE(report.find(":LoadAndTransformMatrix]] Problems loading FL matrix.\n++ "),
+            std::string::npos)
+      << run;
   EXPECT_NE(report.find("End of Backtrace."), std::string::npos) << run;
 
   run = Quillo("-flfilename missing.npy -sumsize 1");
@@ -295,7 +324,8 @@ TEST_F(QuilloRun, BadFilesGiveNestedReports) {
   MakeSimilarity(5);
   run = Quillo("-flfilename sim.npy -sumsize 1 -fltransformation 'NOPE()'");
   EXPECT_EQ(run.status, 1) << run;
-  EXPECT_TRUE(run.Has("Problems with matrix transformation string 'NOPE()' for FL function.")) << run;
+  EXPECT_TRUE(run.Has("Problems with matrix transformation string 'NOPE()' for FL function."))
+      << run;
   run = Quillo("-flfilename sim.npy -sumsize 1 -set-inclusion 99");
   EXPECT_EQ(run.status, 1) << run;
   EXPECT_TRUE(run.Has("ERROR DETECTED: Specified input data:")) << run;
@@ -314,10 +344,11 @@ TEST_F(QuilloRun, GreedyAlgorithmChoices) {
   const double expected_value = std::stod(oracle.substr(oracle.rfind(' ') + 1));
   // The accelerated greedy finds the standard greedy's order; the others come
   // close in value (or beat it); every one writes order and gains of the same length.
-  for (const std::string choice : {"accelerated", "acc:2", "stochastic", "sto(0.3):2", "threshold(0.05)",
-                                   "threshold:3", "standard:2"}) {
-    const Outcome run = Quillo("-flfilename sim.npy -sumsize 8 -greedyalgorithm '" + choice +
-                               "' -outfilesummary order.npy -outfilegains gains.npy -cloglevel info");
+  for (const std::string choice : {"accelerated", "acc:2", "stochastic", "sto(0.3):2",
+                                   "threshold(0.05)", "threshold:3", "standard:2"}) {
+    const Outcome run =
+        Quillo("-flfilename sim.npy -sumsize 8 -greedyalgorithm '" + choice +
+               "' -outfilesummary order.npy -outfilegains gains.npy -cloglevel info");
     ASSERT_EQ(run.status, 0) << choice << "\n" << run;
     EXPECT_TRUE(run.Has("Greedy algorithm: ")) << run;
     const std::string got = Python(
@@ -331,13 +362,17 @@ TEST_F(QuilloRun, GreedyAlgorithmChoices) {
     EXPECT_GE(value, 0.9 * expected_value) << choice;
   }
   // The same seed gives the same stochastic summary; bad texts are command-line errors.
-  Quillo("-flfilename sim.npy -sumsize 8 -greedyalgorithm stochastic -outfilesummary a.npy -seed 9");
-  Quillo("-flfilename sim.npy -sumsize 8 -greedyalgorithm stochastic -outfilesummary b.npy -seed 9");
+  Quillo(
+      "-flfilename sim.npy -sumsize 8 -greedyalgorithm stochastic -outfilesummary a.npy -seed 9");
+  Quillo(
+      "-flfilename sim.npy -sumsize 8 -greedyalgorithm stochastic -outfilesummary b.npy -seed 9");
   EXPECT_EQ(Python("print((np.load('a.npy') == np.load('b.npy')).all())"), "True\n");
-  for (const std::string bad : {"st", "fast", "accelerated(0.1)", "threshold(1)", "stochastic:0", "threshold(x"}) {
+  for (const std::string bad :
+       {"st", "fast", "accelerated(0.1)", "threshold(1)", "stochastic:0", "threshold(x"}) {
     const Outcome run = Quillo("-flfilename sim.npy -sumsize 8 -greedyalgorithm '" + bad + "'");
     EXPECT_EQ(run.status, 1) << bad << "\n" << run;
-    EXPECT_TRUE(run.Has("Invalid greedy algorithm '" + bad + "' for option -greedyalgorithm: ")) << run;
+    EXPECT_TRUE(run.Has("Invalid greedy algorithm '" + bad + "' for option -greedyalgorithm: "))
+        << run;
   }
   // The option answers to a prefix too.
   EXPECT_EQ(Quillo("-flfilename sim.npy -sumsize 8 -g accelerated").status, 0);
@@ -365,7 +400,8 @@ TEST_F(QuilloRun, Signals) {
   };
   const auto child_of = [](pid_t parent) -> pid_t {
     for (int attempt = 0; attempt < 200; ++attempt) {
-      std::ifstream children("/proc/" + std::to_string(parent) + "/task/" + std::to_string(parent) + "/children");
+      std::ifstream children("/proc/" + std::to_string(parent) + "/task/" + std::to_string(parent) +
+                             "/children");
       pid_t child = 0;
       if (children >> child) return child;
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
@@ -384,7 +420,8 @@ TEST_F(QuilloRun, Signals) {
   ASSERT_EQ(kill(worker, 0), 0) << "worker ended on SIGUSR1/SIGUSR2";
   kill(worker, SIGTERM);
   EXPECT_EQ(finish(supervisor), 255);
-  EXPECT_NE(ReadFile(dir_ / "term.txt").find("Received SIGTERM signal, terminating..."), std::string::npos);
+  EXPECT_NE(ReadFile(dir_ / "term.txt").find("Received SIGTERM signal, terminating..."),
+            std::string::npos);
 
   // SIGINT to the group: the supervisor forwards it and exits with 255.
   supervisor = start("2> int.txt");

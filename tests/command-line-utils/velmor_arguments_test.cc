@@ -1,13 +1,13 @@
 #include "command-line-utils/velmor_arguments.h"
 
+#include <gtest/gtest.h>
+
 #include <cstring>
 #include <map>
 #include <set>
 #include <sstream>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "command-line-utils/child_process.h"
 
@@ -169,8 +169,9 @@ TEST(OptionCatalogue, CommandLines) {
       {"-flcols", "5", "-sumsize", "-3", "-flnonormalize", "-fl-set-contraction", "0:2",
        "-ctrl-logval", "off", "-flfilename", "sim.npy", "-ctrl-logbalancereport", "2"},
       [] {
-        return flcols == 5 && sumsize == -3 && flnonormalize && std::strcmp(fl_set_contraction, "0:2") == 0 &&
-               !ctrl_logval && std::strcmp(flfilename, "sim.npy") == 0 && ctrl_logbalancereport == 2u &&
+        return flcols == 5 && sumsize == -3 && flnonormalize &&
+               std::strcmp(fl_set_contraction, "0:2") == 0 && !ctrl_logval &&
+               std::strcmp(flfilename, "sim.npy") == 0 && ctrl_logbalancereport == 2u &&
                fl2cols == -1;
       });
   EXPECT_EQ(ok.status, 11) << ok.err;
@@ -218,13 +219,16 @@ TEST(OptionCatalogue, HelpPrintsUsageAndExits) {
   auto tail = [&](const std::string& name) { return by_name.at(name).substr(column); };
   EXPECT_EQ(tail("sumsize"),
             "The size, k, of the summary (-p means k=(n+1-p), p>0), must have k<=n. {4}");
-  EXPECT_EQ(tail("flfilename"), "Facility location input matrix .csv, .npy, or .bin file name. {null}");
+  EXPECT_EQ(tail("flfilename"),
+            "Facility location input matrix .csv, .npy, or .bin file name. {null}");
   EXPECT_EQ(tail("fltransformation"), "Matrix transformation spec for FL input matrix. {}");
   EXPECT_EQ(tail("flresponsibility"),
             "Responsibility of FL function when used with other functions. {1.000000e+00}");
   EXPECT_EQ(tail("clogconcise"), "Concise printing in console logging. {T}");
   EXPECT_EQ(tail("help"), "Print help message {T}");
-  EXPECT_EQ(by_name.at("ctrl-logbalancereport").substr(0, column).find("[-ctrl-logbalancereport unsigned]"),
+  EXPECT_EQ(by_name.at("ctrl-logbalancereport")
+                .substr(0, column)
+                .find("[-ctrl-logbalancereport unsigned]"),
             1u);
   EXPECT_EQ(by_name.size(), 105u);  // the rows and the argument-file switch
   EXPECT_EQ(tail("greedyalgorithm").substr(0, 32), "Greedy algorithm: standard (the ");
@@ -236,7 +240,8 @@ TEST(OptionCatalogue, ArgumentFileAndMissingArguments) {
   {
     std::FILE* f = std::fopen(path.c_str(), "w");
     ASSERT_NE(f, nullptr);
-    std::fputs("# summary of ten\nsumsize=10\nflfilename sim.npy\nsomething 3\nclogtimestamps\n", f);
+    std::fputs("# summary of ten\nsumsize=10\nflfilename sim.npy\nsomething 3\nclogtimestamps\n",
+               f);
     std::fclose(f);
   }
   ChildOutcome o = ParseInChild({"-argsfilename", path, "-seed", "7"}, [] {
@@ -250,7 +255,8 @@ TEST(OptionCatalogue, ArgumentFileAndMissingArguments) {
 
   // A bad value makes ParseArguments fail (the driver turns that into its
   // "Poorly formed command line arguments." error).
-  ChildOutcome bad = ParseInChild({"-sumsize", "ten"}, [] { return options::sumsize == 2147483647; });
+  ChildOutcome bad =
+      ParseInChild({"-sumsize", "ten"}, [] { return options::sumsize == 2147483647; });
   EXPECT_EQ(bad.status, 10);
   EXPECT_EQ(bad.err, "Argument Error: Integer argument needed: -sumsize ten\n");
 }

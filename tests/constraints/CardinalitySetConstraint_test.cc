@@ -36,7 +36,8 @@ TEST(CardinalitySetConstraint, AgreesWithBruteForce) {
       CheckAgainstOracle(constraint, feasible, 11u * static_cast<unsigned>(n + k), 3, true);
       // A clone answers as the original.
       const auto copy = constraint.Clone();
-      CheckAgainstOracle(dynamic_cast<const DownClosedSetConstraint&>(*copy), feasible, 5u, 1, false);
+      CheckAgainstOracle(dynamic_cast<const DownClosedSetConstraint&>(*copy), feasible, 5u, 1,
+                         false);
     }
   }
 }
@@ -77,7 +78,8 @@ TEST(CardinalitySetConstraint, Rules) {
   UnorderedHashSet s = MakeSet(6, {2});
   auto context = two.MakeGrowingContextExternal(s);
   auto* cardinality =
-      dynamic_cast<CardinalitySetConstraint::CardinalitySetConstraintGrowingContextExternal*>(context.get());
+      dynamic_cast<CardinalitySetConstraint::CardinalitySetConstraintGrowingContextExternal*>(
+          context.get());
   ASSERT_NE(cardinality, nullptr);
   EXPECT_EQ(cardinality->count(), 1);
   EXPECT_FALSE(context->AddElementToContext(2, s, true));
@@ -98,24 +100,31 @@ TEST(CardinalitySetConstraint, Errors) {
   const CardinalitySetConstraint constraint(4, 2);
   const UnorderedHashSet large(5), s(4);
   auto context = constraint.MakeGrowingContext();
-  const std::string with_blank = "Invalid argument, set.GroundSetSize()=5 != constraint.GroundSetSize()=4.";
-  const std::string without_blank = "Invalid argument, set.GroundSetSize()=5 !=constraint.GroundSetSize()=4.";
+  const std::string with_blank =
+      "Invalid argument, set.GroundSetSize()=5 != constraint.GroundSetSize()=4.";
+  const std::string without_blank =
+      "Invalid argument, set.GroundSetSize()=5 !=constraint.GroundSetSize()=4.";
   std::vector<testing_util::ErrorCase> cases = {
-      {[] { CardinalitySetConstraint(0, -1); }, "CardinalitySetConstraint", "Invalid argument, ground_set_size=0."},
-      {[] { CardinalitySetConstraint(3, -1); }, "CardinalitySetConstraint", "Invalid argument, size_limit=-1."},
+      {[] { CardinalitySetConstraint(0, -1); }, "CardinalitySetConstraint",
+       "Invalid argument, ground_set_size=0."},
+      {[] { CardinalitySetConstraint(3, -1); }, "CardinalitySetConstraint",
+       "Invalid argument, size_limit=-1."},
       {[&] { (void)constraint.IsFeasible(large); }, "IsFeasible", with_blank},
       {[&] { (void)constraint.IsUnionFeasible(0, large); }, "IsUnionFeasible", without_blank},
-      {[&] { (void)constraint.IsDisjointUnionFeasible(0, large); }, "IsDisjointUnionFeasible", without_blank},
+      {[&] { (void)constraint.IsDisjointUnionFeasible(0, large); }, "IsDisjointUnionFeasible",
+       without_blank},
       {[&] { (void)constraint.MakeGrowingContext(large); }, "AssignContext", with_blank},
   };
   for (int e : {-1, 4}) {
     const std::string text = "Invalid element = " + std::to_string(e) + ".";
     cases.push_back({[&, e] { (void)constraint.IsUnionFeasible(e, s); }, "IsUnionFeasible", text});
-    cases.push_back({[&, e] { (void)constraint.IsDisjointUnionFeasible(e, s); }, "IsDisjointUnionFeasible", text});
-    cases.push_back({[&, e] { (void)context->IsDisjointUnionFeasible(e); }, "IsDisjointUnionFeasible", text});
+    cases.push_back({[&, e] { (void)constraint.IsDisjointUnionFeasible(e, s); },
+                     "IsDisjointUnionFeasible", text});
+    cases.push_back(
+        {[&, e] { (void)context->IsDisjointUnionFeasible(e); }, "IsDisjointUnionFeasible", text});
     // The owning context's generic addition names the base class.
-    ExpectError<std::invalid_argument>([&] { (void)context->AddElementToContext(e, true); }, "SetConstraint",
-                                       "AddElementToContext", text);
+    ExpectError<std::invalid_argument>([&] { (void)context->AddElementToContext(e, true); },
+                                       "SetConstraint", "AddElementToContext", text);
   }
   testing_util::ExpectErrors<std::invalid_argument>(kFile, cases);
   EXPECT_TRUE(context->IsDisjointUnionFeasible(0));

@@ -34,11 +34,14 @@ class CountingMatroid : public MatroidSetConstraint {
   CountingMatroid* CopyNew() const override { return new CountingMatroid(*this); }
   bool IsFeasible(const Set& s) const override { return inner_.IsFeasible(s); }
   bool IsUnionFeasible(int e, const Set& s) const override { return inner_.IsUnionFeasible(e, s); }
-  bool IsDisjointUnionFeasible(int e, const Set& s) const override { return inner_.IsDisjointUnionFeasible(e, s); }
+  bool IsDisjointUnionFeasible(int e, const Set& s) const override {
+    return inner_.IsDisjointUnionFeasible(e, s);
+  }
   bool IsMaximal(const Set& s) const override { return inner_.IsMaximal(s); }
   int GroundSetSize() const override { return inner_.GroundSetSize(); }
   bool IsPartitionMatroid() const override { return false; }
-  std::unique_ptr<ConstraintGrowingContextExternal> MakeGrowingContextExternal(const Set& s) const override {
+  std::unique_ptr<ConstraintGrowingContextExternal> MakeGrowingContextExternal(
+      const Set& s) const override {
     return std::make_unique<Context>(inner_.MakeGrowingContextExternal(s), calls_);
   }
   std::unique_ptr<ConstraintGrowingContext> MakeGrowingContext() const override {
@@ -93,7 +96,8 @@ TEST(IntersectionOfMatroidsSetConstraint, AgreesWithBruteForce) {
     for (int m = 0; m < number_of_members; ++m) {
       const int blocks = 1 + static_cast<int>(engine() % 4);
       std::vector<int> mapping, limit;
-      for (int e = 0; e < n; ++e) mapping.push_back(static_cast<int>(engine() % static_cast<unsigned>(blocks)));
+      for (int e = 0; e < n; ++e)
+        mapping.push_back(static_cast<int>(engine() % static_cast<unsigned>(blocks)));
       for (int b = 0; b < blocks; ++b) limit.push_back(static_cast<int>(engine() % 4));
       partitions.emplace_back(mapping, limit);
       mappings.push_back(mapping);
@@ -126,15 +130,16 @@ TEST(IntersectionOfMatroidsSetConstraint, MemberWalk) {
   // One member: the intersection answers exactly as that member.
   const Partition single(std::vector<int>{0, 0, 1, 1, 1}, std::vector<int>{1, 2});
   const IntersectionOfMatroidsSetConstraint alone(Members({single}));
-  CheckAgainstOracle(alone,
-                     [&](const std::vector<bool>& members) {
-                       UnorderedHashSet s(5);
-                       for (int e = 0; e < 5; ++e) {
-                         if (members[static_cast<std::size_t>(e)]) s.insert(e);
-                       }
-                       return single.IsFeasible(s);
-                     },
-                     3u, 4, true);
+  CheckAgainstOracle(
+      alone,
+      [&](const std::vector<bool>& members) {
+        UnorderedHashSet s(5);
+        for (int e = 0; e < 5; ++e) {
+          if (members[static_cast<std::size_t>(e)]) s.insert(e);
+        }
+        return single.IsFeasible(s);
+      },
+      3u, 4, true);
   EXPECT_EQ(alone.Description(), "intersection of 1 matroids, |V|=5, down closed set constraint");
 
   // A member that refuses stops the walk: the second member is not asked.
@@ -179,8 +184,9 @@ TEST(IntersectionOfMatroidsSetConstraint, Grid) {
   const auto feasible = [&](const std::vector<bool>& members) {
     std::vector<int> per_row(rows, 0), per_column(cols, 0);
     for (int e = 0; e < rows * cols; ++e) {
-      if (members[static_cast<std::size_t>(e)] && (++per_row[e / cols] > row_limits[e / cols] ||
-                                                   ++per_column[e % cols] > column_limits[e % cols])) {
+      if (members[static_cast<std::size_t>(e)] &&
+          (++per_row[e / cols] > row_limits[e / cols] ||
+           ++per_column[e % cols] > column_limits[e % cols])) {
         return false;
       }
     }
@@ -195,33 +201,46 @@ TEST(IntersectionOfMatroidsSetConstraint, ArgumentErrors) {
   UnorderedHashSet s(4);
   auto context = grid.MakeGrowingContextExternal(s);
   std::vector<testing_util::ErrorCase> cases = {
-      {[] { IntersectionOfMatroidsSetConstraint(2, 3, {1, 1}, {1, 1}); }, constructor,
+      {[] {
+         IntersectionOfMatroidsSetConstraint(2, 3, {1, 1}, {1, 1});
+       },
+       constructor,
        "Invalid element, mismatched rows=2,cols=3, and size of V_limits=2, U_limits=2."},
       {[] { IntersectionOfMatroidsSetConstraint(0, 0, {}, {}); }, constructor,
        "Invalid element, mismatched rows=0,cols=0, and size of V_limits=0, U_limits=0."},
-      {[] { IntersectionOfMatroidsSetConstraint(2, 2, {1, -3}, {-1, 1}); }, constructor,
-       "Invalid element, V_limit[1] = -3 < 0."},
-      {[] { IntersectionOfMatroidsSetConstraint(2, 2, {1, 3}, {1, -2}); }, constructor,
-       "Invalid element, U_limit[1] = -2 < 0."},
-      {[] { IntersectionOfMatroidsSetConstraint(std::vector<std::unique_ptr<MatroidSetConstraint>>{}); }, constructor,
-       "Invalid argument, must have at least one matroid."},
       {[] {
-         IntersectionOfMatroidsSetConstraint(Members(
-             {Partition(std::vector<int>{0, 0}, std::vector<int>{1}), Partition(std::vector<int>{0, 0, 0}, {1})}));
+         IntersectionOfMatroidsSetConstraint(2, 2, {1, -3}, {-1, 1});
+       },
+       constructor, "Invalid element, V_limit[1] = -3 < 0."},
+      {[] {
+         IntersectionOfMatroidsSetConstraint(2, 2, {1, 3}, {1, -2});
+       },
+       constructor, "Invalid element, U_limit[1] = -2 < 0."},
+      {[] {
+         IntersectionOfMatroidsSetConstraint(std::vector<std::unique_ptr<MatroidSetConstraint>>{});
+       },
+       constructor, "Invalid argument, must have at least one matroid."},
+      {[] {
+         IntersectionOfMatroidsSetConstraint(
+             Members({Partition(std::vector<int>{0, 0}, std::vector<int>{1}),
+                      Partition(std::vector<int>{0, 0, 0}, {1})}));
        },
        constructor, "Invalid argument, all matroids must have same ground set size n=|V|."},
       // A context's set must have exactly the ground-set size.
-      {[&] { (void)grid.MakeGrowingContextExternal(UnorderedHashSet(3)); }, constructor + "GrowingContextExternal",
-       "Invalid element, mismatched ground set size = 3."},
+      {[&] { (void)grid.MakeGrowingContextExternal(UnorderedHashSet(3)); },
+       constructor + "GrowingContextExternal", "Invalid element, mismatched ground set size = 3."},
       {[&] { context->AssignContext(UnorderedHashSet(5)); }, "AssignContext",
        "Invalid element, mismatched ground set size = 5."},
   };
   for (int e : {-1, 4}) {
     const std::string text = "Invalid element = " + std::to_string(e) + ".";
-    cases.push_back({[&, e] { (void)context->IsDisjointUnionFeasible(e, s); }, "IsDisjointUnionFeasible", text});
+    cases.push_back({[&, e] { (void)context->IsDisjointUnionFeasible(e, s); },
+                     "IsDisjointUnionFeasible", text});
     cases.push_back({[&, e] { (void)context->IsUnionFeasible(e, s); }, "IsUnionFeasible", text});
-    cases.push_back({[&, e] { (void)context->AddNewElementToContext(e, s, true); }, "AddNewElementToContext", text});
-    cases.push_back({[&, e] { (void)context->AddElementToContext(e, s, true); }, "AddElementToContext", text});
+    cases.push_back({[&, e] { (void)context->AddNewElementToContext(e, s, true); },
+                     "AddNewElementToContext", text});
+    cases.push_back(
+        {[&, e] { (void)context->AddElementToContext(e, s, true); }, "AddElementToContext", text});
   }
   testing_util::ExpectErrors<std::invalid_argument>(kFile, cases);
   EXPECT_TRUE(context->IsFeasible());
@@ -234,7 +253,8 @@ TEST(IntersectionOfMatroidsSetConstraint, Json) {
       {"partition-matroid": {"blocks": [{"block": [0, 2], "limit": 1}, {"block": [1, 3], "limit": 2}]}}]}})";
   const IntersectionOfMatroidsSetConstraint from_json(nlohmann::json::parse(text));
   EXPECT_EQ(from_json.NumberOfMatroids(), 2);
-  EXPECT_EQ(from_json.Description(), "intersection of 2 matroids, |V|=4, down closed set constraint");
+  EXPECT_EQ(from_json.Description(),
+            "intersection of 2 matroids, |V|=4, down closed set constraint");
   const IntersectionOfMatroidsSetConstraint from_vectors(
       Members({Partition(std::vector<int>{0, 0, 1, 1}, std::vector<int>{1, 1}),
                Partition(std::vector<int>{0, 1, 0, 1}, std::vector<int>{1, 2})}));
@@ -247,7 +267,8 @@ TEST(IntersectionOfMatroidsSetConstraint, Json) {
   }
 
   // The same through a file.
-  const std::string path = std::string(VELMOR_TEST_BINARY_DIR) + "/intersection_of_matroids_test.json";
+  const std::string path =
+      std::string(VELMOR_TEST_BINARY_DIR) + "/intersection_of_matroids_test.json";
   {
     std::ofstream out(path);
     out << text;
@@ -263,12 +284,14 @@ TEST(IntersectionOfMatroidsSetConstraint, Json) {
     (void)IntersectionOfMatroidsSetConstraint::FromJSONFile(path);
     ADD_FAILURE() << "truncated file accepted";
   } catch (const InputDataError& e) {
-    EXPECT_NE(std::string(e.what()).find("Can't parse JSON file '" + path + "'."), std::string::npos);
+    EXPECT_NE(std::string(e.what()).find("Can't parse JSON file '" + path + "'."),
+              std::string::npos);
     EXPECT_THROW(std::rethrow_if_nested(e), nlohmann::json::parse_error);
   }
   std::remove(path.c_str());
-  ExpectError<InputDataError>([&] { (void)IntersectionOfMatroidsSetConstraint::FromJSONFile(path); }, kFile,
-                              "FromJSONFile", "Can't open JSON file '" + path + "'.");
+  ExpectError<InputDataError>(
+      [&] { (void)IntersectionOfMatroidsSetConstraint::FromJSONFile(path); }, kFile, "FromJSONFile",
+      "Can't open JSON file '" + path + "'.");
 
   // Malformed objects.
   const std::string function = "IntersectionOfMatroidsSetConstraint";
@@ -277,13 +300,18 @@ TEST(IntersectionOfMatroidsSetConstraint, Json) {
     const char* message;
   } cases[] = {
       {R"({"intersection": {}})", "Can't find JSON object with name 'intersection-of-matroids'."},
-      {R"("intersection-of-matroids")", "Can't find JSON object with name 'intersection-of-matroids'."},
+      {R"("intersection-of-matroids")",
+       "Can't find JSON object with name 'intersection-of-matroids'."},
       {R"({"intersection-of-matroids": {"matroids": []}})",
-       "Can't find JSON object list named 'partition-matroids', which should be a list of matroids."},
+       "Can't find JSON object list named 'partition-matroids', which should be a list of "
+       "matroids."},
       {R"({"intersection-of-matroids": [1]})",
-       "Can't find JSON object list named 'partition-matroids', which should be a list of matroids."},
-      {R"({"intersection-of-matroids": {"partition-matroids": {}}})", "JSON object 'partition-matroids' must be an array."},
-      {R"({"intersection-of-matroids": {"partition-matroids": []}})", "Invalid argument, must have at least one matroid."},
+       "Can't find JSON object list named 'partition-matroids', which should be a list of "
+       "matroids."},
+      {R"({"intersection-of-matroids": {"partition-matroids": {}}})",
+       "JSON object 'partition-matroids' must be an array."},
+      {R"({"intersection-of-matroids": {"partition-matroids": []}})",
+       "Invalid argument, must have at least one matroid."},
       {R"({"intersection-of-matroids": {"partition-matroids": [
           {"partition-matroid": {"blocks": [{"block": [0, 1], "limit": 1}]}},
           {"partition-matroid": {"blocks": [{"block": [0, 1, 2], "limit": 1}]}}]}})",
@@ -291,8 +319,9 @@ TEST(IntersectionOfMatroidsSetConstraint, Json) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.json);
-    ExpectError<InputDataError>([&] { IntersectionOfMatroidsSetConstraint constraint(nlohmann::json::parse(c.json)); },
-                                kFile, function, c.message);
+    ExpectError<InputDataError>(
+        [&] { IntersectionOfMatroidsSetConstraint constraint(nlohmann::json::parse(c.json)); },
+        kFile, function, c.message);
   }
   // A member's own error passes through.
   ExpectError<InputDataError>(

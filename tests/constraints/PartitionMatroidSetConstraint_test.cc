@@ -23,7 +23,8 @@ using testing_util::ExpectError;
 constexpr const char* kFile = "PartitionMatroidSetConstraint";
 
 // Brute-force feasibility: every block within its limit.
-testing_util::FeasibilityOracle BlockOracle(const std::vector<int>& mapping, const std::vector<int>& limits) {
+testing_util::FeasibilityOracle BlockOracle(const std::vector<int>& mapping,
+                                            const std::vector<int>& limits) {
   return [mapping, limits](const std::vector<bool>& members) {
     std::vector<int> counts(limits.size(), 0);
     for (std::size_t e = 0; e < members.size(); ++e) {
@@ -51,7 +52,8 @@ struct RandomPartition {
 
 RandomPartition MakeRandomPartition(std::mt19937& engine, int n, int blocks) {
   RandomPartition p;
-  for (int e = 0; e < n; ++e) p.mapping.push_back(static_cast<int>(engine() % static_cast<unsigned>(blocks)));
+  for (int e = 0; e < n; ++e)
+    p.mapping.push_back(static_cast<int>(engine() % static_cast<unsigned>(blocks)));
   for (int b = 0; b < blocks; ++b) p.limits.push_back(static_cast<int>(engine() % 4));
   return p;
 }
@@ -63,7 +65,8 @@ TEST(PartitionMatroidSetConstraint, AgreesWithBruteForce) {
     const int blocks = 1 + static_cast<int>(engine() % 5);
     const RandomPartition p = MakeRandomPartition(engine, n, blocks);
     const Partition constraint(p.mapping, p.limits);
-    CheckAgainstOracle(constraint, BlockOracle(p.mapping, p.limits), static_cast<unsigned>(trial), 3, true);
+    CheckAgainstOracle(constraint, BlockOracle(p.mapping, p.limits), static_cast<unsigned>(trial),
+                       3, true);
   }
 }
 
@@ -152,24 +155,42 @@ TEST(PartitionMatroidSetConstraint, ArgumentErrors) {
   // Larger ground sets: only the disjoint question lacks the blank after "!=".
   const Partition p(std::vector<int>{0, 1, 0}, std::vector<int>{1, 1});
   const UnorderedHashSet large(4), s(3);
-  const std::string with_blank = "Invalid argument, the_set.GroundSetSize()=4 != constraint.GroundSetSize()=3.";
+  const std::string with_blank =
+      "Invalid argument, the_set.GroundSetSize()=4 != constraint.GroundSetSize()=3.";
   std::vector<testing_util::ErrorCase> cases = {
-      {[] { Partition(std::vector<int>{}, std::vector<int>{1}); }, constructor, "Invalid argument, ground_set_size=0."},
-      {[] { Partition(std::vector<int>{0}, std::vector<int>{}); }, constructor, "Invalid argument, number_of_blocks=0."},
-      {[] { Partition(std::vector<int>{0, 2, 1}, std::vector<int>{1, 1}); }, constructor,
+      {[] { Partition(std::vector<int>{}, std::vector<int>{1}); }, constructor,
+       "Invalid argument, ground_set_size=0."},
+      {[] { Partition(std::vector<int>{0}, std::vector<int>{}); }, constructor,
+       "Invalid argument, number_of_blocks=0."},
+      {[] {
+         Partition(std::vector<int>{0, 2, 1}, std::vector<int>{1, 1});
+       },
+       constructor,
        "Invalid argument, element_to_block_mapping[1]=2 invalid for |V|=3 and 2 blocks."},
-      {[] { Partition(std::vector<int>{0, -1}, std::vector<int>{1}); }, constructor,
+      {[] {
+         Partition(std::vector<int>{0, -1}, std::vector<int>{1});
+       },
+       constructor,
        "Invalid argument, element_to_block_mapping[1]=-1 invalid for |V|=2 and 1 blocks."},
-      {[&] { Partition(std::vector<const Set*>{&a, &b}, std::vector<int>{1}); }, constructor,
-       "Invalid argument, invalid or limits size mismatch 2 != 1."},
+      {[&] {
+         Partition(std::vector<const Set*>{&a, &b}, std::vector<int>{1});
+       },
+       constructor, "Invalid argument, invalid or limits size mismatch 2 != 1."},
       {[&] { Partition(std::vector<const Set*>{}, std::vector<int>{}); }, constructor,
        "Invalid argument, invalid or limits size mismatch 0 != 0."},
       // Element 3 uncovered; element 1 in two blocks; mixed ground sets.
-      {[&] { Partition(std::vector<const Set*>{&a, &b}, std::vector<int>{1, 1}); }, constructor, partition_text},
-      {[&] { Partition(std::vector<const Set*>{&a, &b, &overlap}, std::vector<int>{1, 1, 1}); }, constructor,
-       partition_text},
-      {[&] { Partition(std::vector<const Set*>{&a, &b, &c}, std::vector<int>{1, 1, 1}); }, constructor,
-       partition_text},
+      {[&] {
+         Partition(std::vector<const Set*>{&a, &b}, std::vector<int>{1, 1});
+       },
+       constructor, partition_text},
+      {[&] {
+         Partition(std::vector<const Set*>{&a, &b, &overlap}, std::vector<int>{1, 1, 1});
+       },
+       constructor, partition_text},
+      {[&] {
+         Partition(std::vector<const Set*>{&a, &b, &c}, std::vector<int>{1, 1, 1});
+       },
+       constructor, partition_text},
       {[&] { (void)p.IsFeasible(large); }, "IsFeasible", with_blank},
       {[&] { (void)p.IsUnionFeasible(0, large); }, "IsUnionFeasible", with_blank},
       {[&] { (void)p.RankOfSet(large); }, "RankOfSet", with_blank},
@@ -181,8 +202,10 @@ TEST(PartitionMatroidSetConstraint, ArgumentErrors) {
   for (int e : {-1, 3}) {
     const std::string text = "Invalid element = " + std::to_string(e) + ".";
     cases.push_back({[&, e] { (void)p.IsUnionFeasible(e, s); }, "IsUnionFeasible", text});
-    cases.push_back({[&, e] { (void)p.IsDisjointUnionFeasible(e, s); }, "IsDisjointUnionFeasible", text});
-    cases.push_back({[&, e] { (void)context->AddNewElementToContext(e, true); }, "AddNewElementToContext", text});
+    cases.push_back(
+        {[&, e] { (void)p.IsDisjointUnionFeasible(e, s); }, "IsDisjointUnionFeasible", text});
+    cases.push_back({[&, e] { (void)context->AddNewElementToContext(e, true); },
+                     "AddNewElementToContext", text});
   }
   testing_util::ExpectErrors<std::invalid_argument>(kFile, cases);
   EXPECT_TRUE(context->IsFeasible());
@@ -197,17 +220,22 @@ TEST(PartitionMatroidSetConstraint, JsonErrors) {
   const Case cases[] = {
       // Shape of the outer objects.
       {R"([1, 2])", "Invalid partition matroid JSON object"},
-      {R"({"other": {}})", "Can't find object of name 'partition-matroid' in partition-matroid JSON object."},
+      {R"({"other": {}})",
+       "Can't find object of name 'partition-matroid' in partition-matroid JSON object."},
       {R"({"partition-matroid": 3})", "Invalid partition matroid JSON object"},
-      {R"({"partition-matroid": {"blks": []}})", "Can't find 'blocks' in partition-matroid JSON object."},
-      {R"({"blocks": {"block": [0], "limit": 1}})", "Partition matroid blocks must be an array in JSON object."},
+      {R"({"partition-matroid": {"blks": []}})",
+       "Can't find 'blocks' in partition-matroid JSON object."},
+      {R"({"blocks": {"block": [0], "limit": 1}})",
+       "Partition matroid blocks must be an array in JSON object."},
       {R"({"blocks": []})", "Partition matroid must have blocks with elements."},
       // Blocks.
       {R"({"blocks": [[0, 1]]})", "Partition matroid block must be a JSON object."},
       {R"({"blocks": [{"elements": [0], "limit": 1}]})",
        "Can't find block array name 'block' in partition-matroid JSON block."},
-      {R"({"blocks": [{"block": 0, "limit": 1}]})", "Partition matroid block array must be JSON array object."},
-      {R"({"blocks": [{"block": [], "limit": 1}]})", "Partition matroid must have blocks with elements."},
+      {R"({"blocks": [{"block": 0, "limit": 1}]})",
+       "Partition matroid block array must be JSON array object."},
+      {R"({"blocks": [{"block": [], "limit": 1}]})",
+       "Partition matroid must have blocks with elements."},
       {R"({"blocks": [{"block": [0, -1], "limit": 1}]})",
        "Partition matroid block element must be non-negative integer."},
       {R"({"blocks": [{"block": [0, 1.5], "limit": 1}]})",
@@ -217,15 +245,19 @@ TEST(PartitionMatroidSetConstraint, JsonErrors) {
       {R"({"blocks": [{"block": [4294967296], "limit": 1}]})",
        "Partition matroid block element must be non-negative integer."},
       {R"({"blocks": [{"block": [0]}]})", "Partition matroid block is missing a limit value."},
-      {R"({"blocks": [{"block": [0], "limit": "2"}]})", "Partition matroid block limit must be a non-negative integer."},
-      {R"({"blocks": [{"block": [0], "limit": 1.0}]})", "Partition matroid block limit must be a non-negative integer."},
-      {R"({"blocks": [{"block": [0], "limit": -1}]})", "Partition matroid block limit must not be negative."},
+      {R"({"blocks": [{"block": [0], "limit": "2"}]})",
+       "Partition matroid block limit must be a non-negative integer."},
+      {R"({"blocks": [{"block": [0], "limit": 1.0}]})",
+       "Partition matroid block limit must be a non-negative integer."},
+      {R"({"blocks": [{"block": [0], "limit": -1}]})",
+       "Partition matroid block limit must not be negative."},
       // The blocks together.
       {R"({"blocks": [{"block": [0, 1], "limit": 1}, {"block": [1, 2], "limit": 1}]})",
        "Partition matroid blocks must be non-intersecting."},
       {R"({"blocks": [{"block": [0, 1], "limit": 1}, {"block": [3], "limit": 1}]})",
        "Partition matroid blocks must cover the ground set."},
-      {R"({"blocks": [{"block": [2147483646], "limit": 1}]})", "Partition matroid blocks must cover the ground set."},
+      {R"({"blocks": [{"block": [2147483646], "limit": 1}]})",
+       "Partition matroid blocks must cover the ground set."},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.json);
@@ -234,7 +266,8 @@ TEST(PartitionMatroidSetConstraint, JsonErrors) {
                                 c.function_text);
   }
   // A huge limit means no limit.
-  const Partition unlimited(nlohmann::json::parse(R"({"blocks": [{"block": [0, 1], "limit": 99999999999}]})"));
+  const Partition unlimited(
+      nlohmann::json::parse(R"({"blocks": [{"block": [0, 1], "limit": 99999999999}]})"));
   EXPECT_EQ(unlimited.SizeLimit(), 2);
 }
 

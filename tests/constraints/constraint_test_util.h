@@ -21,7 +21,8 @@ namespace velmor::testing_util {
 // Runs `call`, which must throw exactly `Exception` with the message
 // "[[@file:<line>:function]] text".
 template <class Exception, class Call>
-void ExpectError(Call&& call, const std::string& file, const std::string& function, const std::string& text) {
+void ExpectError(Call&& call, const std::string& file, const std::string& function,
+                 const std::string& text) {
   try {
     call();
     ADD_FAILURE() << "no exception; expected: " << text;
@@ -68,8 +69,9 @@ inline std::vector<bool> Members(const Set& s, int n) {
 // context must agree with `feasible`. Elements are mostly drawn among the
 // feasible ones; with `allow_infeasible_steps` an infeasible one is sometimes
 // added, so that the contexts must also follow an infeasible set.
-inline void CheckAgainstOracle(const DownClosedSetConstraint& constraint, const FeasibilityOracle& feasible,
-                               unsigned seed, int rounds, bool allow_infeasible_steps) {
+inline void CheckAgainstOracle(const DownClosedSetConstraint& constraint,
+                               const FeasibilityOracle& feasible, unsigned seed, int rounds,
+                               bool allow_infeasible_steps) {
   const int n = constraint.GroundSetSize();
   std::mt19937 engine(seed);
   for (int round = 0; round < rounds; ++round) {

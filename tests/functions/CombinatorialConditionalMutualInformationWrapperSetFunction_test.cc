@@ -144,8 +144,8 @@ TYPED_TEST(CmiWrapperTest, CopiesAndErrors) {
                 "Invalid ground set size, 2 != 6.");
   ExpectMessage([&] { Cmi<SubmodularFunction> g(f, A, UnorderedHashSet(9)); }, file, file,
                 "Invalid ground set size, 9 != 6.");
-  ExpectMessage([&] { Cmi<SubmodularFunction> g(std::unique_ptr<SubmodularFunction>(), A, N); }, file, file,
-                "Invalid argument, the wrapped function must be present.");
+  ExpectMessage([&] { Cmi<SubmodularFunction> g(std::unique_ptr<SubmodularFunction>(), A, N); },
+                file, file, "Invalid argument, the wrapped function must be present.");
   ExpectMessage([&] { Cmi<SubmodularFunction> g(f, A, N, INFINITY); }, file, file,
                 "Invalid argument, multiplier (=inf) must be finite.");
   testing::CheckArgumentErrors(Cmi<SubmodularFunction>(f, A, N), file);

@@ -135,12 +135,17 @@ TYPED_TEST(ContractionWrapperTest, ArgumentErrors) {
   const int n = 5;
   FacilityLocationFunction<T> f(RandomMatrix<T>(n, 3, 4));
   const UnorderedHashSet C = testing::SetOf(n, {1});
-  ExpectMessage([&] { ContractionWrapperSetFunction<SubmodularFunction> g(f, UnorderedHashSet(3)); }, file, file,
-                "Invalid ground set size, 3 != 5.");
-  ExpectMessage([&] { ContractionWrapperSetFunction<SubmodularFunction> g(std::unique_ptr<SubmodularFunction>(), C); },
-                file, file, "Invalid argument, the wrapped function must be present.");
-  ExpectMessage([&] { ContractionWrapperSetFunction<SubmodularFunction> g(f, C, std::nan("")); }, file, file,
-                "Invalid argument, multiplier (=nan) must be finite.");
+  ExpectMessage(
+      [&] { ContractionWrapperSetFunction<SubmodularFunction> g(f, UnorderedHashSet(3)); }, file,
+      file, "Invalid ground set size, 3 != 5.");
+  ExpectMessage(
+      [&] {
+        ContractionWrapperSetFunction<SubmodularFunction> g(std::unique_ptr<SubmodularFunction>(),
+                                                            C);
+      },
+      file, file, "Invalid argument, the wrapped function must be present.");
+  ExpectMessage([&] { ContractionWrapperSetFunction<SubmodularFunction> g(f, C, std::nan("")); },
+                file, file, "Invalid argument, multiplier (=nan) must be finite.");
   testing::CheckArgumentErrors(ContractionWrapperSetFunction<SubmodularFunction>(f, C), file);
 }
 

@@ -184,7 +184,8 @@ TYPED_TEST(FacilityLocationTest, Errors) {
   auto growing = f.MakeGrowingContext(SetOf(10, {2}));
   const int bad[] = {1, -3};
   double gains[2];
-  ExpectMessage([&] { growing->DisjointGains(bad, 2, gains); }, file, "DisjointGains", "Invalid element = -3.");
+  ExpectMessage([&] { growing->DisjointGains(bad, 2, gains); }, file, "DisjointGains",
+                "Invalid element = -3.");
   ExpectMessage([] { FacilityLocationFunction<T>(0, 3); }, file, "FacilityLocationFunction",
                 "Invalid argument, ground_set_size=0.");
   ExpectMessage([] { FacilityLocationFunction<T>(3, 0); }, file, "FacilityLocationFunction",
@@ -193,19 +194,22 @@ TYPED_TEST(FacilityLocationTest, Errors) {
   // Normalization: all zeros; NaN and infinity nested, the first bad entry in
   // element-major scan order; the scale stays 1 after a failure.
   FacilityLocationFunction<T> zeros(4, 3);
-  ExpectMessage([&] { zeros.ComputeNormalizationConstant(false); }, file, "ComputeNormalizationConstant",
+  ExpectMessage([&] { zeros.ComputeNormalizationConstant(false); }, file,
+                "ComputeNormalizationConstant",
                 "Invalid possibly all zero or negative matrix, f(V) = 0 <= 0.");
   EXPECT_EQ(1.0, zeros.NormalizationScale());
   Matrix<T> m = RandomMatrix<T>(5, 4, 2);
   m(3, 1) = std::numeric_limits<T>::infinity();
   m(2, 3) = std::numeric_limits<T>::quiet_NaN();
   FacilityLocationFunction<T> nan(m);
-  ExpectMessage([&] { nan.ComputeNormalizationConstant(false); }, file, "ComputeNormalizationConstant",
-                "Invalid facility location matrix.", "Matrix contains IEEE FP NaN value at (row,col)=(2,3).");
+  ExpectMessage([&] { nan.ComputeNormalizationConstant(false); }, file,
+                "ComputeNormalizationConstant", "Invalid facility location matrix.",
+                "Matrix contains IEEE FP NaN value at (row,col)=(2,3).");
   m(2, 3) = 0;
   FacilityLocationFunction<T> inf(m);
-  ExpectMessage([&] { inf.ComputeNormalizationConstant(true); }, file, "ComputeNormalizationConstant",
-                "Invalid facility location matrix.", "Matrix contains IEEE FP +/- Inf value at (row,col)=(3,1).");
+  ExpectMessage([&] { inf.ComputeNormalizationConstant(true); }, file,
+                "ComputeNormalizationConstant", "Invalid facility location matrix.",
+                "Matrix contains IEEE FP +/- Inf value at (row,col)=(3,1).");
   // With the library-wide checks off the matrix is not inspected.
   SetMatrixValueChecksEnabled(false);
   EXPECT_NO_THROW(inf.ComputeNormalizationConstant(true));
@@ -224,7 +228,8 @@ TEST(FacilityLocationLaneOrder, FloatGainUsesFourLaneOrder) {
     for (std::size_t i = 0; i < row.size(); ++i) m(0, static_cast<int>(i)) = row[i];
     FacilityLocationFunction<float> f(m);
     ASSERT_NE(LaneOrderSum(row), PlainOrderSum(row));
-    EXPECT_EQ(static_cast<double>(LaneOrderSum(row)), f.MakeGrowingContext(UnorderedHashSet(1))->DisjointGain(0));
+    EXPECT_EQ(static_cast<double>(LaneOrderSum(row)),
+              f.MakeGrowingContext(UnorderedHashSet(1))->DisjointGain(0));
   }
   // Random rows of widely spread magnitudes, every tail length, against a
   // context holding some elements (so terms are max(0, S - m)).
@@ -246,10 +251,12 @@ TEST(FacilityLocationLaneOrder, FloatGainUsesFourLaneOrder) {
     for (std::size_t j = 0; j < candidates.size(); ++j) {
       const int v = candidates[j];
       std::vector<float> terms(k);
-      for (int i = 0; i < k; ++i) terms[i] = std::max(0.0f, m(v, i) - std::max({0.0f, m(0, i), m(1, i)}));
+      for (int i = 0; i < k; ++i)
+        terms[i] = std::max(0.0f, m(v, i) - std::max({0.0f, m(0, i), m(1, i)}));
       const float expected = LaneOrderSum(terms);
       if (expected != PlainOrderSum(terms)) ++differs_from_plain;
-      EXPECT_EQ(static_cast<double>(expected), context->DisjointGain(v)) << "k = " << k << ", v = " << v;
+      EXPECT_EQ(static_cast<double>(expected), context->DisjointGain(v))
+          << "k = " << k << ", v = " << v;
       EXPECT_EQ(static_cast<double>(expected), batched[j]) << "k = " << k << ", v = " << v;
     }
   }

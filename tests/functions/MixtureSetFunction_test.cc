@@ -1,6 +1,8 @@
 #include "functions/MixtureSetFunction.h"
 
 #include <gtest/gtest.h>
+#include <spdlog/sinks/ostream_sink.h>
+#include <spdlog/spdlog.h>
 
 #include <functional>
 #include <limits>
@@ -10,9 +12,6 @@
 #include <stdexcept>
 #include <string>
 #include <vector>
-
-#include <spdlog/sinks/ostream_sink.h>
-#include <spdlog/spdlog.h>
 
 #include "functions/FacilityLocationFunction.h"
 #include "functions/ModularFunction.h"
@@ -74,9 +73,11 @@ TEST(MixtureSetFunction, ValuesAreWeightedSumsOfComponents) {
     const int v = static_cast<int>(rng() % kN);
     EXPECT_EQ(0.3 * fl.Evaluate(A) + 1.7 * modular.Evaluate(A), mixture.Evaluate(A));
     EXPECT_EQ(0.3 * fl.Evaluate(v) + 1.7 * modular.Evaluate(v), mixture.Evaluate(v));
-    EXPECT_EQ(0.3 * fl.EvaluateUnion(A, B) + 1.7 * modular.EvaluateUnion(A, B), mixture.EvaluateUnion(A, B));
-    EXPECT_EQ(0.3 * fl.EvaluateAfterSubtraction(A, B) + 1.7 * modular.EvaluateAfterSubtraction(A, B),
-              mixture.EvaluateAfterSubtraction(A, B));
+    EXPECT_EQ(0.3 * fl.EvaluateUnion(A, B) + 1.7 * modular.EvaluateUnion(A, B),
+              mixture.EvaluateUnion(A, B));
+    EXPECT_EQ(
+        0.3 * fl.EvaluateAfterSubtraction(A, B) + 1.7 * modular.EvaluateAfterSubtraction(A, B),
+        mixture.EvaluateAfterSubtraction(A, B));
     EXPECT_EQ(0.3 * fl.Loss(v, A) + 1.7 * modular.Loss(v, A), mixture.Loss(v, A));
     if (!A.contains(v)) {
       EXPECT_EQ(0.3 * fl.Gain(v, A) + 1.7 * modular.Gain(v, A), mixture.Gain(v, A));
@@ -96,7 +97,8 @@ TEST(MixtureSetFunction, WeightsAndComponentsEdgeCases) {
   // One component with weight 1 is that component exactly.
   const MixtureSetFunction single(std::vector<const SetFunction*>{&fl}, {1.0});
   EXPECT_EQ(fl.Evaluate(A), single.Evaluate(A));
-  EXPECT_EQ(fl.MakeGrowingContext(A)->DisjointGain(4), single.MakeGrowingContext(A)->DisjointGain(4));
+  EXPECT_EQ(fl.MakeGrowingContext(A)->DisjointGain(4),
+            single.MakeGrowingContext(A)->DisjointGain(4));
 
   // Weight 0 removes a component's influence.
   const MixtureSetFunction zero(&fl, &modular, 1.0, 0.0);
@@ -150,21 +152,31 @@ TEST(MixtureSetFunction, Errors) {
       // Weights: count first, then emptiness, then sign (NaN is not non-negative).
       {[&] { mixture.setComponentWeights(std::vector<double>{1.0}); }, weights,
        "Invalid argument, number of weights 1 must match number of components 2."},
-      {[&] { mixture.setComponentWeights(std::vector<double>{1.0, -0.1}); }, weights,
-       "Invalid argument, found weight -1.000000e-01, weights must be all non-negative."},
-      {[&] { mixture.setComponentWeights(std::vector<double>{std::nan(""), 1.0}); }, weights,
-       "Invalid argument, found weight nan, weights must be all non-negative."},
+      {[&] {
+         mixture.setComponentWeights(std::vector<double>{1.0, -0.1});
+       },
+       weights, "Invalid argument, found weight -1.000000e-01, weights must be all non-negative."},
+      {[&] {
+         mixture.setComponentWeights(std::vector<double>{std::nan(""), 1.0});
+       },
+       weights, "Invalid argument, found weight nan, weights must be all non-negative."},
       {[&] { MixtureSetFunction(Components{}, std::vector<double>{}); }, weights,
        "Invalid argument, must have at least one component."},
       {[&] { MixtureSetFunction(Components{}, std::vector<double>{1.0}); }, weights,
        "Invalid argument, number of weights 1 must match number of components 0."},
       // Components.
-      {[&] { MixtureSetFunction(Components{nullptr, &fl}, {1.0, 1.0}); }, constructor,
-       "Invalid argument, all components must be present, component 0 missing."},
-      {[&] { MixtureSetFunction(Components{&fl, &modular, nullptr}, {1.0, 1.0, 1.0}); }, constructor,
+      {[&] {
+         MixtureSetFunction(Components{nullptr, &fl}, {1.0, 1.0});
+       },
+       constructor, "Invalid argument, all components must be present, component 0 missing."},
+      {[&] {
+         MixtureSetFunction(Components{&fl, &modular, nullptr}, {1.0, 1.0, 1.0});
+       },
+       constructor,
        "Invalid argument, all components must be present, missing component at position 2."},
       {[&] { MixtureSetFunction(&fl, &other_size); }, constructor,
-       "Invalid argument, all components must have same ground set size n=|V|, found sizes 14 and 15."},
+       "Invalid argument, all components must have same ground set size n=|V|, found sizes 14 and "
+       "15."},
       {[&] { MixtureSetFunction(&fl, nullptr); }, constructor, missing},
       {[&] { MixtureSetFunction(&fl, &fl, nullptr); }, constructor,
        "Invalid argument, components (f1, f2, and f3) must be present."},
@@ -172,9 +184,11 @@ TEST(MixtureSetFunction, Errors) {
        "Invalid argument, components (f1, f2, f3, and f4) must be present."},
       {[&] { MixtureSetFunction(&fl, &fl, &fl, &fl, nullptr); }, constructor,
        "Invalid argument, components (f1, f2, f3, f4, and f5) must be present."},
-      {[&] { mixture.LogComponentNames(nullptr); }, "LogComponentNames", "Invalid nullptr logger object."},
+      {[&] { mixture.LogComponentNames(nullptr); }, "LogComponentNames",
+       "Invalid nullptr logger object."},
   };
-  for (const auto& c : cases) testing::ExpectMessage(c.call, "MixtureSetFunction", c.function, c.text);
+  for (const auto& c : cases)
+    testing::ExpectMessage(c.call, "MixtureSetFunction", c.function, c.text);
   // A refused take-over leaves both the weights and the caller's vector.
   std::vector<double> kept = {1.0, -2.0};
   EXPECT_THROW(mixture.setComponentWeights(kept, true), std::invalid_argument);
@@ -193,7 +207,8 @@ TEST(MixtureSetFunction, LogsComponentNames) {
   spdlog::logger logger("mixture-test", sink);
   logger.set_level(spdlog::level::info);
   mixture.LogComponentNames(&logger);
-  EXPECT_EQ("Comp 0: Dense FL, |V|=14, #landmarks=5.\nComp 1: " + modular.Description() + ".\n", out.str());
+  EXPECT_EQ("Comp 0: Dense FL, |V|=14, #landmarks=5.\nComp 1: " + modular.Description() + ".\n",
+            out.str());
 }
 
 }  // namespace

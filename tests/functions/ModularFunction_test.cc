@@ -33,7 +33,8 @@ TYPED_TEST(ModularFunctionTest, IncrementalAnswersMatchWholeSetEvaluation) {
   using T = TypeParam;
   // Mixed signs, with and without an offset.
   for (const int n : {1, 5, 33}) {
-    ModularFunction<T> f(RandomWeights<T>(n, 11u + n, -1.0, 2.0), static_cast<T>(n % 2 ? 0.75 : 0.0));
+    ModularFunction<T> f(RandomWeights<T>(n, 11u + n, -1.0, 2.0),
+                         static_cast<T>(n % 2 ? 0.75 : 0.0));
     testing::OracleOptions options;
     options.seed = 100u + n;
     options.tolerance = 64 * std::numeric_limits<double>::epsilon();
@@ -90,8 +91,12 @@ TYPED_TEST(ModularFunctionTest, Errors) {
   // Non-finite weights are refused.
   for (const T bad : {std::numeric_limits<T>::quiet_NaN(), std::numeric_limits<T>::infinity(),
                       -std::numeric_limits<T>::infinity()}) {
-    testing::ExpectMessage([bad] { ModularFunction<T>(std::vector<T>{1, bad, 2}); }, "ModularFunction",
-                           "ModularFunction", "Found invalid modular element, has value that is IEEE FP NaN or Inf.");
+    testing::ExpectMessage(
+        [bad] {
+          ModularFunction<T>(std::vector<T>{1, bad, 2});
+        },
+        "ModularFunction", "ModularFunction",
+        "Found invalid modular element, has value that is IEEE FP NaN or Inf.");
   }
   testing::CheckArgumentErrors(ModularFunction<T>(std::vector<T>{1, 2, 3, 4}), "ModularFunction");
 }

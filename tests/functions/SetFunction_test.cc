@@ -11,9 +11,9 @@
 
 #include "functions/ModularFunction.h"
 #include "functions/set_function_oracle.h"
+#include "location_prefix.h"
 #include "sets/RangeSet.h"
 #include "sets/UnorderedHashSet.h"
-#include "location_prefix.h"
 
 namespace velmor {
 namespace {
@@ -57,7 +57,8 @@ class SqrtOfSum : public clone_inherit<SqrtOfSum, SubmodularFunction> {
       return std::make_unique<Shrinking>(*this);
     }
     double SubsetLoss(int v) const override {
-      return std::sqrt(sum_) - std::sqrt(std::max(0.0, sum_ - f_->weights_.at(static_cast<std::size_t>(v))));
+      return std::sqrt(sum_) -
+             std::sqrt(std::max(0.0, sum_ - f_->weights_.at(static_cast<std::size_t>(v))));
     }
     void RemoveExistingElementFromContext(const Set&, int v) override {
       sum_ -= f_->weights_.at(static_cast<std::size_t>(v));
@@ -69,7 +70,9 @@ class SqrtOfSum : public clone_inherit<SqrtOfSum, SubmodularFunction> {
     double sum_ = 0.0;
   };
 
-  double Evaluate(int v) const override { return std::sqrt(weights_.at(static_cast<std::size_t>(v))); }
+  double Evaluate(int v) const override {
+    return std::sqrt(weights_.at(static_cast<std::size_t>(v)));
+  }
   double Evaluate(const Set& A) const override {
     double sum = 0.0;
     for (int a : A) sum += weights_[static_cast<std::size_t>(a)];
@@ -122,8 +125,12 @@ class SqrtOfSum : public clone_inherit<SqrtOfSum, SubmodularFunction> {
     context->AssignContext(A);
     return context;
   }
-  void AssignContext(SetFunctionGrowingContext& c, const Set& A) const override { c.AssignContext(A); }
-  void AssignContext(SetFunctionShrinkingContext& c, const Set& A) const override { c.AssignContext(A); }
+  void AssignContext(SetFunctionGrowingContext& c, const Set& A) const override {
+    c.AssignContext(A);
+  }
+  void AssignContext(SetFunctionShrinkingContext& c, const Set& A) const override {
+    c.AssignContext(A);
+  }
   void AssignContext(SetFunctionGrowingContextExternal& c, const Set& A) const override {
     c.AssignContext(A);
   }

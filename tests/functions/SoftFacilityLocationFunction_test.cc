@@ -55,7 +55,8 @@ TYPED_TEST(SoftFacilityLocationTest, IncrementalAnswersMatchWholeSetEvaluation) 
                {12, 33, 1.0, 30.0, false}, {20, 6, 1e3, 1e-3, false}};
   std::uint32_t seed = 11;
   for (const auto& c : cases) {
-    SCOPED_TRACE("n=" + std::to_string(c.n) + " k=" + std::to_string(c.k) + " lambda=" + std::to_string(c.lambda));
+    SCOPED_TRACE("n=" + std::to_string(c.n) + " k=" + std::to_string(c.k) +
+                 " lambda=" + std::to_string(c.lambda));
     SoftFacilityLocationFunction<T> f(RandomMatrix<T>(c.n, c.k, ++seed, c.scale), c.lambda);
     f.ComputeNormalizationConstant(!c.normalize);
     testing::OracleOptions options;
@@ -118,7 +119,8 @@ TYPED_TEST(SoftFacilityLocationTest, ApproachesHardFacilityLocation) {
       auto context = soft.MakeGrowingContext(A);
       for (int v = 0; v < n; v += 3) {
         if (A.contains(v)) continue;
-        EXPECT_NEAR(hard.Gain(v, A), context->DisjointGain(v), 2 * k * lambda * std::log(A.size() + 2.0) + 1e-12);
+        EXPECT_NEAR(hard.Gain(v, A), context->DisjointGain(v),
+                    2 * k * lambda * std::log(A.size() + 2.0) + 1e-12);
       }
     }
   }
@@ -162,8 +164,8 @@ TYPED_TEST(SoftFacilityLocationTest, ContextEdgeCases) {
   m << T(1), T(0), T(0.5), T(0), T(1), T(2);
   SoftFacilityLocationFunction<T> f(m, 0.5);
   f.ComputeNormalizationConstant(true);
-  typename SoftFacilityLocationFunction<T>::SoftFacilityLocationFunctionGrowingContext context(&f,
-                                                                                               UnorderedHashSet(3));
+  typename SoftFacilityLocationFunction<T>::SoftFacilityLocationFunctionGrowingContext context(
+      &f, UnorderedHashSet(3));
   EXPECT_EQ(0.0, context.CurrentValue());
   // The first element raises only landmark 0's shift (S = 1 > 0).
   EXPECT_TRUE(context.AddNewElementToContext(0, true));
@@ -185,12 +187,14 @@ TYPED_TEST(SoftFacilityLocationTest, ContextEdgeCases) {
   const UnorderedHashSet all = SetOf(3, {0, 1, 2});
   auto shrinking = t.MakeShrinkingContext(all);
   for (int v = 0; v < 3; ++v) {
-    EXPECT_NEAR(t.Evaluate(all) - t.EvaluateAfterSubtraction(all, v), shrinking->SubsetLoss(v), 1e-12);
+    EXPECT_NEAR(t.Evaluate(all) - t.EvaluateAfterSubtraction(all, v), shrinking->SubsetLoss(v),
+                1e-12);
   }
   shrinking->RemoveExistingElementFromContext(0, true);
   const UnorderedHashSet rest = SetOf(3, {1, 2});
   EXPECT_NEAR(t.Evaluate(rest), shrinking->CurrentValue(), 1e-12);
-  EXPECT_NEAR(t.Evaluate(rest) - t.EvaluateAfterSubtraction(rest, 1), shrinking->SubsetLoss(1), 1e-12);
+  EXPECT_NEAR(t.Evaluate(rest) - t.EvaluateAfterSubtraction(rest, 1), shrinking->SubsetLoss(1),
+              1e-12);
 }
 
 TYPED_TEST(SoftFacilityLocationTest, Errors) {
@@ -206,20 +210,21 @@ TYPED_TEST(SoftFacilityLocationTest, Errors) {
       {std::nan(""), "Invalid argument, must have softness_value (=nan) > 0."},
       {std::numeric_limits<double>::infinity(),
        "Invalid argument, softness_value (=inf) must be finite with a finite inverse."},
-      {1e-320, "Invalid argument, softness_value (=9.999889e-321) must be finite with a finite inverse."},
+      {1e-320,
+       "Invalid argument, softness_value (=9.999889e-321) must be finite with a finite inverse."},
   };
   for (const auto& c : softness) {
-    ExpectMessage([&] { SoftFacilityLocationFunction<T> f(2, 2, c.lambda); }, file, "CheckAndAssignSoftnessValue",
-                  c.text);
+    ExpectMessage([&] { SoftFacilityLocationFunction<T> f(2, 2, c.lambda); }, file,
+                  "CheckAndAssignSoftnessValue", c.text);
   }
   SoftFacilityLocationFunction<T> f(4, 3, 0.5);
   EXPECT_THROW(f.CheckAndAssignSoftnessValue(0.0), std::invalid_argument);
   EXPECT_EQ(0.5, f.SoftnessValue()) << "a refused softness changed the function";
   EXPECT_EQ(2.0, f.InverseSoftnessValue());
-  ExpectMessage([] { SoftFacilityLocationFunction<T> g(0, 2, 1.0); }, file, "SoftFacilityLocationFunction",
-                "Invalid argument, ground_set_size=0.");
-  ExpectMessage([] { SoftFacilityLocationFunction<T> g(5, 0, 1.0); }, file, "SoftFacilityLocationFunction",
-                "Invalid argument, number_of_concepts=5.");
+  ExpectMessage([] { SoftFacilityLocationFunction<T> g(0, 2, 1.0); }, file,
+                "SoftFacilityLocationFunction", "Invalid argument, ground_set_size=0.");
+  ExpectMessage([] { SoftFacilityLocationFunction<T> g(5, 0, 1.0); }, file,
+                "SoftFacilityLocationFunction", "Invalid argument, number_of_concepts=5.");
   f.MutableRow(0)[0] = T(1);
   f.ComputeNormalizationConstant(false);
   testing::CheckArgumentErrors(f, file);
@@ -229,8 +234,8 @@ TYPED_TEST(SoftFacilityLocationTest, Errors) {
   // off), and strongly negative rows where f(V) = k lambda log(1 + n e^(-big)) rounds to 0.
   SoftFacilityLocationFunction<T> nan(3, 2, 1.0);
   nan.MutableRow(1)[1] = std::numeric_limits<T>::quiet_NaN();
-  ExpectMessage([&] { nan.ComputeNormalizationConstant(false); }, file, "ComputeNormalizationConstant",
-                "Invalid soft facility location matrix.", "NaN");
+  ExpectMessage([&] { nan.ComputeNormalizationConstant(false); }, file,
+                "ComputeNormalizationConstant", "Invalid soft facility location matrix.", "NaN");
   EXPECT_EQ(1.0, nan.NormalizationScale());
   SetMatrixValueChecksEnabled(false);
   EXPECT_NO_THROW(nan.ComputeNormalizationConstant(true));
@@ -239,8 +244,8 @@ TYPED_TEST(SoftFacilityLocationTest, Errors) {
   for (int v = 0; v < 2; ++v) {
     for (int i = 0; i < 2; ++i) negative.MutableRow(v)[i] = T(-1e4);
   }
-  ExpectMessage([&] { negative.ComputeNormalizationConstant(false); }, file, "ComputeNormalizationConstant",
-                "Invalid matrix, f(V) = 0 <= 0.");
+  ExpectMessage([&] { negative.ComputeNormalizationConstant(false); }, file,
+                "ComputeNormalizationConstant", "Invalid matrix, f(V) = 0 <= 0.");
 }
 
 }  // namespace

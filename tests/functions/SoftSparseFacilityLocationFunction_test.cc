@@ -127,7 +127,8 @@ TYPED_TEST(SoftSparseFacilityLocationTest, ValuesFollowTheAbsentEntryRule) {
         }
       }
       for (int v = 0; v < n; ++v) {
-        EXPECT_NEAR(BruteForceValue<T>(dense, stored, SetOf(n, {v}), lambda), sparse.Evaluate(v), 1e-12);
+        EXPECT_NEAR(BruteForceValue<T>(dense, stored, SetOf(n, {v}), lambda), sparse.Evaluate(v),
+                    1e-12);
       }
     }
   }
@@ -168,16 +169,16 @@ TYPED_TEST(SoftSparseFacilityLocationTest, FailuresLeaveTheCallersMatrix) {
   EXPECT_EQ(1, m.nonZeros());
   // No stored entries: f(V) = 0; the caller keeps its matrix.
   Sparse<T> empty(4, 4);
-  ExpectMessage([&] { SoftSparseFacilityLocationFunction<T> f(std::move(empty), 1.0, false); }, file, file,
-                "Invalid matrix, f(V) = 0 <= 0.");
+  ExpectMessage([&] { SoftSparseFacilityLocationFunction<T> f(std::move(empty), 1.0, false); },
+                file, file, "Invalid matrix, f(V) = 0 <= 0.");
   EXPECT_EQ(4, empty.rows());
   EXPECT_EQ(4, empty.cols());
   // NaN: nested value-check failure.
   Sparse<T> nan(2, 2);
   nan.insert(1, 1) = std::numeric_limits<T>::quiet_NaN();
   nan.insert(0, 0) = T(2);
-  ExpectMessage([&] { SoftSparseFacilityLocationFunction<T> f(std::move(nan), 1.0, false); }, file, file,
-                "Invalid sparse facility location matrix.", "NaN");
+  ExpectMessage([&] { SoftSparseFacilityLocationFunction<T> f(std::move(nan), 1.0, false); }, file,
+                file, "Invalid sparse facility location matrix.", "NaN");
   EXPECT_EQ(2, nan.nonZeros());
   // Success takes the matrix; with skip the scale stays 1.
   SoftSparseFacilityLocationFunction<T> f(std::move(m), 0.5, true);

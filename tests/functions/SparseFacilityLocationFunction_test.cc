@@ -51,7 +51,8 @@ Sparse<T> RandomSparse(int n, int k, double density, std::uint32_t seed, Dense<T
 }
 
 template <typename T>
-Sparse<T> FromTriplets(int rows, int cols, const std::vector<Eigen::Triplet<T, std::int32_t>>& triplets) {
+Sparse<T> FromTriplets(int rows, int cols,
+                       const std::vector<Eigen::Triplet<T, std::int32_t>>& triplets) {
   Sparse<T> m(rows, cols);
   m.setFromTriplets(triplets.begin(), triplets.end());
   return m;
@@ -74,7 +75,8 @@ TYPED_TEST(SparseFacilityLocationTest, IncrementalAnswersMatchWholeSetEvaluation
     Dense<T> dense;
     std::vector<int> empty_rows;
     if (c.n > 3) empty_rows = {0, c.n / 2};
-    SparseFacilityLocationFunction<T> f(RandomSparse<T>(c.n, c.k, c.density, ++seed, dense, empty_rows), false);
+    SparseFacilityLocationFunction<T> f(
+        RandomSparse<T>(c.n, c.k, c.density, ++seed, dense, empty_rows), false);
     testing::OracleOptions options;
     options.seed = seed;
     options.steps = 80;
@@ -95,9 +97,11 @@ TYPED_TEST(SparseFacilityLocationTest, EqualsDenseFacilityLocationWithZerosForAb
     SparseFacilityLocationFunction<T> sparse(RandomSparse<T>(n, k, density, 77, dense, {3}), false);
     FacilityLocationFunction<T> reference(dense);
     reference.ComputeNormalizationConstant(false);
-    EXPECT_NEAR(reference.NormalizationScale(), sparse.NormalizationScale(), 1e-15 * reference.NormalizationScale());
+    EXPECT_NEAR(reference.NormalizationScale(), sparse.NormalizationScale(),
+                1e-15 * reference.NormalizationScale());
     // The dense gain is summed in T in four lanes, the sparse one in double.
-    const double tolerance = k * k * std::numeric_limits<T>::epsilon() * reference.NormalizationScale();
+    const double tolerance =
+        k * k * std::numeric_limits<T>::epsilon() * reference.NormalizationScale();
     for (int trial = 0; trial < 25; ++trial) {
       const UnorderedHashSet A = testing::RandomSet(n, 0.25, rng);
       EXPECT_NEAR(reference.Evaluate(A), sparse.Evaluate(A), 1e-14);
@@ -109,7 +113,8 @@ TYPED_TEST(SparseFacilityLocationTest, EqualsDenseFacilityLocationWithZerosForAb
         if (A.contains(v)) {
           EXPECT_NEAR(dense_shrinking->SubsetLoss(v), sparse_shrinking->SubsetLoss(v), 1e-14) << v;
         } else {
-          EXPECT_NEAR(dense_context->DisjointGain(v), sparse_context->DisjointGain(v), tolerance) << v;
+          EXPECT_NEAR(dense_context->DisjointGain(v), sparse_context->DisjointGain(v), tolerance)
+              << v;
           EXPECT_NEAR(reference.Gain(v, A), sparse.Gain(v, A), 1e-14) << v;
         }
       }
@@ -119,7 +124,8 @@ TYPED_TEST(SparseFacilityLocationTest, EqualsDenseFacilityLocationWithZerosForAb
 
 TYPED_TEST(SparseFacilityLocationTest, ElementsWithoutEntriesAndRawScale) {
   using T = TypeParam;
-  Sparse<T> m = FromTriplets<T>(4, 3, {{0, 0, T(0.5)}, {0, 2, T(0.25)}, {2, 0, T(1.5)}, {2, 1, T(-2)}, {3, 2, T(0.75)}});
+  Sparse<T> m = FromTriplets<T>(
+      4, 3, {{0, 0, T(0.5)}, {0, 2, T(0.25)}, {2, 0, T(1.5)}, {2, 1, T(-2)}, {3, 2, T(0.75)}});
   SparseFacilityLocationFunction<T> f(std::move(m), true);
   EXPECT_EQ(0, m.nonZeros()) << "the caller's matrix was not taken over";
   EXPECT_EQ(1.0, f.NormalizationScale());
@@ -168,8 +174,8 @@ TYPED_TEST(SparseFacilityLocationTest, FailuresLeaveTheCallersMatrix) {
   EXPECT_EQ(5, empty.rows());
   EXPECT_EQ(4, empty.cols());
   Sparse<T> negative = FromTriplets<T>(2, 2, {{1, 0, T(-3)}, {0, 1, T(-1)}});
-  ExpectMessage([&] { SparseFacilityLocationFunction<T> f(std::move(negative), false); }, file, file,
-                "Invalid matrix, f(V) = 0 <= 0.");
+  ExpectMessage([&] { SparseFacilityLocationFunction<T> f(std::move(negative), false); }, file,
+                file, "Invalid matrix, f(V) = 0 <= 0.");
   ASSERT_EQ(2, negative.nonZeros());
   EXPECT_EQ(T(-3), negative.coeff(1, 0));
   EXPECT_EQ(T(-1), negative.coeff(0, 1));

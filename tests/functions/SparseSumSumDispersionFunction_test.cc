@@ -153,16 +153,18 @@ TYPED_TEST(SparseSumSumDispersionTest, Errors) {
   ExpectMessage([&] { SparseSumSumDispersionFunction<T> f(Sparse<T>(0, 0)); }, file, file,
                 "Invalid argument, ground_set_size=0.");
   SparseSumSumDispersionFunction<T> empty(Sparse<T>(4, 4));
-  ExpectMessage([&] { empty.ComputeNormalizationConstant(false); }, file, "ComputeNormalizationConstant",
+  ExpectMessage([&] { empty.ComputeNormalizationConstant(false); }, file,
+                "ComputeNormalizationConstant",
                 "Invalid possibly all zero or negative Sparse SumSumDisp matrix, f(V) = 0 <= 0.");
   Sparse<T> infinite(2, 2);
   infinite.insert(0, 1) = std::numeric_limits<T>::infinity();
   SparseSumSumDispersionFunction<T> inf(std::move(infinite));
-  ExpectMessage([&] { inf.ComputeNormalizationConstant(true); }, file, "ComputeNormalizationConstant",
-                "Invalid Sparse SumSumDisp matrix.", "Inf");
+  ExpectMessage([&] { inf.ComputeNormalizationConstant(true); }, file,
+                "ComputeNormalizationConstant", "Invalid Sparse SumSumDisp matrix.", "Inf");
   // No final period in the element and size messages; the pair form
   // delegates to EvaluateUnion.
-  testing::CheckArgumentErrors(SparseSumSumDispersionFunction<T>(Dense<T>::Ones(4, 4).sparseView()), file, "");
+  testing::CheckArgumentErrors(SparseSumSumDispersionFunction<T>(Dense<T>::Ones(4, 4).sparseView()),
+                               file, "");
 }
 
 }  // namespace

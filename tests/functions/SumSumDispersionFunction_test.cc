@@ -136,14 +136,15 @@ TYPED_TEST(SumSumDispersionTest, Errors) {
     ExpectMessage([&] { SumSumDispersionFunction<T> f(c.m); }, file, file, c.text);
   }
   SumSumDispersionFunction<T> zero(Matrix<T>::Zero(4, 4));
-  ExpectMessage([&] { zero.ComputeNormalizationConstant(false); }, file, "ComputeNormalizationConstant",
+  ExpectMessage([&] { zero.ComputeNormalizationConstant(false); }, file,
+                "ComputeNormalizationConstant",
                 "Invalid possibly all zero or negative SumSumDisp matrix, f(V) = 0 <= 0.");
   Matrix<T> with_nan = Matrix<T>::Ones(2, 2);
   with_nan(1, 0) = std::numeric_limits<T>::quiet_NaN();
   SumSumDispersionFunction<T> nan(with_nan);
   EXPECT_FALSE(nan.IsSymmetric());
-  ExpectMessage([&] { nan.ComputeNormalizationConstant(false); }, file, "ComputeNormalizationConstant",
-                "Invalid SumSumDisp matrix.", "NaN");
+  ExpectMessage([&] { nan.ComputeNormalizationConstant(false); }, file,
+                "ComputeNormalizationConstant", "Invalid SumSumDisp matrix.", "NaN");
   // No final period in this family's element and size messages; the pair
   // form delegates to EvaluateUnion.
   testing::CheckArgumentErrors(SumSumDispersionFunction<T>(Matrix<T>::Ones(4, 4)), file, "");

@@ -96,7 +96,9 @@ inline void CheckSetFunctionAgainstEvaluation(const SetFunction& f, const Oracle
   ASSERT_GT(n, 0);
   const double tol = options.tolerance;
   std::mt19937 rng(options.seed);
-  auto uniform = [&rng](int bound) { return std::uniform_int_distribution<int>(0, bound - 1)(rng); };
+  auto uniform = [&rng](int bound) {
+    return std::uniform_int_distribution<int>(0, bound - 1)(rng);
+  };
   std::bernoulli_distribution remove_coin(options.removal_probability);
 
   std::set<int> model;
@@ -180,7 +182,8 @@ inline void CheckSetFunctionAgainstEvaluation(const SetFunction& f, const Oracle
       const double f_union = f.Evaluate(MakeSet(union_model, n));
       const double f_difference = f.Evaluate(MakeSet(difference_model, n));
       ExpectClose(f_union, f.EvaluateUnion(A, B), tol, "EvaluateUnion(A, B)");
-      ExpectClose(f_difference, f.EvaluateAfterSubtraction(A, B), tol, "EvaluateAfterSubtraction(A, B)");
+      ExpectClose(f_difference, f.EvaluateAfterSubtraction(A, B), tol,
+                  "EvaluateAfterSubtraction(A, B)");
       ExpectClose(f_union - f.Evaluate(B), f.SetGain(A, B), tol, "SetGain(A, B)");
       ExpectClose(fA - f_difference, f.SetLoss(B, A), tol, "SetLoss(B, A)");
       std::set<int> disjoint;
@@ -188,7 +191,8 @@ inline void CheckSetFunctionAgainstEvaluation(const SetFunction& f, const Oracle
         if (model.count(v) == 0) disjoint.insert(v);
       }
       const double value_before = growing->CurrentValue();
-      ExpectClose(f_union - fA, growing->DisjointSetGain(MakeSet(disjoint, n)), tol, "DisjointSetGain");
+      ExpectClose(f_union - fA, growing->DisjointSetGain(MakeSet(disjoint, n)), tol,
+                  "DisjointSetGain");
       EXPECT_EQ(value_before, growing->CurrentValue()) << "DisjointSetGain changed the context";
       if (shrinking) {
         std::set<int> members;
@@ -199,8 +203,8 @@ inline void CheckSetFunctionAgainstEvaluation(const SetFunction& f, const Oracle
         for (int v : model) {
           if (members.count(v) == 0) rest.insert(v);
         }
-        ExpectClose(fA - f.Evaluate(MakeSet(rest, n)), shrinking->SubsetSetLoss(MakeSet(members, n)),
-                    tol, "SubsetSetLoss");
+        ExpectClose(fA - f.Evaluate(MakeSet(rest, n)),
+                    shrinking->SubsetSetLoss(MakeSet(members, n)), tol, "SubsetSetLoss");
       }
     }
 
@@ -227,7 +231,8 @@ inline void CheckSetFunctionAgainstEvaluation(const SetFunction& f, const Oracle
       f.AssignContext(*external, after);
       // Built element by element from the empty set, in another order.
       std::unique_ptr<SetFunction::SetFunctionGrowingContext> rebuilt = f.MakeGrowingContext(empty);
-      for (auto r = model.rbegin(); r != model.rend(); ++r) rebuilt->AddNewElementToContext(*r, true);
+      for (auto r = model.rbegin(); r != model.rend(); ++r)
+        rebuilt->AddNewElementToContext(*r, true);
       ExpectClose(rebuilt->CurrentValue(), growing->CurrentValue(), tol,
                   "AssignContext against element-by-element building");
       EXPECT_EQ(rebuilt->NumberOfElements(), growing->NumberOfElements());
@@ -253,8 +258,9 @@ inline void CheckSetFunctionAgainstEvaluation(const SetFunction& f, const Oracle
 
 // A rows x cols matrix with entries scale * uniform [0, 1), filled row by row.
 template <typename T>
-Eigen::Matrix<T, Eigen::Dynamic, Eigen::Dynamic> RandomMatrix(int rows, int cols, std::uint32_t seed,
-                                                            double scale = 1.0) {
+Eigen::Matrix<T, Eigen::Dynamic, Eigen::Dynamic> RandomMatrix(int rows, int cols,
+                                                              std::uint32_t seed,
+                                                              double scale = 1.0) {
   std::mt19937 rng(seed);
   std::uniform_real_distribution<double> unit(0.0, 1.0);
   Eigen::Matrix<T, Eigen::Dynamic, Eigen::Dynamic> m(rows, cols);
@@ -290,8 +296,8 @@ inline UnorderedHashSet Union(const Set& a, const Set& b) {
 namespace internal {
 
 // Whether `what` is exactly "[[@<file>:<line>:<function>]] <text>".
-inline bool HasMessage(const std::string& what, const std::string& file, const std::string& function,
-                       const std::string& text) {
+inline bool HasMessage(const std::string& what, const std::string& file,
+                       const std::string& function, const std::string& text) {
   const std::string head = "[[@" + file + ":";
   const std::string tail = ":" + function + "]] " + text;
   if (what.size() <= head.size() + tail.size() || what.compare(0, head.size(), head) != 0 ||
@@ -309,14 +315,16 @@ inline bool HasMessage(const std::string& what, const std::string& file, const s
 // `call` must throw std::invalid_argument "[[@<file>:<line>:<function>]] <text>";
 // with `nested` non-empty, the exception must carry a nested one whose message
 // contains `nested`.
-inline void ExpectMessage(const std::function<void()>& call, const std::string& file, const std::string& function,
-                          const std::string& text, const std::string& nested = "") {
+inline void ExpectMessage(const std::function<void()>& call, const std::string& file,
+                          const std::string& function, const std::string& text,
+                          const std::string& nested = "") {
   try {
     call();
     ADD_FAILURE() << "no exception, expected " << function << ": " << text;
   } catch (const std::invalid_argument& e) {
     EXPECT_TRUE(internal::HasMessage(e.what(), file, function, text))
-        << "got:      " << e.what() << "\nexpected: [[@" << file << ":<line>:" << function << "]] " << text;
+        << "got:      " << e.what() << "\nexpected: [[@" << file << ":<line>:" << function << "]] "
+        << text;
     if (nested.empty()) return;
     try {
       std::rethrow_if_nested(e);
@@ -334,7 +342,8 @@ inline void ExpectMessage(const std::function<void()>& call, const std::string& 
 // the source file named in the messages, `end` the text that ends the element
 // and size messages, `pair_function` the name EvaluateUnionAndSecondArg's
 // messages carry (a function may delegate it). Needs n >= 2.
-inline void CheckArgumentErrors(const SetFunction& f, const std::string& file, const std::string& end = ".",
+inline void CheckArgumentErrors(const SetFunction& f, const std::string& file,
+                                const std::string& end = ".",
                                 const std::string& pair_function = "EvaluateUnionAndSecondArg") {
   const int n = f.GroundSetSize();
   ASSERT_GE(n, 2);
@@ -358,7 +367,8 @@ inline void CheckArgumentErrors(const SetFunction& f, const std::string& file, c
       {[&] { f.EvaluateUnion(A, larger); }, "EvaluateUnion", too_large},
       {[&] { f.EvaluateUnionAndSecondArg(n, A); }, pair_function, bad_element + N + end},
       {[&] { f.EvaluateUnionAndSecondArg(0, larger); }, pair_function, too_large},
-      {[&] { f.EvaluateAfterSubtraction(A, n); }, "EvaluateAfterSubtraction", bad_element + N + end},
+      {[&] { f.EvaluateAfterSubtraction(A, n); }, "EvaluateAfterSubtraction",
+       bad_element + N + end},
       {[&] { f.EvaluateAfterSubtraction(larger, 0); }, "EvaluateAfterSubtraction", too_large},
       {[&] { f.EvaluateAfterSubtraction(larger, A); }, "EvaluateAfterSubtraction", too_large},
       {[&] { f.Gain(-1, A); }, "Gain", bad_element + "-1" + end},
@@ -387,7 +397,8 @@ inline void CheckArgumentErrors(const SetFunction& f, const std::string& file, c
   ExpectMessage([&] { shrinking->SubsetLoss(n); }, file, "SubsetLoss", bad_element + N + end);
   ExpectMessage([&] { shrinking->RemoveExistingElementFromContext(-1, true); }, file,
                 "RemoveExistingElementFromContext", bad_element + "-1" + end);
-  ExpectMessage([&] { f.AssignContext(*shrinking, larger); }, file, "AssignContext", mismatch_larger);
+  ExpectMessage([&] { f.AssignContext(*shrinking, larger); }, file, "AssignContext",
+                mismatch_larger);
   EXPECT_EQ(value, growing->CurrentValue());
   EXPECT_EQ(1, growing->NumberOfElements());
   EXPECT_EQ(1, shrinking->NumberOfElements());

@@ -39,12 +39,14 @@ void Feed(const Reader& reader, const std::string& bytes, Outcome& outcome) {
 }
 
 // Every proper prefix, then `flips` random single-byte changes.
-Outcome Torture(const Reader& reader, const std::string& valid, int flips, bool valid_reads = true) {
+Outcome Torture(const Reader& reader, const std::string& valid, int flips,
+                bool valid_reads = true) {
   Outcome outcome;
   if (valid_reads) {
     EXPECT_NO_THROW(reader(valid));
   }
-  for (std::size_t length = 0; length < valid.size(); ++length) Feed(reader, valid.substr(0, length), outcome);
+  for (std::size_t length = 0; length < valid.size(); ++length)
+    Feed(reader, valid.substr(0, length), outcome);
   std::mt19937 random(static_cast<unsigned>(valid.size()));
   for (int k = 0; k < flips; ++k) {
     std::string bytes = valid;
@@ -79,41 +81,58 @@ TEST(Corruption, DenseNumpy) {
   // Other element types and the memory fast path.
   std::ostringstream f4;
   WriteMatrixToNumpyFile<float>(f4, Small<float>(), false);
-  Torture([](const std::string& bytes) { ReadRowMajorMatchingEndian2DNumpyMatrixFileFromMemoryBuffer<float>(bytes.data(), bytes.size()); },
-          f4.str(), 2000);
-  Torture([](const std::string& bytes) { std::istringstream in(bytes); ReadMatrixFromNumpyFile<int32_t>(in); },
-          f4.str(), 1000, false);
+  Torture(
+      [](const std::string& bytes) {
+        ReadRowMajorMatchingEndian2DNumpyMatrixFileFromMemoryBuffer<float>(bytes.data(),
+                                                                           bytes.size());
+      },
+      f4.str(), 2000);
+  Torture(
+      [](const std::string& bytes) {
+        std::istringstream in(bytes);
+        ReadMatrixFromNumpyFile<int32_t>(in);
+      },
+      f4.str(), 1000, false);
 }
 
 TEST(Corruption, DenseCSVAndBinary) {
   std::ostringstream csv;
   WriteMatrixToCSVFile<double>(csv, Small<double>(), {"a", "b", "c", "d"});
-  Torture([](const std::string& bytes) {
-            std::istringstream in(bytes);
-            std::vector<std::string> names;
-            ReadMatrixFromCSVFile<float>(in, names, true);
-          },
-          csv.str(), 3000);
-  Torture([](const std::string& bytes) {
-            std::istringstream in(bytes);
-            ReadRowsColsFromCSVFile(in, true);
-          },
-          csv.str(), 500);
+  Torture(
+      [](const std::string& bytes) {
+        std::istringstream in(bytes);
+        std::vector<std::string> names;
+        ReadMatrixFromCSVFile<float>(in, names, true);
+      },
+      csv.str(), 3000);
+  Torture(
+      [](const std::string& bytes) {
+        std::istringstream in(bytes);
+        ReadRowsColsFromCSVFile(in, true);
+      },
+      csv.str(), 500);
   std::ostringstream bin;
   WriteMatrixToBinaryFile<double>(bin, Small<double>());
-  const Outcome o = Torture([](const std::string& bytes) {
-                              std::istringstream in(bytes);
-                              ReadMatrixFromBinaryFile<double>(in, 3, 4);
-                            },
-                            bin.str(), 2000);
+  const Outcome o = Torture(
+      [](const std::string& bytes) {
+        std::istringstream in(bytes);
+        ReadMatrixFromBinaryFile<double>(in, 3, 4);
+      },
+      bin.str(), 2000);
   EXPECT_EQ(o.refused >= static_cast<int>(bin.str().size()), true);
 }
 
 // A small archive in the layout of SciPy's uncompressed save: stored local
 // headers with zip64 extra fields, then a central directory signature.
 std::string Archive(const std::vector<std::pair<std::string, std::string>>& entries, bool zip64) {
-  auto u16 = [](std::string& s, uint16_t v) { s += static_cast<char>(v & 0xff); s += static_cast<char>(v >> 8); };
-  auto u32 = [&](std::string& s, uint32_t v) { u16(s, v & 0xffff); u16(s, v >> 16); };
+  auto u16 = [](std::string& s, uint16_t v) {
+    s += static_cast<char>(v & 0xff);
+    s += static_cast<char>(v >> 8);
+  };
+  auto u32 = [&](std::string& s, uint32_t v) {
+    u16(s, v & 0xffff);
+    u16(s, v >> 16);
+  };
   std::string out;
   for (const auto& [name, data] : entries) {
     u32(out, 0x04034b50);
@@ -145,7 +164,8 @@ std::string Archive(const std::vector<std::pair<std::string, std::string>>& entr
 template <typename T>
 std::string Npy1D(const std::string& descr, const std::vector<T>& values) {
   return testing::NpyBytes(
-      "{'descr': '" + descr + "', 'fortran_order': False, 'shape': (" + std::to_string(values.size()) + ",), }",
+      "{'descr': '" + descr + "', 'fortran_order': False, 'shape': (" +
+          std::to_string(values.size()) + ",), }",
       std::string(reinterpret_cast<const char*>(values.data()), values.size() * sizeof(T)));
 }
 
@@ -184,17 +204,20 @@ TEST(Corruption, SparseArchivesAndCSV) {
   // Specific refusals.
   std::string bad_id = csr;
   bad_id[30 + 8] = 2;  // zip64 extra field identifier of the first entry
-  testing::ExpectFailure([&] { npz(bad_id); }, "the extra field identifier code is 2, which should be 1");
+  testing::ExpectFailure([&] { npz(bad_id); },
+                         "the extra field identifier code is 2, which should be 1");
   std::string compressed = coo;
   compressed[8] = 8;
-  testing::ExpectFailure([&] { npz(compressed); }, "only support uncompressed files.Compression Mode: 8");
+  testing::ExpectFailure([&] { npz(compressed); },
+                         "only support uncompressed files.Compression Mode: 8");
   // Sparse CSV.
-  Torture([](const std::string& bytes) {
-            std::istringstream s(bytes);
-            std::vector<std::string> names;
-            ReadSparseMatrixFromCSVFile<double>(s, names, false);
-          },
-          std::string("1,,2.5\n,3,\n-4,,\n"), 2000);
+  Torture(
+      [](const std::string& bytes) {
+        std::istringstream s(bytes);
+        std::vector<std::string> names;
+        ReadSparseMatrixFromCSVFile<double>(s, names, false);
+      },
+      std::string("1,,2.5\n,3,\n-4,,\n"), 2000);
 }
 
 }  // namespace

@@ -69,43 +69,55 @@ TYPED_TEST(DenseFormats, CSVReadsAndRoundTrips) {
       std::snprintf(text, sizeof(text), "%.*g", digits, static_cast<double>(values(i, j)));
       EXPECT_EQ(read(i, j), static_cast<T>(std::strtod(text, nullptr))) << text;
     }
-  ExpectFailure([&] { std::ostringstream o; WriteMatrixToCSVFile<T>(o, values, {"x"}); },
-                "Trying to produce matrix with 3 columns but 1 field names.");
+  ExpectFailure(
+      [&] {
+        std::ostringstream o;
+        WriteMatrixToCSVFile<T>(o, values, {"x"});
+      },
+      "Trying to produce matrix with 3 columns but 1 field names.");
 }
 
 TYPED_TEST(DenseFormats, CSVRefusals) {
   using T = TypeParam;
-  ExpectFailure([] { ReadCSV<T>("1,2,3\n4,5\n"); },
-                "Stream has incorrect format at line 1. Expected 3 columns, but got 2 columns instead.");
+  ExpectFailure(
+      [] { ReadCSV<T>("1,2,3\n4,5\n"); },
+      "Stream has incorrect format at line 1. Expected 3 columns, but got 2 columns instead.");
   ExpectFailure([] { ReadCSV<T>("1,2\n3,,4\n"); },
                 "Error converting cell '' to 'a floating point number");
   ExpectFailure([] { ReadCSV<T>("1,2\n3,4,\n"); }, "Error converting cell '' to");
-  ExpectFailure([] { ReadCSV<T>("1,2 3\n"); }, "Cell '2 3' contains more than a single floating point value");
+  ExpectFailure([] { ReadCSV<T>("1,2 3\n"); },
+                "Cell '2 3' contains more than a single floating point value");
   ExpectFailure([] { ReadCSV<T>("1,nan\n"); }, "Encountered IEEE NaN during read");
   ExpectFailure([] { ReadCSV<T>("inf,1\n"); }, "Encountered IEEE Inf during read");
-  ExpectFailure([] { ReadCSV<T>("1\n1e400\n"); }, "Cell '1e400' is out of range to be converted to");
+  ExpectFailure([] { ReadCSV<T>("1\n1e400\n"); },
+                "Cell '1e400' is out of range to be converted to");
   const std::string chain = ExpectFailure([] { ReadCSV<T>("1,2\nx,4\n"); }, "at row 1, col 0");
   EXPECT_EQ(chain.rfind("[[@DenseCSVFileIOSupport:", 0), 0u) << chain;
   EXPECT_NE(chain.find(":ReadMatrixFromCSVFile]]"), std::string::npos) << chain;
 }
 
 TEST(DenseCSV, SinglePrecisionRangeAndIntegers) {
-  ExpectFailure([] { ReadCSV<float>("1e40\n"); },
-                "Cell '1e40' is out of range to be converted to 'a floating point number (single precision)' "
-                "at row 0, col 0");
+  ExpectFailure(
+      [] { ReadCSV<float>("1e40\n"); },
+      "Cell '1e40' is out of range to be converted to 'a floating point number (single precision)' "
+      "at row 0, col 0");
   EXPECT_EQ(ReadCSV<double>("1e40\n")(0, 0), 1e40);
   DenseMatrix<int32_t> expected(2, 2);
   expected << 1, -2, 2147483647, +3;
   EXPECT_EQ(ReadCSV<int32_t>(" 1,-2\n2147483647,+3\n"), expected);
-  ExpectFailure([] { ReadCSV<int32_t>("2147483648\n"); }, "is out of range to be converted to 'an integer number (32 bits)'");
-  ExpectFailure([] { ReadCSV<int32_t>("1.5\n"); }, "Cell '1.5' contains more than a single integer value");
+  ExpectFailure([] { ReadCSV<int32_t>("2147483648\n"); },
+                "is out of range to be converted to 'an integer number (32 bits)'");
+  ExpectFailure([] { ReadCSV<int32_t>("1.5\n"); },
+                "Cell '1.5' contains more than a single integer value");
   // Counting lines and cells.
   std::istringstream a("h1,h2\n1,2\n3,4\n");
   EXPECT_EQ(ReadRowsColsFromCSVFile(a, true), (std::pair<int64_t, int64_t>{2, 2}));
   std::istringstream b("1,2\n3\n");
-  ExpectFailure([&] { ReadRowsColsFromCSVFile(b, false); }, "at line 1. Expected 2 columns, but got 1");
+  ExpectFailure([&] { ReadRowsColsFromCSVFile(b, false); },
+                "at line 1. Expected 2 columns, but got 1");
   std::istringstream c("1,2\n3\n");
-  EXPECT_EQ(ReadRowsColsFromCSVFileNoColumnConsistencyCheck(c, false), (std::pair<int64_t, int64_t>{2, 2}));
+  EXPECT_EQ(ReadRowsColsFromCSVFileNoColumnConsistencyCheck(c, false),
+            (std::pair<int64_t, int64_t>{2, 2}));
 }
 
 TEST(DenseCSV, LongLinesAcrossReadBlocks) {
@@ -140,8 +152,9 @@ TYPED_TEST(DenseFormats, BinaryRoundTripAndEdges) {
             Eigen::Map<const DenseMatrix<T>>(m.data(), 2, 5));
   ExpectFailure([&] { ReadMatrixFromBinaryFile<T>(dir.File("m.bin"), 4, 5); },
                 "Error reading matrix from binary file");
-  ExpectFailure([&] { ReadMatrixFromBinaryFile<T>(dir.File("m.bin"), 65536, 65536); },
-                "Unable to allocate matrix of size (rows,cols)=(65536,65536) for reading from binary file.");
+  ExpectFailure(
+      [&] { ReadMatrixFromBinaryFile<T>(dir.File("m.bin"), 65536, 65536); },
+      "Unable to allocate matrix of size (rows,cols)=(65536,65536) for reading from binary file.");
   // Infinity accepted, NaN refused.
   DenseMatrix<T> special = m;
   special(1, 1) = std::numeric_limits<T>::infinity();
@@ -149,7 +162,8 @@ TYPED_TEST(DenseFormats, BinaryRoundTripAndEdges) {
   EXPECT_EQ(ReadMatrixFromBinaryFile<T>(dir.File("inf.bin"), 3, 5), special);
   special(2, 4) = std::numeric_limits<T>::quiet_NaN();
   WriteMatrixToBinaryFile<T>(dir.File("nan.bin"), special);
-  ExpectFailure([&] { ReadMatrixFromBinaryFile<T>(dir.File("nan.bin"), 3, 5); }, "Encountered IEEE NaN during read");
+  ExpectFailure([&] { ReadMatrixFromBinaryFile<T>(dir.File("nan.bin"), 3, 5); },
+                "Encountered IEEE NaN during read");
   // The switch turns the check off.
   SetCheckForIEEENaNOnRead(false);
   const DenseMatrix<T> with_nan = ReadMatrixFromBinaryFile<T>(dir.File("nan.bin"), 3, 5);
@@ -177,7 +191,9 @@ TYPED_TEST(DenseFormats, NumpyRoundTripsAndIntoExistingStorage) {
       EXPECT_EQ(other, m);
       const std::string bytes = testing::ReadFileBytes(dir.File("m.npy"));
       if (!fortran) {
-        EXPECT_EQ(ReadRowMajorMatchingEndian2DNumpyMatrixFileFromMemoryBuffer<T>(bytes.data(), bytes.size()), m);
+        EXPECT_EQ(ReadRowMajorMatchingEndian2DNumpyMatrixFileFromMemoryBuffer<T>(bytes.data(),
+                                                                                 bytes.size()),
+                  m);
       }
     }
   }
@@ -186,8 +202,8 @@ TYPED_TEST(DenseFormats, NumpyRoundTripsAndIntoExistingStorage) {
   m(3, 2) = std::numeric_limits<T>::quiet_NaN();
   WriteMatrixToNumpyFile<T>(dir.File("nan.npy"), m, false);
   DenseMatrix<T> target = Sample<T>(4, 4);
-  const std::string chain = ExpectFailure([&] { ReadMatrixFromNumpyFile<T>(dir.File("nan.npy"), target); },
-                                          "at row,col 3,2");
+  const std::string chain = ExpectFailure(
+      [&] { ReadMatrixFromNumpyFile<T>(dir.File("nan.npy"), target); }, "at row,col 3,2");
   EXPECT_NE(chain.find("Encountered IEEE NaN during read"), std::string::npos);
   EXPECT_EQ(target.size(), 0);
   DenseMatrix<T> untouched = Sample<T>(2, 2);
@@ -210,9 +226,10 @@ TEST(DenseNumpy, HeaderLayout) {
     std::ostringstream f;
     WriteMatrixToNumpyFile<double>(f, DenseMatrix<double>::Zero(r, c), true);
     const std::string written = f.str();
-    const std::size_t size = 10 + static_cast<unsigned char>(written[8]) + 256 * static_cast<unsigned char>(written[9]);
-    const std::string dict = "{'descr': '<f8', 'fortran_order': True, 'shape': (" + std::to_string(r) + ", " +
-                             std::to_string(c) + "), }";
+    const std::size_t size =
+        10 + static_cast<unsigned char>(written[8]) + 256 * static_cast<unsigned char>(written[9]);
+    const std::string dict = "{'descr': '<f8', 'fortran_order': True, 'shape': (" +
+                             std::to_string(r) + ", " + std::to_string(c) + "), }";
     EXPECT_EQ(size, (dict.size() + 11 + 15) / 16 * 16);
     EXPECT_EQ(written.substr(10, dict.size()), dict);
     EXPECT_EQ(written[size - 1], '\n');
@@ -228,45 +245,62 @@ TEST(DenseNumpy, HeaderRefusals) {
     std::istringstream in(bytes);
     return ReadMatrixFromNumpyFile<double>(in);
   };
-  ExpectFailure([&] { read(header("{'descr': '<f8', 'fortran_order': False, 'shape': (0, 5), }")); },
-                "Problem with matrix shape from numpy stream, got zero(s), (rows,cols) = (0, 5).");
-  ExpectFailure([&] { read(header("{'descr': '<c8', 'fortran_order': False, 'shape': (2, 2), }")); },
-                "Unsupported data type from numpy stream, got 'c8'. Supported types are i4, i8, f4 and f8.");
-  ExpectFailure([&] { read(header("{'descr': '<f8', 'fortran_order': Maybe, 'shape': (2, 2), }")); },
-                "Problem reading fortran order from the header");
-  ExpectFailure([&] { read(header("{'descr': '<f8', 'fortran_order': False, 'shape': (2, 2, 2), }")); },
-                "Only 1 dimentional vectors and 2 dimensional matrices are supported.");
+  ExpectFailure(
+      [&] { read(header("{'descr': '<f8', 'fortran_order': False, 'shape': (0, 5), }")); },
+      "Problem with matrix shape from numpy stream, got zero(s), (rows,cols) = (0, 5).");
+  ExpectFailure(
+      [&] { read(header("{'descr': '<c8', 'fortran_order': False, 'shape': (2, 2), }")); },
+      "Unsupported data type from numpy stream, got 'c8'. Supported types are i4, i8, f4 and f8.");
+  ExpectFailure(
+      [&] { read(header("{'descr': '<f8', 'fortran_order': Maybe, 'shape': (2, 2), }")); },
+      "Problem reading fortran order from the header");
+  ExpectFailure(
+      [&] { read(header("{'descr': '<f8', 'fortran_order': False, 'shape': (2, 2, 2), }")); },
+      "Only 1 dimentional vectors and 2 dimensional matrices are supported.");
   ExpectFailure([&] { read(header("{'descr': '<f8', 'fortran_order': False, 'shape': (), }")); },
                 "Only 1 dimensional vectors and 2 dimensional matrices are supported.");
-  ExpectFailure([&] { read(header("{'descr': '<f8', 'fortran_order': False, 'shape': (x, 2), }")); },
-                "Unable to convert 'x' or '2' to a long long");
+  ExpectFailure(
+      [&] { read(header("{'descr': '<f8', 'fortran_order': False, 'shape': (x, 2), }")); },
+      "Unable to convert 'x' or '2' to a long long");
   ExpectFailure([&] { read(header("{'descr': '<f8', 'fortran_order': False, 'shape': (9,), }")); },
                 "Error reading matrix from numpy stream");
-  ExpectFailure([&] { read(header("{'descr': '<f8', 'fortran_order': False, 'shape': (99999999999, 99999999999), }")); },
-                "Error reading matrix from numpy stream");
+  ExpectFailure(
+      [&] {
+        read(header(
+            "{'descr': '<f8', 'fortran_order': False, 'shape': (99999999999, 99999999999), }"));
+      },
+      "Error reading matrix from numpy stream");
   ExpectFailure([&] { read(header("{'fortran_order': False, 'shape': (2, 2), }")); },
                 "Unable to find string ''descr''");
   // A 117-character dictionary fills a 128-byte header with no blank.
-  const std::string dict117 = "{'descr': '<f8', 'fortran_order': False, 'shape': (1," + std::string(59, ' ') + "2), }";
+  const std::string dict117 =
+      "{'descr': '<f8', 'fortran_order': False, 'shape': (1," + std::string(59, ' ') + "2), }";
   ASSERT_EQ(dict117.size(), 117u);
   const std::string file117 = header(dict117, std::string(16, '\0'));
   EXPECT_EQ(static_cast<unsigned char>(file117[8]), 118);
   EXPECT_EQ(file117[127], '\n');
   EXPECT_EQ(read(file117), DenseMatrix<double>::Zero(1, 2));
   // An int64 file into a float matrix names the int32 cure.
-  std::string i8 = header("{'descr': '<i8', 'fortran_order': False, 'shape': (1, 1), }", std::string(8, '\0'));
+  std::string i8 =
+      header("{'descr': '<i8', 'fortran_order': False, 'shape': (1, 1), }", std::string(8, '\0'));
   std::istringstream in(i8);
-  ExpectFailure([&] { ReadMatrixFromNumpyFile<float>(in); }, "Unable to read int64 npy file into 32-bit int matrix.");
+  ExpectFailure([&] { ReadMatrixFromNumpyFile<float>(in); },
+                "Unable to read int64 npy file into 32-bit int matrix.");
   // Big-endian equals little-endian.
-  std::string little = header("{'descr': '<f8', 'fortran_order': False, 'shape': (1, 2), }",
-                              std::string("\x00\x00\x00\x00\x00\x00\xf0\x3f\x00\x00\x00\x00\x00\x00\x00\xc0", 16));
-  std::string big = header("{'descr': '>f8', 'fortran_order': False, 'shape': (1, 2), }",
-                           std::string("\x3f\xf0\x00\x00\x00\x00\x00\x00\xc0\x00\x00\x00\x00\x00\x00\x00", 16));
+  std::string little =
+      header("{'descr': '<f8', 'fortran_order': False, 'shape': (1, 2), }",
+             std::string("\x00\x00\x00\x00\x00\x00\xf0\x3f\x00\x00\x00\x00\x00\x00\x00\xc0", 16));
+  std::string big =
+      header("{'descr': '>f8', 'fortran_order': False, 'shape': (1, 2), }",
+             std::string("\x3f\xf0\x00\x00\x00\x00\x00\x00\xc0\x00\x00\x00\x00\x00\x00\x00", 16));
   EXPECT_EQ(read(little), read(big));
   EXPECT_EQ(read(big)(0, 1), -2.0);
   // The memory fast path refuses what it cannot copy as is.
-  ExpectFailure([&] { ReadRowMajorMatchingEndian2DNumpyMatrixFileFromMemoryBuffer<double>(big.data(), big.size()); },
-                "Matrix must be row-major, little endian, and float32, float64, or int32 type");
+  ExpectFailure(
+      [&] {
+        ReadRowMajorMatchingEndian2DNumpyMatrixFileFromMemoryBuffer<double>(big.data(), big.size());
+      },
+      "Matrix must be row-major, little endian, and float32, float64, or int32 type");
 }
 
 }  // namespace

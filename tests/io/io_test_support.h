@@ -70,7 +70,8 @@ std::string ExpectFailure(const std::function<void()>& call, const std::string& 
   } catch (const std::exception& e) {
     const std::string chain = ChainText(e);
     EXPECT_NE(dynamic_cast<const E*>(&e), nullptr) << "unexpected exception type: " << chain;
-    EXPECT_NE(chain.find(fragment), std::string::npos) << "chain: " << chain << "\nwanted: " << fragment;
+    EXPECT_NE(chain.find(fragment), std::string::npos)
+        << "chain: " << chain << "\nwanted: " << fragment;
     return chain;
   }
   ADD_FAILURE() << "no exception; wanted: " << fragment;

@@ -54,9 +54,7 @@ std::string StripLocations(std::string text) {
 
 // The message chain without the "[[@File:line:function]] " prefixes, which
 // name the throwing function and so differ between reader and mapper.
-std::string WithoutLocations(const std::string& chain) {
-  return StripLocations(chain);
-}
+std::string WithoutLocations(const std::string& chain) { return StripLocations(chain); }
 
 template <typename F>
 std::optional<std::string> FailureOf(F&& call) {

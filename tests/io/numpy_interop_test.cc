@@ -85,13 +85,17 @@ TEST_F(NumpyInterop, DenseFilesWrittenByNumpyReadBackEqual) {
     // Floating files into float and double matrices (both orders, both byte orders).
     for (const std::string kind : {"f4c", "f4f", "f4bf"}) {
       const DenseMatrix<double> expected = Expected(dir, kind + "_" + shape, r, c);
-      EXPECT_EQ(ReadMatrixFromNumpyFile<float>(dir.File(kind + "_" + shape + ".npy")).cast<double>(), expected)
+      EXPECT_EQ(
+          ReadMatrixFromNumpyFile<float>(dir.File(kind + "_" + shape + ".npy")).cast<double>(),
+          expected)
           << kind << shape;
-      EXPECT_EQ(ReadMatrixFromNumpyFile<double>(dir.File(kind + "_" + shape + ".npy")), expected) << kind << shape;
+      EXPECT_EQ(ReadMatrixFromNumpyFile<double>(dir.File(kind + "_" + shape + ".npy")), expected)
+          << kind << shape;
     }
     for (const std::string kind : {"f8c", "f8f", "f8b"}) {
       const DenseMatrix<double> expected = Expected(dir, kind + "_" + shape, r, c);
-      EXPECT_EQ(ReadMatrixFromNumpyFile<double>(dir.File(kind + "_" + shape + ".npy")), expected) << kind << shape;
+      EXPECT_EQ(ReadMatrixFromNumpyFile<double>(dir.File(kind + "_" + shape + ".npy")), expected)
+          << kind << shape;
       EXPECT_EQ(ReadMatrixFromNumpyFile<float>(dir.File(kind + "_" + shape + ".npy")),
                 expected.cast<float>())
           << kind << shape;
@@ -99,7 +103,9 @@ TEST_F(NumpyInterop, DenseFilesWrittenByNumpyReadBackEqual) {
     // Integer files.
     for (const std::string kind : {"i4c", "i8c", "i4b"}) {
       const DenseMatrix<double> expected = Expected(dir, kind + "_" + shape, r, c);
-      EXPECT_EQ(ReadMatrixFromNumpyFile<int32_t>(dir.File(kind + "_" + shape + ".npy")).cast<double>(), expected)
+      EXPECT_EQ(
+          ReadMatrixFromNumpyFile<int32_t>(dir.File(kind + "_" + shape + ".npy")).cast<double>(),
+          expected)
           << kind << shape;
     }
     EXPECT_EQ(ReadMatrixFromNumpyFile<double>(dir.File("i4c_" + shape + ".npy")),
@@ -116,8 +122,9 @@ TEST_F(NumpyInterop, DenseFilesWrittenByNumpyReadBackEqual) {
                 "Unable to read an int32 npy file into a 32-bit float matrix.");
   ExpectFailure([&] { ReadMatrixFromNumpyFile<int32_t>(dir.File("f4c_3x5.npy")); },
                 "Unable to read float32 npy file into a 32-bit int matrix.");
-  const std::string chain = ExpectFailure([&] { ReadMatrixFromNumpyFile<int32_t>(dir.File("big_i8.npy")); },
-                                          "Value 1099511627776 can't be converted to an int32.");
+  const std::string chain =
+      ExpectFailure([&] { ReadMatrixFromNumpyFile<int32_t>(dir.File("big_i8.npy")); },
+                    "Value 1099511627776 can't be converted to an int32.");
   EXPECT_NE(chain.find("Unable to read and convert data type int64 from npy matrix at row,col 0,1"),
             std::string::npos);
 }
@@ -126,10 +133,12 @@ TEST_F(NumpyInterop, SparseArchivesWrittenByScipyReadBackEqual) {
   const TempDir& dir = *dir_;
   for (const std::string name : {"csr", "coo"}) {
     const DenseMatrix<double> expected = Expected(dir, name, 13, 9);
-    const SparseMatrix<double> read = ReadSparseMatrixFromScipyNPZFile<double>(dir.File(name + ".npz"));
+    const SparseMatrix<double> read =
+        ReadSparseMatrixFromScipyNPZFile<double>(dir.File(name + ".npz"));
     EXPECT_EQ(DenseMatrix<double>(read), expected) << name;
     EXPECT_EQ(read.nonZeros(), (expected.array() != 0).count()) << name;
-    const SparseMatrix<float> as_float = ReadSparseMatrixFromFile<float>(dir.File(name + ".npz").c_str());
+    const SparseMatrix<float> as_float =
+        ReadSparseMatrixFromFile<float>(dir.File(name + ".npz").c_str());
     EXPECT_EQ(DenseMatrix<float>(as_float), expected.cast<float>()) << name;
   }
   const SparseMatrix<float> empty = ReadSparseMatrixFromScipyNPZFile<float>(dir.File("empty.npz"));
@@ -137,15 +146,17 @@ TEST_F(NumpyInterop, SparseArchivesWrittenByScipyReadBackEqual) {
   EXPECT_EQ(empty.cols(), 4);
   EXPECT_EQ(empty.nonZeros(), 0);
 
-  ExpectFailure([&] { ReadSparseMatrixFromScipyNPZFile<double>(dir.File("compressed.npz")); },
-                "Error reading from npz stream, only support uncompressed files.Compression Mode: 8");
+  ExpectFailure(
+      [&] { ReadSparseMatrixFromScipyNPZFile<double>(dir.File("compressed.npz")); },
+      "Error reading from npz stream, only support uncompressed files.Compression Mode: 8");
   ExpectFailure([&] { ReadSparseMatrixFromScipyNPZFile<double>(dir.File("csr64.npz")); },
                 "Processing Scipy sparse input CSR matrix with 64-bit indices");
   ExpectFailure([&] { ReadSparseMatrixFromScipyNPZFile<double>(dir.File("coo64.npz")); },
                 "Processing Scipy COO sparse input matrix with 64-bit indices");
   // Through the dispatcher the reader's failure is nested.
   const std::string chain =
-      ExpectFailure([&] { ReadSparseMatrixFromFile<double>(dir.File("csr64.npz").c_str()); }, "Problems opening file");
+      ExpectFailure([&] { ReadSparseMatrixFromFile<double>(dir.File("csr64.npz").c_str()); },
+                    "Problems opening file");
   EXPECT_NE(chain.find("64-bit indices"), std::string::npos);
 }
 

@@ -47,9 +47,11 @@ TYPED_TEST(SparseIO, CSVCellsAndLayout) {
   const SparseMatrix<T> b = ReadSparseCSV<T>("1,2,\n");
   EXPECT_EQ(b.cols(), 3);
   EXPECT_EQ(b.nonZeros(), 2);
-  ExpectFailure([] { ReadSparseCSV<T>("1,2\n1,2,3\n"); }, "at line 1. Expected 2 columns, but got 3 columns instead.");
+  ExpectFailure([] { ReadSparseCSV<T>("1,2\n1,2,3\n"); },
+                "at line 1. Expected 2 columns, but got 3 columns instead.");
   ExpectFailure([] { ReadSparseCSV<T>("1,x\n"); }, "Error converting cell 'x'");
-  const std::string chain = ExpectFailure([] { ReadSparseCSV<T>("1,2 2\n"); }, "contains more than a single");
+  const std::string chain =
+      ExpectFailure([] { ReadSparseCSV<T>("1,2 2\n"); }, "contains more than a single");
   EXPECT_NE(chain.find(":ReadSparseMatrixFromCSVFile]]"), std::string::npos) << chain;
 }
 
@@ -66,11 +68,13 @@ TYPED_TEST(SparseIO, WriteReadRoundTripAndAssemblyAgree) {
     for (int k = 0; k < n; ++k) {
       row.push_back(static_cast<int32_t>(random() % rows));
       col.push_back(static_cast<int32_t>(random() % cols));
-      value.push_back(static_cast<T>(static_cast<int>(random() % 19) - 9) / T(std::is_integral_v<T> ? 1 : 4));
+      value.push_back(static_cast<T>(static_cast<int>(random() % 19) - 9) /
+                      T(std::is_integral_v<T> ? 1 : 4));
       oracle[{row.back(), col.back()}] += value.back();
     }
     const SparseMatrix<T> by_triplets = MapBinaryToSparseMatrix<T>(rows, cols, row, col, value);
-    const SparseMatrix<T> in_place = MapBinaryToSparseMatrixMemoryEfficient<T>(rows, cols, row, col, value);
+    const SparseMatrix<T> in_place =
+        MapBinaryToSparseMatrixMemoryEfficient<T>(rows, cols, row, col, value);
     std::vector<SparseTriplet<T>> triplets;
     for (int k = 0; k < n; ++k) triplets.emplace_back(row[k], col[k], value[k]);
     const SparseMatrix<T> from_list = MapBinaryToSparseMatrixTriplet<T>(rows, cols, triplets);
@@ -94,9 +98,14 @@ TYPED_TEST(SparseIO, WriteReadRoundTripAndAssemblyAgree) {
   const std::vector<T> values{T(1), T(2)};
   ExpectFailure([&] { MapBinaryToSparseMatrix<T>(2, 2, two, one, values); },
                 "Triplets to construct the sparse matrix are of different sizes.");
-  ExpectFailure([&] { MapBinaryToSparseMatrixMemoryEfficient<T>(2, 2, two, two, std::span<const T>(values.data(), 1)); },
-                "Triplets to construct the sparse matrix are of different sizes.");
-  ExpectFailure([&] { MapBinaryToSparseMatrixMemoryEfficient<T>(1, 2, two, two, values); }, "lies outside");
+  ExpectFailure(
+      [&] {
+        MapBinaryToSparseMatrixMemoryEfficient<T>(2, 2, two, two,
+                                                  std::span<const T>(values.data(), 1));
+      },
+      "Triplets to construct the sparse matrix are of different sizes.");
+  ExpectFailure([&] { MapBinaryToSparseMatrixMemoryEfficient<T>(1, 2, two, two, values); },
+                "lies outside");
   ExpectFailure([&] { MapBinaryToSparseMatrix<T>(-1, 2, two, two, values); },
                 "Unable to allocate sparse matrix of size (rows,cols)=(-1,2).");
 }
@@ -110,14 +119,17 @@ TEST(SparseDispatch, NamesAndExtensions) {
                                        "Must specify a file to read from.");
   ExpectFailure([&] { ReadSparseMatrixFromFile<double>(dir.File("a.txt").c_str()); },
                 "Sparse matrix files must be either a .npz or .csv file type but was given");
-  ExpectFailure<std::invalid_argument>([] { ReadSparseMatrixFromFile<double>("a.csv", "b.npz"); },
-                                       "Must specify one and only one type of matrix to produce with arguments "
-                                       "given: (a.csv) and (b.npz).");
+  ExpectFailure<std::invalid_argument>(
+      [] { ReadSparseMatrixFromFile<double>("a.csv", "b.npz"); },
+      "Must specify one and only one type of matrix to produce with arguments "
+      "given: (a.csv) and (b.npz).");
   const std::string chain = ExpectFailure(
-      [&] { ReadSparseMatrixFromFile<double>(nullptr, dir.File("missing.npz").c_str()); }, "Problems opening file");
+      [&] { ReadSparseMatrixFromFile<double>(nullptr, dir.File("missing.npz").c_str()); },
+      "Problems opening file");
   EXPECT_NE(chain.find("Error reading sparse matrix from npz file"), std::string::npos);
-  ExpectFailure([&] { WriteSparseMatrixToFile<double>(SparseMatrix<double>(2, 2), dir.File("s.npz")); },
-                "Current version can not write sparse matrices to anything but .csv files");
+  ExpectFailure(
+      [&] { WriteSparseMatrixToFile<double>(SparseMatrix<double>(2, 2), dir.File("s.npz")); },
+      "Current version can not write sparse matrices to anything but .csv files");
 }
 
 TEST(DenseDispatch, LoadingSources) {
@@ -128,14 +140,20 @@ TEST(DenseDispatch, LoadingSources) {
   WriteDenseMatrixToFile<double>(m, dir.File("m.NPY").c_str(), false);
   WriteDenseMatrixToFile<double>(m, dir.File("m.bin").c_str(), false);
   // Upper-case extensions are read; rows and cols are ignored for CSV and NPY.
-  EXPECT_EQ(LoadDenseMatrixFromFileOrRamOrMakeRandom<double>(dir.File("m.CSV").c_str(), nullptr, false, -4, 0), m);
-  EXPECT_EQ(LoadDenseMatrixFromFileOrRamOrMakeRandom<double>(dir.File("m.NPY").c_str(), nullptr, false, 0, 0), m);
-  EXPECT_EQ(LoadDenseMatrixFromFileOrRamOrMakeRandom<double>(dir.File("m.bin").c_str(), nullptr, false, 2, 3), m);
-  EXPECT_EQ(LoadDenseMatrixFromFileOrRamOrMakeRandom<double>(nullptr, dir.File("m.bin").c_str(), nullptr, nullptr,
+  EXPECT_EQ(LoadDenseMatrixFromFileOrRamOrMakeRandom<double>(dir.File("m.CSV").c_str(), nullptr,
+                                                             false, -4, 0),
+            m);
+  EXPECT_EQ(LoadDenseMatrixFromFileOrRamOrMakeRandom<double>(dir.File("m.NPY").c_str(), nullptr,
+                                                             false, 0, 0),
+            m);
+  EXPECT_EQ(LoadDenseMatrixFromFileOrRamOrMakeRandom<double>(dir.File("m.bin").c_str(), nullptr,
                                                              false, 2, 3),
             m);
-  EXPECT_EQ(LoadDenseMatrixFromFileOrRamOrMakeRandom<double>(nullptr, nullptr, dir.File("m.NPY").c_str(), nullptr,
-                                                             false, 0, 0),
+  EXPECT_EQ(LoadDenseMatrixFromFileOrRamOrMakeRandom<double>(nullptr, dir.File("m.bin").c_str(),
+                                                             nullptr, nullptr, false, 2, 3),
+            m);
+  EXPECT_EQ(LoadDenseMatrixFromFileOrRamOrMakeRandom<double>(
+                nullptr, nullptr, dir.File("m.NPY").c_str(), nullptr, false, 0, 0),
             m);
   EXPECT_EQ(LoadDenseMatrixFromFileOrRamOrMakeRandom<double>(nullptr, m.data(), false, 2, 3), m);
   // Mixed case is unknown, nested in the opening failure.
@@ -145,25 +163,37 @@ TEST(DenseDispatch, LoadingSources) {
   EXPECT_NE(chain.find("Unknown file type 'x.Csv'."), std::string::npos);
   ExpectFailure<std::invalid_argument>(
       [&] { LoadDenseMatrixFromFileOrRamOrMakeRandom<double>("x.csv", nullptr, true, 1, 1); },
-      "Must specify one and only one type of input to produce matrix, but got 2: name = (x.csv), is_ram_ptr_p=0, "
+      "Must specify one and only one type of input to produce matrix, but got 2: name = (x.csv), "
+      "is_ram_ptr_p=0, "
       "and create_random_matrix_p=1.");
   ExpectFailure<std::invalid_argument>(
-      [&] { LoadDenseMatrixFromFileOrRamOrMakeRandom<double>("missing.bin", nullptr, false, 0, 5); },
+      [&] {
+        LoadDenseMatrixFromFileOrRamOrMakeRandom<double>("missing.bin", nullptr, false, 0, 5);
+      },
       "Rows (=0) and Columns (=5) must both be positive.");
   ExpectFailure<std::invalid_argument>(
-      [&] { LoadDenseMatrixFromFileOrRamOrMakeRandom<float>(nullptr, nullptr, nullptr, nullptr, false, 1, 1); },
-      "Must specify one and only one type of matrix to produce with arguments given: (), (), (), 0 and 0.");
+      [&] {
+        LoadDenseMatrixFromFileOrRamOrMakeRandom<float>(nullptr, nullptr, nullptr, nullptr, false,
+                                                        1, 1);
+      },
+      "Must specify one and only one type of matrix to produce with arguments given: (), (), (), 0 "
+      "and 0.");
   const std::string bin_chain = ExpectFailure<std::runtime_error>(
-      [&] { LoadDenseMatrixFromFileOrRamOrMakeRandom<double>(dir.File("m.bin").c_str(), nullptr, false, 3, 3); },
+      [&] {
+        LoadDenseMatrixFromFileOrRamOrMakeRandom<double>(dir.File("m.bin").c_str(), nullptr, false,
+                                                         3, 3);
+      },
       "Problems opening file");
   EXPECT_NE(bin_chain.find("Error reading matrix from binary file"), std::string::npos);
   // Random entries: floats in [0, 1], integers in [0, modulus).
   std::srand(5);
-  const DenseMatrix<float> f = LoadDenseMatrixFromFileOrRamOrMakeRandom<float>(nullptr, nullptr, true, 50, 40);
+  const DenseMatrix<float> f =
+      LoadDenseMatrixFromFileOrRamOrMakeRandom<float>(nullptr, nullptr, true, 50, 40);
   EXPECT_GE(f.minCoeff(), 0.0f);
   EXPECT_LE(f.maxCoeff(), 1.0f);
   EXPECT_GT(f.maxCoeff() - f.minCoeff(), 0.9f);
-  const DenseMatrix<int32_t> i = LoadDenseMatrixFromFileOrRamOrMakeRandom(nullptr, nullptr, true, 50, 40, 10);
+  const DenseMatrix<int32_t> i =
+      LoadDenseMatrixFromFileOrRamOrMakeRandom(nullptr, nullptr, true, 50, 40, 10);
   EXPECT_EQ(i.minCoeff(), 0);
   EXPECT_EQ(i.maxCoeff(), 9);
   // The same seed gives the same matrix.
@@ -185,11 +215,13 @@ TEST(DenseDispatch, Writing) {
   EXPECT_EQ(ReadMatrixFromNumpyFile<int32_t>(dir.File("m.NPY")), m);
   ExpectFailure([&] { WriteDenseMatrixToFile<int32_t>(m, dir.File("m.txt").c_str(), false); },
                 "Unknown file type to save matrix");
-  ExpectFailure<std::invalid_argument>([&] { WriteDenseMatrixToFile<int32_t>(m, "a.csv", true); },
-                                       "Must specify one and only one type of matrix to produce with arguments "
-                                       "given: (a.csv) and 1.");
-  ExpectFailure<std::invalid_argument>([&] { WriteDenseMatrixToFile<int32_t>(m, "a", "b", nullptr, false); },
-                                       "given: (a), (b), (), and 0.");
+  ExpectFailure<std::invalid_argument>(
+      [&] { WriteDenseMatrixToFile<int32_t>(m, "a.csv", true); },
+      "Must specify one and only one type of matrix to produce with arguments "
+      "given: (a.csv) and 1.");
+  ExpectFailure<std::invalid_argument>(
+      [&] { WriteDenseMatrixToFile<int32_t>(m, "a", "b", nullptr, false); },
+      "given: (a), (b), (), and 0.");
 }
 
 }  // namespace

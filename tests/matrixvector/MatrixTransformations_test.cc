@@ -5,9 +5,9 @@
 #include <cmath>
 #include <cstdio>
 #include <functional>
-#include <utility>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "io/DenseMatrixIO.h"
 
@@ -52,7 +52,8 @@ TEST(MatrixTransformations, FeatureSimilarities) {
       const double d2 = (x.row(i) - x.row(j)).squaredNorm();
       EXPECT_NEAR(rbf(i, j), std::exp(-0.25 * d2), 1e-12);
       EXPECT_NEAR(dot(i, j), x.row(i).dot(x.row(j)), 1e-12);
-      EXPECT_NEAR(cosine(i, j), x.row(i).dot(x.row(j)) / (x.row(i).norm() * x.row(j).norm()), 1e-12);
+      EXPECT_NEAR(cosine(i, j), x.row(i).dot(x.row(j)) / (x.row(i).norm() * x.row(j).norm()),
+                  1e-12);
       EXPECT_NEAR(euclid(i, j), largest - std::sqrt(d2), 1e-9);
     }
   }
@@ -73,7 +74,8 @@ TEST(MatrixTransformations, EntryWiseAndStructural) {
   DenseMatrix<float> t = m;
   ApplyMatrixTransformation("ABS() | SCALE(2) | SHIFT(-1) | CLIP(0, 9)", t);
   for (int i = 0; i < 2; ++i)
-    for (int j = 0; j < 3; ++j) EXPECT_FLOAT_EQ(t(i, j), std::clamp(2 * std::abs(m(i, j)) - 1, 0.f, 9.f));
+    for (int j = 0; j < 3; ++j)
+      EXPECT_FLOAT_EQ(t(i, j), std::clamp(2 * std::abs(m(i, j)) - 1, 0.f, 9.f));
   ApplyMatrixTransformation("TRANSPOSE()", t);
   EXPECT_EQ(t.rows(), 3);
   EXPECT_FLOAT_EQ(t(2, 0), std::clamp(2 * 3.f - 1, 0.f, 9.f));
@@ -108,8 +110,8 @@ TEST(MatrixTransformations, SaveAndErrors) {
   const std::string file = ::testing::TempDir() + "/velmor_transformation_save.csv";
   DenseMatrix<double> m = Features();
   ApplyMatrixTransformation("SAVE(" + file + ") | SCALE(3)", m);
-  const DenseMatrix<double> saved =
-      matrixio::LoadDenseMatrixFromFileOrRamOrMakeRandom<double>(file.c_str(), nullptr, false, -1, -1);
+  const DenseMatrix<double> saved = matrixio::LoadDenseMatrixFromFileOrRamOrMakeRandom<double>(
+      file.c_str(), nullptr, false, -1, -1);
   EXPECT_TRUE(saved.isApprox(Features()));
   EXPECT_TRUE(m.isApprox(3 * Features()));
   std::remove(file.c_str());
@@ -135,12 +137,14 @@ TEST(MatrixTransformations, SaveAndErrors) {
       {"KNN(0)", "KNN() needs a whole number k >= 1"},
       {"RBF(-1)", "RBF() needs gamma > 0"},
   };
-  for (const auto& [pipeline, text] : refused) EXPECT_NE(error_of(pipeline).find(text), std::string::npos) << text;
+  for (const auto& [pipeline, text] : refused)
+    EXPECT_NE(error_of(pipeline).find(text), std::string::npos) << text;
   TransformableMatrix<double> sparse;
   sparse.sparse = Features().sparseView();
   sparse.is_sparse = true;
-  EXPECT_NE(MessageOf([&] { ApplyMatrixTransformation("SHIFT(1)", sparse); })
-                .find("SHIFT() needs a dense matrix, but the matrix is sparse."),
+  EXPECT_NE(MessageOf([&] {
+              ApplyMatrixTransformation("SHIFT(1)", sparse);
+            }).find("SHIFT() needs a dense matrix, but the matrix is sparse."),
             std::string::npos);
   // Empty and blank strings change nothing.
   DenseMatrix<double> same = before;

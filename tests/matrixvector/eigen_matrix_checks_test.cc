@@ -20,7 +20,8 @@ std::string Verdict(const ValueCheckFlags& flags, T value) {
   } catch (const std::invalid_argument& e) {
     const std::string what = e.what();
     const auto parts = testing_util::SplitLocationPrefix(what);
-    if (!parts || parts->file != "eigen_matrix_checks" || parts->function != "CheckValueThrowWithInfo") {
+    if (!parts || parts->file != "eigen_matrix_checks" ||
+        parts->function != "CheckValueThrowWithInfo") {
       return "bad prefix: " + what;
     }
     return parts->text;
@@ -50,19 +51,24 @@ TYPED_TEST(ValueCheckTest, EachTestAndItsMessage) {
     const char* verdict;
   } cases[] = {
       // Sign tests carry the value; zero and negative zero are not negative.
-      {&ValueCheckFlags::non_negative, T(0), "Matrix contains non-negative value 0 at (row,col)=(2,3)."},
+      {&ValueCheckFlags::non_negative, T(0),
+       "Matrix contains non-negative value 0 at (row,col)=(2,3)."},
       {&ValueCheckFlags::non_negative, T(-0.5), "pass"},
-      {&ValueCheckFlags::positive, T(1.5), "Matrix contains positive value 1.5 at (row,col)=(2,3)."},
+      {&ValueCheckFlags::positive, T(1.5),
+       "Matrix contains positive value 1.5 at (row,col)=(2,3)."},
       {&ValueCheckFlags::positive, T(0), "pass"},
-      {&ValueCheckFlags::negative, T(-2.25), "Matrix contains negative value -2.25 at (row,col)=(2,3)."},
+      {&ValueCheckFlags::negative, T(-2.25),
+       "Matrix contains negative value -2.25 at (row,col)=(2,3)."},
       {&ValueCheckFlags::negative, T(0), "pass"},
       {&ValueCheckFlags::negative, T(-0.0), "pass"},
-      {&ValueCheckFlags::non_positive, T(0), "Matrix contains non-positive value 0 at (row,col)=(2,3)."},
+      {&ValueCheckFlags::non_positive, T(0),
+       "Matrix contains non-positive value 0 at (row,col)=(2,3)."},
       {&ValueCheckFlags::non_positive, T(1e-30), "pass"},
       // Specials carry only the position.
       {&ValueCheckFlags::nan, nan, "Matrix contains IEEE FP NaN value at (row,col)=(2,3)."},
       {&ValueCheckFlags::nan, inf, "pass"},
-      {&ValueCheckFlags::any_inf, -inf, "Matrix contains IEEE FP +/- Inf value at (row,col)=(2,3)."},
+      {&ValueCheckFlags::any_inf, -inf,
+       "Matrix contains IEEE FP +/- Inf value at (row,col)=(2,3)."},
       {&ValueCheckFlags::any_inf, std::numeric_limits<T>::max(), "pass"},
       {&ValueCheckFlags::plus_inf, inf, "Matrix contains IEEE FP +Inf value at (row,col)=(2,3)."},
       {&ValueCheckFlags::plus_inf, -inf, "pass"},

@@ -58,7 +58,8 @@ TEST(RangeSet, RangesAndRefusals) {
   FixedSingletonSet single(10, 6);
   ExpectMessages({
       {[&] { range.SetRange(0, 11); }, "[[@RangeSet:"},
-      {[&] { range.SetRange(0, 11); }, ":SetRange]] Can not assign such a range [0,11) to a RangeSet."},
+      {[&] { range.SetRange(0, 11); },
+       ":SetRange]] Can not assign such a range [0,11) to a RangeSet."},
       {[&] { range.SetRange(2, 1); }, "[2,1)"},
       {[&] { range.SetRange(-1, 1); }, "[-1,1)"},
       {[&] { range.insert(7); }, ":insert]] Can not insert to this set."},
@@ -67,7 +68,8 @@ TEST(RangeSet, RangesAndRefusals) {
       {[&] { range.insertSet(two); }, ":insertSet]] Can not insert"},
       {[&] { range.removeSet(two); }, ":removeSet]] Can not remove"},
       {[&] { range.Assign(two); }, "Can not insert to this set."},
-      {[&] { range.insertSetIgnoreSingleton(single, 5); }, ":insertSetIgnoreSingleton]] Can not insert to this set."},
+      {[&] { range.insertSetIgnoreSingleton(single, 5); },
+       ":insertSetIgnoreSingleton]] Can not insert to this set."},
   });
   EXPECT_EQ(Elements(range), (std::vector<int>{2, 3, 4}));
 
@@ -131,8 +133,9 @@ TEST(RealBitSet, MatchesStandardSet) {
   EXPECT_FALSE(bits.insert(69));
   EXPECT_EQ(bits.size(), 1);
   EXPECT_FALSE(bits.contains(70));
-  ExpectMessages({{[&] { bits.insert(70); }, ":insert]] Element 70 invalid for this set with |V|=70."},
-                  {[&] { bits.remove(71); }, ":remove]] Element 71 invalid"}});
+  ExpectMessages(
+      {{[&] { bits.insert(70); }, ":insert]] Element 70 invalid for this set with |V|=70."},
+       {[&] { bits.remove(71); }, ":remove]] Element 71 invalid"}});
   EXPECT_EQ(bits.size(), 1);
 
   // Element-wise set insertion and removal from another kind of set.

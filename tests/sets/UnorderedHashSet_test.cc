@@ -9,8 +9,8 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
-#include <utility>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 namespace velmor {
@@ -43,7 +43,9 @@ std::vector<int> Sorted(const std::unordered_set<int>& s) {
 struct TableLengthModel {
   std::size_t length = 8;
   static int Half(std::size_t l) { return static_cast<int>(0.5f * static_cast<float>(l) + 0.5f); }
-  static int Eighth(std::size_t l) { return static_cast<int>(0.125f * static_cast<float>(l) + 0.5f); }
+  static int Eighth(std::size_t l) {
+    return static_cast<int>(0.125f * static_cast<float>(l) + 0.5f);
+  }
   void BeforeInsertOfNew(int count) {
     if (count >= Half(length)) length *= 2;
   }
@@ -112,7 +114,8 @@ TEST(UnorderedHashSet, GrowthAndShrinkBoundaries) {
   std::vector<std::size_t> lengths;
   for (int v = 599; v >= 0; --v) {
     set.remove(v);
-    if (lengths.empty() || lengths.back() != set.TableLength()) lengths.push_back(set.TableLength());
+    if (lengths.empty() || lengths.back() != set.TableLength())
+      lengths.push_back(set.TableLength());
   }
   EXPECT_EQ(lengths, (std::vector<std::size_t>{2048, 1024, 512, 256, 128, 64, 32, 16}));
   EXPECT_EQ(set.size(), 0);
@@ -174,21 +177,24 @@ TEST(UnorderedHashSet, ElementsAndMessages) {
   const std::pair<std::function<void()>, const char*> refused[] = {
       {[&] { set.insert(10); }, ":insert]] Element 10 invalid for set with |V|=10."},
       {[&] { set.remove(-1); }, ":remove]] Element -1 invalid for set with |V|=10."},
-      {[&] { set.MakeSingleton(11); }, ":MakeSingleton]] Element 11 invalid for this set with |V|=10."},
+      {[&] { set.MakeSingleton(11); },
+       ":MakeSingleton]] Element 11 invalid for this set with |V|=10."},
       {[&] { set.MakeEmptyAndChangeGroundSetSize(-4); }, "[[@Set:"},
       {[&] { set.MakeEmptyAndChangeGroundSetSize(-4); },
        ":MakeEmptyAndChangeGroundSetSize]] Invalid ground set size -4."},
       {[&] { set.insertSet(big); }, "Element 50 invalid"},
   };
-  for (const auto& [call, text] : refused) EXPECT_NE(MessageOf(call).find(text), std::string::npos) << text;
+  for (const auto& [call, text] : refused)
+    EXPECT_NE(MessageOf(call).find(text), std::string::npos) << text;
   EXPECT_EQ(Sorted(set), std::vector<int>{3});
   EXPECT_EQ(set.GroundSetSize(), 10);
   EXPECT_EQ(set.TableLength(), 8u);
 
   // A reservation needing 2^31 slots names the 32-bit limit.
   UnorderedHashSet huge(1 << 30);
-  EXPECT_NE(MessageOf([&] { huge.PrepareToInsertTheFollowingNumberOfItems(1 << 30); })
-                .find("Unable to create hash table with current 32-bit data type."),
+  EXPECT_NE(MessageOf([&] {
+              huge.PrepareToInsertTheFollowingNumberOfItems(1 << 30);
+            }).find("Unable to create hash table with current 32-bit data type."),
             std::string::npos);
   EXPECT_EQ(huge.TableLength(), 8u);
 }
@@ -209,12 +215,14 @@ TEST(UnorderedHashSet, AssignmentsIterationAndPrint) {
   UnorderedHashSet slots(1000);
   for (int v : {10, 20, 30}) slots.insert(v);
   std::vector<std::pair<uint32_t, int>> by_slot;
-  for (int v : {10, 20, 30}) by_slot.push_back({UnorderedHashSet::Hash(static_cast<uint32_t>(v)) & 7u, v});
+  for (int v : {10, 20, 30})
+    by_slot.push_back({UnorderedHashSet::Hash(static_cast<uint32_t>(v)) & 7u, v});
   std::sort(by_slot.begin(), by_slot.end());
   std::vector<int> iterated;
   slots.ToVector(iterated);
   if (by_slot[0].first != by_slot[1].first && by_slot[1].first != by_slot[2].first) {
-    EXPECT_EQ(iterated, (std::vector<int>{by_slot[0].second, by_slot[1].second, by_slot[2].second}));
+    EXPECT_EQ(iterated,
+              (std::vector<int>{by_slot[0].second, by_slot[1].second, by_slot[2].second}));
   }
 
   // Set insertion skipping one element, and removal of a set.

@@ -29,8 +29,9 @@ std::vector<Pair> RandomPairs(std::mt19937& engine, std::size_t size, int distin
   std::vector<Pair> pairs(size);
   for (std::size_t i = 0; i < size; ++i) {
     // A few distinct values give many ties.
-    const float value = distinct_values > 0 ? static_cast<float>(engine() % static_cast<unsigned>(distinct_values))
-                                            : std::uniform_real_distribution<float>(-1.0f, 1.0f)(engine);
+    const float value = distinct_values > 0
+                            ? static_cast<float>(engine() % static_cast<unsigned>(distinct_values))
+                            : std::uniform_real_distribution<float>(-1.0f, 1.0f)(engine);
     pairs[i] = Pair(static_cast<int32_t>(i), value);
   }
   return pairs;
@@ -45,9 +46,10 @@ TEST(KeyValueMaxHeapPairPriorityQueue, MatchesStdPriorityQueue) {
     for (int step = 0; step < 20000; ++step) {
       const unsigned operation = engine() % 8;
       const int32_t key = static_cast<int32_t>(engine() % 1000);
-      const float value = distinct_values > 0
-                              ? static_cast<float>(engine() % static_cast<unsigned>(distinct_values))
-                              : std::uniform_real_distribution<float>(-5.0f, 5.0f)(engine);
+      const float value =
+          distinct_values > 0
+              ? static_cast<float>(engine() % static_cast<unsigned>(distinct_values))
+              : std::uniform_real_distribution<float>(-5.0f, 5.0f)(engine);
       if (operation < 3 || model.empty()) {
         heap.Push(key, value);
         model.push(value);
@@ -99,9 +101,10 @@ TEST(KeyValueMaxHeapPairPriorityQueue, SiftDownImplementationsAgree) {
       ASSERT_TRUE(IsHeap(plain));
       for (int round = 0; round < 50; ++round) {
         // A new root value below, equal to or above the old one.
-        const float value = distinct_values > 0
-                                ? static_cast<float>(engine() % static_cast<unsigned>(distinct_values))
-                                : std::uniform_real_distribution<float>(-1.0f, 1.0f)(engine);
+        const float value =
+            distinct_values > 0
+                ? static_cast<float>(engine() % static_cast<unsigned>(distinct_values))
+                : std::uniform_real_distribution<float>(-1.0f, 1.0f)(engine);
         plain[0] = bottom_up[0] = Pair(-round, value);
         internal::SiftDownPlain(plain.data(), size, 0);
         internal::SiftDownBottomUp(bottom_up.data(), size, 0);
@@ -119,7 +122,8 @@ TEST(KeyValueMaxHeapPairPriorityQueue, LargeArraysUseTheSameOrder) {
   for (std::size_t size : {500000u, 500001u, 500002u}) {
     std::vector<Pair> pairs = RandomPairs(engine, size, 1000);
     std::vector<Pair> reference = pairs;
-    for (std::size_t slot = size / 2; slot-- > 0;) internal::SiftDownPlain(reference.data(), size, slot);
+    for (std::size_t slot = size / 2; slot-- > 0;)
+      internal::SiftDownPlain(reference.data(), size, slot);
     Heap heap(std::move(pairs));
     ASSERT_EQ(heap.Data(), reference);
     for (int pop = 0; pop < 200; ++pop) {
@@ -140,8 +144,10 @@ TEST(KeyValueMaxHeapPairPriorityQueue, EdgeCases) {
     const char* function;
     const char* message;
   } failing[] = {
-      {[&] { (void)empty.TopValue(); }, "TopValue", "Heap size 0, cannot get top value of empty priority queue."},
-      {[&] { (void)empty.TopKey(); }, "TopKey", "Heap size 0, cannot get top key of empty priority queue."},
+      {[&] { (void)empty.TopValue(); }, "TopValue",
+       "Heap size 0, cannot get top value of empty priority queue."},
+      {[&] { (void)empty.TopKey(); }, "TopKey",
+       "Heap size 0, cannot get top key of empty priority queue."},
       {[&] { (void)empty.Pop(); }, "Pop", "Heap size 0, cannot pop."},
       {[&] { empty.PopAndPushNew(1, 1.0f); }, "PopAndPushNew", "Heap size 0, cannot pop."},
       {[&] { empty.ChangeTopValue(1.0f); }, "ChangeTopValue", "Heap size 0, cannot pop."},
@@ -153,7 +159,8 @@ TEST(KeyValueMaxHeapPairPriorityQueue, EdgeCases) {
     } catch (const std::out_of_range& e) {
       const std::string what = e.what();
       EXPECT_EQ(what.rfind("[[@KeyValueMaxHeapPairPriorityQueue:", 0), 0u) << what;
-      EXPECT_NE(what.find(std::string(":") + f.function + "]] " + f.message), std::string::npos) << what;
+      EXPECT_NE(what.find(std::string(":") + f.function + "]] " + f.message), std::string::npos)
+          << what;
       EXPECT_EQ(what.substr(what.find("]] ") + 3), f.message);
     }
   }

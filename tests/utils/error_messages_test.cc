@@ -6,9 +6,9 @@
 #include <stdexcept>
 #include <string>
 
+#include "location_prefix.h"
 #include "utils/exceptions.h"
 #include "utils/top_level_error_report.h"
-#include "location_prefix.h"
 
 namespace velmor::exception {
 namespace {
@@ -33,8 +33,9 @@ std::string EmptyText() { return std::string(); }
 }
 
 TEST(ErrorMessages, SourceMessageShape) {
-  const int line = __LINE__ + 1;
-  const std::string message = VELMOR_SOURCE_MESSAGE("Element %d invalid for set with |V|=%d.", 7, 3);
+  const int line = __LINE__ + 2;
+  const std::string message =
+      VELMOR_SOURCE_MESSAGE("Element %d invalid for set with |V|=%d.", 7, 3);
   // File base name without directory or extension, then the real line and function.
   const auto parts = testing_util::SplitLocationPrefix(message);
   ASSERT_TRUE(parts) << message;
@@ -147,8 +148,9 @@ TEST(ErrorMessages, TopLevelReport) {
             "ERROR DETECTED: Exception caught: arg\n");
   EXPECT_EQ(report_of([] { throw 3.5; }), "ERROR DETECTED: Unknown exception caught: \n");
   // The chain follows the first line.
-  EXPECT_EQ(report_of([] { ThrowThreeDeep(); }),
-            "ERROR DETECTED: Command line argument: top\n++ upper\n++++ middle\n++++++ root cause\n");
+  EXPECT_EQ(
+      report_of([] { ThrowThreeDeep(); }),
+      "ERROR DETECTED: Command line argument: top\n++ upper\n++++ middle\n++++++ root cause\n");
 
   // The runner returns the work's status, or 1 after a report.
   EXPECT_EQ(TopLevelErrorReport([] { return 0; }), 0);

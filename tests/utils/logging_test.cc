@@ -121,14 +121,21 @@ TEST(Logging, Errors) {
     return "nothing thrown";
   };
   const Captured run = RunInChild([&] {
-    std::printf("%s\n", message_of([] { SetUpLogging(nullptr, "loud", false, true, nullptr, nullptr); }).c_str());
-    std::printf("%s\n", message_of([] { SetUpLogging(nullptr, "info", false, true, "/tmp/x.log", "quiet"); }).c_str());
+    std::printf("%s\n", message_of([] {
+                          SetUpLogging(nullptr, "loud", false, true, nullptr, nullptr);
+                        }).c_str());
+    std::printf("%s\n", message_of([] {
+                          SetUpLogging(nullptr, "info", false, true, "/tmp/x.log", "quiet");
+                        }).c_str());
     spdlog::drop_all();
     std::printf("%s\n", message_of([] { GetLogger("ctrl"); }).c_str());
   });
-  EXPECT_NE(run.out.find(":SetUpLogging]] Unknown console level given.\n"), std::string::npos) << run.out;
-  EXPECT_NE(run.out.find(":SetUpLogging]] Unknown logfile level given.\n"), std::string::npos) << run.out;
-  EXPECT_NE(run.out.find(":GetLogger]] Unable to find ctrl logger.\n"), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find(":SetUpLogging]] Unknown console level given.\n"), std::string::npos)
+      << run.out;
+  EXPECT_NE(run.out.find(":SetUpLogging]] Unknown logfile level given.\n"), std::string::npos)
+      << run.out;
+  EXPECT_NE(run.out.find(":GetLogger]] Unable to find ctrl logger.\n"), std::string::npos)
+      << run.out;
 }
 
 }  // namespace

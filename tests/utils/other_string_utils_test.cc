@@ -30,7 +30,8 @@ TEST(StringUtils, TokenCutting) {
   EXPECT_EQ(YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset("abc_1+x", 7), "");
   EXPECT_EQ(YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset("abc_1+x", 70), "");
   EXPECT_NE(MessageOf([] { YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset("abc", -2); })
-                .find(":YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset]] Can't use negative offset = -2."),
+                .find(":YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset]] Can't use "
+                      "negative offset = -2."),
             std::string::npos);
 }
 
@@ -62,15 +63,18 @@ TEST(StringUtils, KeywordMatching) {
             std::string::npos)
       << message;
   // Invalid offsets and null keywords.
-  EXPECT_NE(MessageOf([&] { FindBestPrefixMatchInStringList("abc", 3, rows, 2); })
-                .find("Invalid starting offset 3 for search key 'abc' of size 3."),
+  EXPECT_NE(MessageOf([&] {
+              FindBestPrefixMatchInStringList("abc", 3, rows, 2);
+            }).find("Invalid starting offset 3 for search key 'abc' of size 3."),
             std::string::npos);
-  EXPECT_NE(MessageOf([&] { FindBestPrefixMatchInStringList("abc", -1, rows, 2); })
-                .find("Invalid starting offset -1"),
+  EXPECT_NE(MessageOf([&] {
+              FindBestPrefixMatchInStringList("abc", -1, rows, 2);
+            }).find("Invalid starting offset -1"),
             std::string::npos);
   const char* with_null[] = {"abc", nullptr};
-  EXPECT_NE(MessageOf([&] { FindBestPrefixMatchInStringList("abx", 0, with_null, 2); })
-                .find("found nullptr keyword."),
+  EXPECT_NE(MessageOf([&] {
+              FindBestPrefixMatchInStringList("abx", 0, with_null, 2);
+            }).find("found nullptr keyword."),
             std::string::npos);
 }
 
@@ -92,8 +96,9 @@ TEST(MathFunctions, RootMeanSquareDifference) {
   EXPECT_DOUBLE_EQ(ComputeTwoVectorDifferenceRMSE({1, 2}, {1, 4}), std::sqrt(2.0));
   EXPECT_DOUBLE_EQ(ComputeTwoVectorDifferenceRMSE({}, {}), 0.0);
   EXPECT_DOUBLE_EQ(ComputeTwoVectorDifferenceRMSE({3, -1, 2}, {3, -1, 2}), 0.0);
-  EXPECT_NE(MessageOf([] { ComputeTwoVectorDifferenceRMSE({1, 2, 3}, {1}); })
-                .find("Invalid argument, vector lengths (3 and 1) msut be the same."),
+  EXPECT_NE(MessageOf([] {
+              ComputeTwoVectorDifferenceRMSE({1, 2, 3}, {1});
+            }).find("Invalid argument, vector lengths (3 and 1) msut be the same."),
             std::string::npos);
 }
 

@@ -1,5 +1,6 @@
 #include "utils/signal_handling.h"
 
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,8 +11,6 @@
 #include <fstream>
 #include <sstream>
 #include <string>
-
-#include <gtest/gtest.h>
 
 namespace velmor {
 namespace {
@@ -209,7 +208,8 @@ TEST(SignalHandling, SupervisorForwardsToTheGroup) {
         },
         [&](pid_t supervisor) {
           leader = supervisor;
-          EXPECT_EQ(::read(ready[0], &worker, sizeof(worker)), static_cast<ssize_t>(sizeof(worker)));
+          EXPECT_EQ(::read(ready[0], &worker, sizeof(worker)),
+                    static_cast<ssize_t>(sizeof(worker)));
           // Wait until the supervisor has its handlers (bounded).
           for (int tries = 0; tries < 10000 && !CatchesSignal(supervisor, SIGINT); ++tries) {
             ::usleep(1000);
@@ -230,7 +230,8 @@ TEST(SignalHandling, SupervisorForwardsToTheGroup) {
     EXPECT_EQ(o.status, 255);
     EXPECT_NE(o.err.find(message), std::string::npos) << o.err;
     if (signal_number == SIGTERM) {
-      EXPECT_NE(o.err.find("Received SIGTERM signal, terminating...\n"), std::string::npos) << o.err;
+      EXPECT_NE(o.err.find("Received SIGTERM signal, terminating...\n"), std::string::npos)
+          << o.err;
     }
   }
 }

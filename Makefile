@@ -3,12 +3,12 @@
 
 DEBIAN_PACKAGES := build-essential cmake libeigen3-dev libfmt-dev libspdlog-dev \
   nlohmann-json3-dev libgtest-dev libbenchmark-dev python3-numpy python3-scipy \
-  python3-matplotlib time
+  python3-matplotlib time clang-format
 JOBS ?= $(shell nproc)
 RELEASE_DIR := build/release
 SANITIZE_DIR := build/sanitize
 
-.PHONY: all deps build test test-release test-sanitize bench demo clean
+.PHONY: all deps build test test-release test-sanitize format-check bench demo clean
 
 all: build
 
@@ -45,7 +45,12 @@ test-sanitize: deps $(SANITIZE_DIR)/CMakeCache.txt
 	cd $(SANITIZE_DIR) && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
 	  ctest --output-on-failure -j $(JOBS)
 
-test: test-release test-sanitize
+# Every tracked C++ source must match .clang-format.
+format-check: deps
+	@files=$$(git ls-files '*.h' '*.cc' 2>/dev/null || find . -path ./build -prune -o \( -name '*.h' -o -name '*.cc' \) -print); \
+	clang-format --dry-run -Werror $$files && echo "Formatting: all sources match .clang-format."
+
+test: format-check test-release test-sanitize
 
 # Summarizes the bundled handwritten-digits data: 1797 images become an RBF
 # similarity matrix, and quillo picks 12 representatives.

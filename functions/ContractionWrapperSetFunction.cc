@@ -36,22 +36,7 @@ double ContractionWrapperSetFunction<Kind>::ElementValue(int e) const {
 
 template <typename Kind>
 double ContractionWrapperSetFunction<Kind>::Value(const internal::SetExpression& expression) const {
-  const UnorderedHashSet with_contraction = WithContraction(expression.First());
-  if (!expression.Subtracts()) {
-    return Contracted(expression.EvaluateWith(*this->function_, with_contraction));
-  }
-  if (expression.TakesElement()) {
-    const int v = expression.Element();
-    return Contracted(InContraction(v)
-                          ? this->function_->Evaluate(with_contraction)
-                          : this->function_->EvaluateAfterSubtraction(with_contraction, v));
-  }
-  // Elements of C stay in: only B \ C is taken out of A union C.
-  UnorderedHashSet removed(this->n_);
-  for (const int b : expression.Second()) {
-    if (!InContraction(b)) removed.insert(b);
-  }
-  return Contracted(this->function_->EvaluateAfterSubtraction(with_contraction, removed));
+  return Contracted(expression.EvaluateWith(*this->function_, WithContraction(expression.First())));
 }
 
 template <typename Kind>
@@ -70,7 +55,6 @@ double ContractionWrapperSetFunction<Kind>::GainOf(int e, const Set& A) const {
 
 template <typename Kind>
 double ContractionWrapperSetFunction<Kind>::LossOf(int e, const Set& A) const {
-  if (InContraction(e) || !A.contains(e)) return 0.0;
   return this->multiplier_ * this->function_->Loss(e, WithContraction(A));
 }
 

@@ -106,12 +106,15 @@ class ContractionWrapperSetFunction
                                 double multiplier = 1.0);
   // Copies are deep: a copy owns a clone of f.
 
-  // The evaluations apply f to the argument sets with C added:
+  // The evaluations apply f's operation to the argument sets with C added,
+  // minus f(C) where they return a value, times m:
   //   Evaluate(e) = m * (f(C + e) - f(C)), Evaluate(A) = m * (f(A union C) - f(C)),
-  //   EvaluateUnion and EvaluateUnionAndSecondArg likewise;
-  //   EvaluateAfterSubtraction keeps the elements of C in;
+  //   EvaluateUnion, EvaluateUnionAndSecondArg and EvaluateAfterSubtraction
+  //   likewise (so EvaluateAfterSubtraction(A, v) = m * (f((A union C) - v) -
+  //   f(C)), which takes v out even when v is in C);
   //   Gain(e, A) = m * f.Gain(e, A union C), 0 for e in A or C;
-  //   Loss(e, A) = m * f.Loss(e, A union C) for e in A and not in C, 0 otherwise.
+  //   Loss(e, A) = m * f.Loss(e, A union C), which is not 0 for e in C.
+  // A shrinking context's SubsetLoss(v) is f'(A) - f'(A - v), 0 for v in C.
 
   // "contraction wrapped " followed by f's description.
   std::string Description() const override;

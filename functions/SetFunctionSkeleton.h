@@ -140,11 +140,6 @@ class SetExpression {
   bool Subtracts() const {
     return operation_ == Operation::kRemoveElement || operation_ == Operation::kRemoveSet;
   }
-  // Whether the operation takes the one element v (A - v).
-  bool TakesElement() const { return operation_ == Operation::kRemoveElement; }
-  // The element added or taken (A + v, A - v), and the set B (A u B, A \ B).
-  int Element() const { return element_; }
-  const Set& Second() const { return *second_; }
 
   // visit(x) for each member of the expression's set: the members of A in A's
   // iteration order, less those taken; then the added element, or the members

@@ -5,6 +5,7 @@
 #include <limits>
 #include <memory>
 #include <random>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
@@ -44,6 +45,7 @@ TYPED_TEST(ContractionWrapperTest, IncrementalAnswersMatchWholeSetEvaluation) {
     // Float gains are summed in float (dense facility location's lanes,
     // dispersion's M(v, u) + M(u, v)); values in double.
     options.tolerance = std::is_same_v<T, float> ? 1e-5 : 1e-12;
+    options.excluded = std::set<int>(C.begin(), C.end());
     options.seed = ++seed;
     ContractionWrapperSetFunction<SubmodularFunction> submodular(fl, C);
     testing::CheckSetFunctionAgainstEvaluation(submodular, options);
@@ -81,15 +83,25 @@ TYPED_TEST(ContractionWrapperTest, ContractionIdentities) {
         if (c % 2 == 0) inside.insert(c);
       }
       EXPECT_NEAR(0.0, g.Evaluate(inside), 1e-15);
-      // Elements of C have gain and loss 0, in every form.
+      // Elements of C have gain 0 and, in a shrinking context, loss 0.
       auto context = g.MakeGrowingContext(A);
       auto shrinking = g.MakeShrinkingContext(Union(A, C));
       for (int c : C) {
         EXPECT_EQ(0.0, g.Gain(c, A));
         EXPECT_EQ(0.0, context->DisjointGain(c));
-        EXPECT_EQ(0.0, g.Loss(c, Union(A, C)));
         EXPECT_EQ(0.0, shrinking->SubsetLoss(c));
         EXPECT_NEAR(g.Evaluate(A), g.EvaluateUnion(c, A), 1e-15);
+      }
+      // Loss and subtraction apply f to the sets with C added, taking out
+      // elements of C too: m f.Loss(v, A u C), m (f((A u C) - v) - f(C)).
+      const UnorderedHashSet B = RandomSet(n, 0.3, rng);
+      EXPECT_DOUBLE_EQ(m * (f.EvaluateAfterSubtraction(Union(A, C), B) - f.Evaluate(C)),
+                       g.EvaluateAfterSubtraction(A, B));
+      for (int v = 0; v < n; ++v) {
+        EXPECT_DOUBLE_EQ(m * f.Loss(v, Union(A, C)), g.Loss(v, A)) << v;
+        EXPECT_DOUBLE_EQ(m * (f.EvaluateAfterSubtraction(Union(A, C), v) - f.Evaluate(C)),
+                         g.EvaluateAfterSubtraction(A, v))
+            << v;
       }
       // Other elements: m f(v | A u C).
       for (int v = 0; v < n; ++v) {

@@ -70,6 +70,9 @@ struct OracleOptions {
   int candidates_per_step = 12;
   // Whether shrinking contexts are exercised.
   bool check_shrinking = true;
+  // Elements outside the function's domain (a contraction's C): never
+  // candidates, members or elements of the sets B.
+  std::set<int> excluded;
 };
 
 namespace internal {
@@ -128,7 +131,7 @@ inline void CheckSetFunctionAgainstEvaluation(const SetFunction& f, const Oracle
     // --- Gains of candidates outside A.
     std::vector<int> outside;
     for (int v = 0; v < n; ++v) {
-      if (model.count(v) == 0) outside.push_back(v);
+      if (model.count(v) == 0 && options.excluded.count(v) == 0) outside.push_back(v);
     }
     std::shuffle(outside.begin(), outside.end(), rng);
     if (static_cast<int>(outside.size()) > options.candidates_per_step) {
@@ -171,7 +174,10 @@ inline void CheckSetFunctionAgainstEvaluation(const SetFunction& f, const Oracle
     {
       std::set<int> b_model;
       const int b_size = uniform(std::min(n, 6) + 1);
-      for (int i = 0; i < b_size; ++i) b_model.insert(uniform(n));
+      for (int i = 0; i < b_size; ++i) {
+        const int b = uniform(n);
+        if (options.excluded.count(b) == 0) b_model.insert(b);
+      }
       const UnorderedHashSet B = MakeSet(b_model, n);
       std::set<int> union_model = model;
       union_model.insert(b_model.begin(), b_model.end());

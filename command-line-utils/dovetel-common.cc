@@ -211,12 +211,13 @@ std::unique_ptr<SubmodularFunction> WrapForSets(std::unique_ptr<SubmodularFuncti
     const UnorderedHashSet b =
         SetOption(neglect, n, engine, (std::string(option_prefix) + "-set-neglect").c_str());
     f = std::make_unique<
-        CombinatorialConditionalMutualInformationWrapperSetFunction<SubmodularFunction>>(*f, a, b);
+        CombinatorialConditionalMutualInformationWrapperSetFunction<SubmodularFunction>>(
+        std::move(f), a, b);
   }
   if (contraction != nullptr) {
     const UnorderedHashSet c = SetOption(contraction, n, engine,
                                          (std::string(option_prefix) + "-set-contraction").c_str());
-    f = std::make_unique<ContractionWrapperSetFunction<SubmodularFunction>>(*f, c);
+    f = std::make_unique<ContractionWrapperSetFunction<SubmodularFunction>>(std::move(f), c);
   }
   return f;
 }
@@ -578,32 +579,45 @@ void LogDetailReport(const SetFunction& f, const std::vector<int>& order,
       bound, bound > 0 ? value / bound : 1.0);
 }
 
-// Each component's share of the summary's value; with level > 1 also each
-// component's gain at every step of the order.
-void LogBalanceReport(const Objective& objective, const std::vector<int>& order,
+// Each component's share of the summary's value (under a contraction C,
+// w_i (f_i(S u C) - f_i(C))); with level > 1 also each component's gain at
+// every step of the order. The components are read where the mixture holds them.
+void LogBalanceReport(const MixtureSetFunction& mixture, const std::vector<std::string>& names,
+                      const UnorderedHashSet* contraction, const std::vector<int>& order,
                       spdlog::logger& ctrl) {
-  const int n = objective.n;
+  const int n = mixture.GroundSetSize();
+  const std::vector<double>& weights = mixture.ComponentWeights();
   double total = 0.0;
   std::vector<double> values;
   UnorderedHashSet solution(n);
   for (int v : order) solution.insert(v);
-  for (std::size_t i = 0; i < objective.components.size(); ++i) {
-    values.push_back(objective.weights[i] * objective.components[i]->Evaluate(solution));
+  for (int i = 0; i < mixture.NumberOfComponents(); ++i) {
+    const SetFunction& component = mixture.Component(i);
+    const double weight = weights[static_cast<std::size_t>(i)];
+    if (contraction == nullptr) {
+      values.push_back(weight * component.Evaluate(solution));
+    } else {
+      UnorderedHashSet with_contraction = solution;
+      with_contraction.insertSet(*contraction);
+      values.push_back(weight *
+                       (component.Evaluate(with_contraction) - component.Evaluate(*contraction)));
+    }
     total += values.back();
   }
-  for (std::size_t i = 0; i < objective.components.size(); ++i) {
+  for (int i = 0; i < mixture.NumberOfComponents(); ++i) {
+    const std::size_t c = static_cast<std::size_t>(i);
     ctrl.info("Balance: {} (responsibility {:g}) contributes {:.10g} = {:.4g}% of f(Solution).",
-              objective.names[i], objective.weights[i], values[i],
-              total != 0 ? 100.0 * values[i] / total : 0.0);
+              names[c], weights[c], values[c], total != 0 ? 100.0 * values[c] / total : 0.0);
     if (options::ctrl_logbalancereport > 1) {
       std::vector<double> step_gains;
-      auto context = objective.components[i]->MakeGrowingContext(FixedEmptySet(n));
+      auto context = contraction != nullptr
+                         ? mixture.Component(i).MakeGrowingContext(*contraction)
+                         : mixture.Component(i).MakeGrowingContext(FixedEmptySet(n));
       for (int v : order) {
-        step_gains.push_back(objective.weights[i] * context->DisjointGain(v));
+        step_gains.push_back(weights[c] * context->DisjointGain(v));
         context->AddNewElementToContext(v, true);
       }
-      ctrl.info("Balance: {} gains: {}", objective.names[i],
-                VectorText(step_gains, "component_gains"));
+      ctrl.info("Balance: {} gains: {}", names[c], VectorText(step_gains, "component_gains"));
     }
   }
 }
@@ -787,7 +801,8 @@ int RunSummarization() {
   candidates.removeSet(deletion);
   if (set_contraction != nullptr) {
     candidates.removeSet(contraction);
-    f = std::make_unique<ContractionWrapperSetFunction<SubmodularFunction>>(*f, contraction);
+    f = std::make_unique<ContractionWrapperSetFunction<SubmodularFunction>>(std::move(f),
+                                                                            contraction);
   }
 
   // Size and constraint.
@@ -906,14 +921,8 @@ int RunSummarization() {
   }
   if (ctrl_logdetail) LogDetailReport(*f, summary.order, curvature, value, ctrl);
   if (ctrl_logbalancereport > 0) {
-    Objective view;
-    view.n = n;
-    for (int i = 0; i < mixture.NumberOfComponents(); ++i) {
-      view.components.push_back(mixture.Component(i).clone());
-      view.weights.push_back(objective.weights[static_cast<std::size_t>(i)]);
-      view.names.push_back(objective.names[static_cast<std::size_t>(i)]);
-    }
-    LogBalanceReport(view, summary.order, ctrl);
+    LogBalanceReport(mixture, objective.names, set_contraction != nullptr ? &contraction : nullptr,
+                     summary.order, ctrl);
   }
   WriteOutputFiles(summary.order, summary.gains);
   WriteGainsPlotScript(pgpyplotfilename, pgpypuginpyplot, pgpyccclogscale, summary.order,

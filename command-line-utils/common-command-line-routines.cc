@@ -1,7 +1,13 @@
 #include "command-line-utils/common-command-line-routines.h"
 
+#include <fmt/format.h>
+#include <spdlog/spdlog.h>
+
+#include <Eigen/Core>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
+#include <limits>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -10,6 +16,7 @@
 #include "io/DenseMatrixIO.h"
 #include "io/SparseMatrixIO.h"
 #include "matrixvector/MatrixTransformations.h"
+#include "matrixvector/OneHotExpansion.h"
 #include "utils/error_messages.h"
 #include "utils/exceptions.h"
 
@@ -87,6 +94,65 @@ void WriteGainsPlotScript(const char* path, bool unnormalized_gains, bool log_sc
   std::fprintf(file, "plt.show()\n");
 }
 
+int SummarySizeFromOption(int32_t sumsize, int64_t n, bool constraint_given) {
+  const char* invalid =
+      "Must give valid summary size k, either non-negative k>=0, or negative k<0 yielding actual "
+      "size=(|V|+1+k).";
+  if (sumsize == std::numeric_limits<int32_t>::max()) {
+    if (constraint_given) return static_cast<int>(n);
+    throw exception::CommandLineError(invalid);
+  }
+  if (sumsize >= 0) {
+    if (sumsize > n) throw exception::CommandLineError(invalid);
+    return sumsize;
+  }
+  const long long size = n + 1 + sumsize;
+  if (size < 0) {
+    throw exception::CommandLineError(exception::MakeCommandMessage(
+        "Must give valid summary size k, either non-negative k>=0, or negative k<0 yielding actual "
+        "non-negative size, but got (|V|+1+k)=%d.",
+        static_cast<int>(size)));
+  }
+  return static_cast<int>(size);
+}
+
+void SetLibraryThreads(int32_t threads, spdlog::logger& ctrl) {
+  if (threads == 0) {
+    ctrl.info("Eigen library query to nbThreads() = {}.", Eigen::nbThreads());
+  } else if (threads > 0) {
+    ctrl.info("Setting Eigen library nbThreads() to {}.", threads);
+    Eigen::setNbThreads(threads);
+    ctrl.info("Now, Eigen library query to nbThreads() = {}.", Eigen::nbThreads());
+  }
+}
+
+template <typename T>
+void WriteSummaryVector(const char* path, const std::vector<T>& values) {
+  matrixio::DenseMatrix<double> column(static_cast<Eigen::Index>(values.size()), 1);
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    column(static_cast<Eigen::Index>(i), 0) = values[i];
+  }
+  matrixio::WriteDenseMatrixToFile(column, path, false);
+}
+
+template void WriteSummaryVector(const char*, const std::vector<int>&);
+template void WriteSummaryVector(const char*, const std::vector<float>&);
+
+void WriteAsciiResultsFile(const char* path, const std::vector<int>& order,
+                           const std::vector<float>& gains) {
+  std::ofstream out(path);
+  if (!out) {
+    throw exception::InputDataError(
+        fmt::format("Can't open file '{}' for writing to output.", path));
+  }
+  for (std::size_t i = 0; i < order.size(); ++i) out << (i ? "," : "") << order[i];
+  out << '\n';
+  for (std::size_t i = 0; i < gains.size(); ++i) {
+    out << (i ? "," : "") << fmt::format("{:.10g}", gains[i]);
+  }
+  out << '\n';
+}
+
 namespace {
 
 bool HasExtension(const std::string& file_name, const char* lower, const char* upper) {
@@ -98,13 +164,21 @@ bool HasExtension(const std::string& file_name, const char* lower, const char* u
 
 template <typename T>
 matrixio::DenseMatrix<T> LoadAndTransformMatrix(const char* group, const char* file_name, int rows,
-                                                int cols, const char* transformation) {
+                                                int cols, const char* transformation,
+                                                bool one_hot_expand) {
   TransformableMatrix<T> matrix;
   try {
     matrix.dense = matrixio::LoadDenseMatrixFromFileOrRamOrMakeRandom<T>(file_name, nullptr, false,
                                                                          rows, cols);
   } catch (...) {
     VELMOR_THROW_NESTED(std::invalid_argument, "Problems loading %s matrix.", group);
+  }
+  if (one_hot_expand) {
+    try {
+      matrix.dense = ExpandOneHot(matrix.dense);
+    } catch (const std::invalid_argument& e) {
+      throw exception::CommandLineError(std::string(group) + " " + e.what());
+    }
   }
   try {
     ApplyMatrixTransformation(transformation != nullptr ? transformation : "", matrix, false);
@@ -159,9 +233,9 @@ matrixio::SparseMatrix<T> LoadAndTransformSparseMatrix(const char* group, const 
 }
 
 template matrixio::DenseMatrix<float> LoadAndTransformMatrix<float>(const char*, const char*, int,
-                                                                    int, const char*);
+                                                                    int, const char*, bool);
 template matrixio::DenseMatrix<double> LoadAndTransformMatrix<double>(const char*, const char*, int,
-                                                                      int, const char*);
+                                                                      int, const char*, bool);
 template std::optional<matrixio::MappedNumpyMatrix<float>> MapNumpyMatrixInPlace<float>(
     const char*, const char*);
 template std::optional<matrixio::MappedNumpyMatrix<double>> MapNumpyMatrixInPlace<double>(

@@ -10,6 +10,10 @@
 #include "io/MappedNumpyMatrix.h"
 #include "io/MatrixIOCommon.h"
 
+namespace spdlog {
+class logger;
+}
+
 namespace velmor {
 
 // Writes a Python script (numpy, matplotlib) that plots, against the rank
@@ -27,15 +31,41 @@ void WriteGainsPlotScript(const char* path, bool unnormalized_gains, bool log_sc
                           const std::vector<float>& gains,
                           const std::vector<double>& conditional_curvature);
 
+// The summary size k from the sumsize option's value: k >= 0 as it is (at
+// most n), k < 0 as n + 1 + k; the option's default 2147483647 (not given)
+// is n when another constraint limits the size, else an error. Throws
+// exception::CommandLineError "Must give valid summary size k, ..." (two
+// texts: an invalid value, and a negative one whose result stays negative).
+int SummarySizeFromOption(int32_t sumsize, int64_t n, bool constraint_given);
+
+// The numerical library's threads: a negative count leaves them alone, 0 logs
+// their number on `ctrl`, a positive count sets it (logged before and after).
+void SetLibraryThreads(int32_t threads, spdlog::logger& ctrl);
+
+// Writes a vector of the summary (the order, or the gains) as a one-column
+// matrix file chosen by the name's extension (.csv, .npy, .bin and their
+// upper-case forms), in double precision. Throws the writer's errors.
+template <typename T>
+void WriteSummaryVector(const char* path, const std::vector<T>& values);
+
+// Writes the order and the gains as two comma-separated lines (gains with ten
+// significant digits). Throws exception::InputDataError "Can't open file '{}'
+// for writing to output." when the file cannot be opened.
+void WriteAsciiResultsFile(const char* path, const std::vector<int>& order,
+                           const std::vector<float>& gains);
+
 // Loads the matrix of function group `group` ("FL", "SSD", ...) from
-// `file_name` (.csv, .npy or .bin, the last with `rows` x `cols`) and applies
-// the transformation string. A load failure is a std::invalid_argument
-// "Problems loading <group> matrix." and a bad transformation a
-// CommandLineError "Problems with matrix transformation string '...' for
-// <group> function.", each with the cause nested.
+// `file_name` (.csv, .npy or .bin, the last with `rows` x `cols`), expands it
+// as one-hot codes when asked (see ExpandOneHot) and applies the
+// transformation string. A load failure is a std::invalid_argument "Problems
+// loading <group> matrix." and a bad transformation a CommandLineError
+// "Problems with matrix transformation string '...' for <group> function.",
+// each with the cause nested; codes that are not non-negative whole numbers
+// are a CommandLineError "<group> one-hot expansion needs ...".
 template <typename T>
 matrixio::DenseMatrix<T> LoadAndTransformMatrix(const char* group, const char* file_name, int rows,
-                                                int cols, const char* transformation);
+                                                int cols, const char* transformation,
+                                                bool one_hot_expand = false);
 
 // For a ".npy" or ".NPY" file whose values can be used where they lie as T
 // (see matrixio::MappedNumpyMatrix: T's own type, host byte order, C order),

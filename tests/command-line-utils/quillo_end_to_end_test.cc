@@ -431,4 +431,140 @@ TEST_F(QuilloRun, Signals) {
   EXPECT_EQ(finish(supervisor), 255);
 }
 
+// The objective of a run on sim.npy (FL) and sim2.npy (FL2, weight 0.5), in
+// numpy: with attraction A (and neglect N) the FL term is its conditional
+// mutual information, and under a contraction C each weighted component c
+// counts c(X u C) - c(C). check(case, ...) reads the case's order, gains and
+// log and compares every report line with the objective.
+const char* kReportOracle = R"PY(
+import re
+def fl(name):
+    M = np.load(name).astype(np.float64); fV = M.max(axis=0).sum()
+    return lambda X: M[sorted(X)].max(axis=0).sum() / fV if X else 0.0
+def components(A, N):
+    f, h = fl('sim.npy'), fl('sim2.npy')
+    g = f if A is None else (lambda X: f(X | N) + (f(A | N) - f(N)) - f(X | A | N))
+    return [g, lambda X: 0.5 * h(X)]
+def array(line):
+    return np.array([float(x) for x in re.search(r'np\.array\(\[(.*)\]\)', line).group(1).split(',')])
+def close(a, b, what, rtol=2e-6):
+    assert np.allclose(a, b, rtol=rtol, atol=2e-7), (what, a, b)
+def check(case, A=None, N=frozenset(), C=frozenset(), n=30):
+    shares = [lambda X, c=c: c(X | C) - c(C) for c in components(A, N)]
+    F = lambda X: sum(s(X) for s in shares)
+    order = np.load(case + '_o.npy').astype(int).ravel().tolist()
+    gains = np.load(case + '_g.npy').ravel()
+    log = open(case + '.log').read().splitlines()
+    lines = lambda start: [l for l in log if l.startswith(start)]
+    # The greedy itself.
+    S, expected = set(), []
+    for _ in order:
+        v = max((v for v in range(n) if v not in S | C), key=lambda v: F(S | {v}) - F(S))
+        expected.append(v); S.add(v)
+    assert order == expected, (case, order, expected)
+    close(gains, [F(set(order[:i + 1])) - F(set(order[:i])) for i in range(len(order))], 'gains')
+    S = set(order)
+    close(float(lines('Summary valuation: f(Solution) = ')[0].split('= ')[1]), F(S), 'value')
+    # Balance: each component's share, its percentage and its gain at each step.
+    for i, l in enumerate([l for l in lines('Balance: ') if 'contributes' in l]):
+        value, percent = [float(x) for x in re.search(r'contributes (\S+) = (\S+)%', l).groups()]
+        close(value, shares[i](S), 'share')
+        close(percent, 100 * shares[i](S) / F(S), 'percent', rtol=6e-4)
+    for i, l in enumerate([l for l in lines('Balance: ') if 'gains:' in l]):
+        close(array(l), [shares[i](set(order[:t + 1])) - shares[i](set(order[:t])) for t in range(len(order))], 'step gains')
+    # Conditional curvature of each element, its summary and the modular upper bound.
+    curvature = [1 - (F(S) - F(S - {v})) / g for v, g in zip(order, gains.astype(np.float64))]
+    for l in lines('Summary Conditional Curvature: '):
+        close(array(l), curvature, 'curvature')
+    for l in lines('Conditional curvature of the summary: '):
+        summary = [float(part.split('= ')[1]) for part in l.rstrip('.').split(': ')[1].split(', ')]
+        close(summary, [min(curvature), np.mean(curvature), max(curvature)], 'curvature summary')
+    for l in lines('Modular Upper Bound on solution = '):
+        bound, efficiency = [float(x) for x in re.search(r'= (\S+), 0 <= .* = (\S+) <= 1.0', l).groups()]
+        close(bound, sum(F({v}) for v in order), 'bound'); close(efficiency, F(S) / bound, 'efficiency')
+    return [len(lines(p)) for p in ('Balance: ', 'Summary Conditional Curvature: ', 'Modular Upper Bound')]
+)PY";
+
+TEST_F(QuilloRun, EveryReportAloneWithContractionAndWithConditionalMutualInformation) {
+  MakeSimilarity(30);
+  Python("np.save('sim2.npy', np.random.default_rng(9).random((30, 30)).astype(np.float32))");
+  struct Setting {
+    std::string name, options, oracle_sets;
+  };
+  const std::vector<Setting> settings = {
+      {"plain", "", ""},
+      {"contraction", "-set-contraction 0,1", "C={0,1}"},
+      {"cmi", "-fl-set-attraction 3,4 -fl-set-neglect 5", "A={3,4}, N=frozenset({5})"},
+      {"both", "-fl-set-attraction 3,4 -fl-set-neglect 5 -set-contraction 0,1",
+       "A={3,4}, N=frozenset({5}), C={0,1}"}};
+  const std::vector<std::pair<std::string, std::string>> reports = {
+      {"balance1", "-ctrl-logbalancereport 1"},
+      {"balance2", "-ctrl-logbalancereport 2"},
+      {"detail", "-ctrl-logdetail"},
+      {"curvature", "-ctrl-logccurvature"},
+      {"all", "-ctrl-logbalancereport 2 -ctrl-logdetail -ctrl-logccurvature"}};
+  std::string checks = kReportOracle;
+  for (const Setting& setting : settings) {
+    for (const auto& [report, report_options] : reports) {
+      const std::string name = setting.name + "_" + report;
+      const Outcome run = Quillo(
+          "-flfilename sim.npy -fl2filename sim2.npy -fl2responsibility 0.5 "
+          "-sumsize 6 -cloglevel info " +
+          setting.options + " " + report_options + " -outfilesummary " + name +
+          "_o.npy -outfilegains " + name + "_g.npy");
+      ASSERT_EQ(run.status, 0) << name << "\n" << run;
+      std::ofstream(Path(name + ".log")) << run.out;
+      checks += "print('" + name + "', check('" + name + "', " + setting.oracle_sets + "))\n";
+    }
+  }
+  // Each report appears when asked for, and only then: two balance lines per
+  // component at level 2, one at level 1.
+  const std::string got = Python(checks);
+  for (const Setting& setting : settings) {
+    const std::string& n = setting.name;
+    const std::string expected = n + "_balance1 [2, 0, 0]\n" + n + "_balance2 [4, 0, 0]\n" + n +
+                                 "_detail [0, 0, 1]\n" + n + "_curvature [0, 1, 0]\n" + n +
+                                 "_all [4, 1, 1]\n";
+    EXPECT_NE(got.find(expected), std::string::npos) << got;
+  }
+}
+
+TEST_F(QuilloRun, OneHotExpansion) {
+  // Integer codes of 4 categorical features; one-hot columns then DOT() give
+  // the number of features two items share.
+  Python(
+      "C = np.random.default_rng(2).integers(0, 3, (25, 4)); C[0, 3] = 5\n"
+      "np.savetxt('codes.csv', C, fmt='%d', delimiter=',')\n");
+  Outcome run = Quillo(
+      "-flfilename codes.csv -flohexpand -fltransformation 'DOT()' -sumsize 5 "
+      "-flsavefinaltransformedmatrix expanded.npy -outfilesummary o.npy");
+  ASSERT_EQ(run.status, 0) << run;
+  // DOT() of one-hot rows ties often: each chosen element must have a largest gain.
+  EXPECT_EQ(Python("C = np.loadtxt('codes.csv', delimiter=',').astype(int)\n"
+                   "X = np.hstack([np.eye(c.max() + 1)[c] for c in C.T])\n"
+                   "assert X.shape == (25, 3 + 3 + 3 + 6), X.shape\n"
+                   "S = X @ X.T\n"
+                   "assert (np.load('expanded.npy') == S).all()\n"
+                   "m = np.zeros(25); best = []\n"
+                   "for v in np.load('o.npy').astype(int).ravel():\n"
+                   "    g = np.maximum(S - m, 0).sum(axis=1); best.append(g[v] == g.max())\n"
+                   "    m = np.maximum(m, S[v])\n"
+                   "print(len(best) == 5 and all(best))"),
+            "True\n");
+  // Codes must be non-negative whole numbers.
+  std::ofstream(Path("bad.csv")) << "0,1\n2,-1\n";
+  run = Quillo("-flfilename bad.csv -flohexpand -sumsize 1");
+  EXPECT_EQ(run.status, 1) << run;
+  EXPECT_TRUE(
+      run.Has("ERROR DETECTED: Command line argument: FL one-hot expansion needs "
+              "non-negative integer codes, but entry (1,1) is -1."))
+      << run;
+  std::ofstream(Path("half.csv")) << "0,1.5\n2,1\n";
+  run = Quillo("-fl2filename half.csv -fl2ohexpand -sumsize 1");
+  EXPECT_TRUE(
+      run.Has("FL2 one-hot expansion needs non-negative integer codes, but entry (0,1) "
+              "is 1.5."))
+      << run;
+}
+
 }  // namespace

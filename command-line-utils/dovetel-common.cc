@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "command-line-utils/FacilityLocationGroupOptions.h"
 #include "command-line-utils/GreedyAlgorithmChoice.h"
 #include "command-line-utils/SetSpecification.h"
 #include "command-line-utils/common-command-line-routines.h"
@@ -35,44 +36,27 @@ using exception::InputDataError;
 using matrixio::DenseMatrix;
 using Group = SummaryPlan::FunctionGroup;
 
-// Dense matrices are held in single precision: half the memory traffic of the
-// gain loops, and ample for similarities.
-using Real = float;
-
 std::string Text(const char* text) { return text != nullptr ? text : ""; }
 
-void CheckNonNegativeWeight(const std::string& tag, double weight) {
-  if (!(weight >= 0.0)) {
-    throw CommandLineError(exception::MakeCommandMessage(
-        "%s weight = '%g', but must be non-negative", tag.c_str(), weight));
-  }
-}
-
-Group NewGroup(SummaryPlan::Kind kind, const std::string& tag, double responsibility,
-               bool no_normalize = false, double softness = 0.0) {
-  Group group;
-  group.kind = kind;
-  group.tag = tag;
-  group.responsibility = responsibility;
-  group.normalize = !no_normalize;
-  group.softness = softness;
-  return group;
-}
-
-// The plan being filled, and the engine that set strings draw from.
+// The plan being filled, the engine that set strings draw from, and the
+// precision the groups' matrices are held in.
 struct PlanBuilder {
   SummaryPlan plan;
   std::mt19937 engine;
   spdlog::logger& ctrl;
+  Precision precision;
+
+  bool InDouble(const char* file_name) const { return RunsInDouble(precision, file_name); }
 
   std::optional<UnorderedHashSet> Set(const char* text, int64_t n, const std::string& option) {
     if (text == nullptr) return std::nullopt;
     return ParseSetSpecification(text, static_cast<int>(n), engine, option);
   }
 
-  // A facility-location group's attraction, neglect and contraction sets.
-  void AddGroupSets(Group& group, const char* contraction, const char* attraction,
-                    const char* neglect, const std::string& option_prefix) {
+  // Adds a facility-location group with its attraction, neglect and
+  // contraction sets, parsed over the group's ground set.
+  void AddGroup(Group group, const char* contraction, const char* attraction, const char* neglect,
+                const std::string& option_prefix) {
     if (neglect != nullptr && attraction == nullptr) {
       throw CommandLineError(exception::MakeCommandMessage(
           "%s given a neglect set string for R but not given any attraction set string for G.",
@@ -84,50 +68,18 @@ struct PlanBuilder {
       group.neglect = Set(neglect, n, option_prefix + "-set-neglect");
     }
     group.contraction = Set(contraction, n, option_prefix + "-set-contraction");
+    plan.groups.push_back(std::move(group));
   }
 };
 
 // ----- Facility-location groups ---------------------------------------------
 
-// The options of one facility-location group (FL or FL2).
-struct FacilityLocationOptions {
-  const char* tag;
-  const char* prefix;
-  const char* file_name;
-  int rows, cols;
-  double responsibility;
-  const char* transformation;
-  double softness;
-  bool no_normalize;
-  double centrality_responsibility;
-  const char* centrality_spec;
-  const char* centrality_transformation;
-  const char* centrality_ccf_spec;
-  bool one_hot_expand;
-  int asym_iterations;
-  const char* set_contraction;
-  const char* set_attraction;
-  const char* set_neglect;
-  const char* save_matrix;
-  const char* save_centrality;
-};
-
 // The group's centrality vector: one value per element (matrix row).
-std::vector<double> GroupCentrality(const DenseMatrix<Real>& matrix,
-                                    const FacilityLocationOptions& g) {
-  const std::optional<CentralityKind> kind =
-      CentralityKindFromSpecification(Text(g.centrality_spec));
-  if (!kind) {
-    throw CommandLineError(exception::MakeCommandMessage(
-        "%s centrality '%s' is not supported; use ROWMIN(), ROWMAX(), ROWSUM() or ROWMEAN().",
-        g.tag, Text(g.centrality_spec).c_str()));
-  }
-  if (Text(g.centrality_ccf_spec) != "LINEAR()") {
-    throw CommandLineError(
-        exception::MakeCommandMessage("%s centrality curve '%s' is not supported; use LINEAR().",
-                                      g.tag, Text(g.centrality_ccf_spec).c_str()));
-  }
-  DenseMatrix<double> centrality = ComputeCentrality(matrix, *kind);
+template <typename T>
+std::vector<double> GroupCentrality(const DenseMatrix<T>& matrix,
+                                    const FacilityLocationGroupOptions& g) {
+  const CentralityKind kind = *CentralityKindFromSpecification(Text(g.centrality_spec));
+  DenseMatrix<double> centrality = ComputeCentrality(matrix, kind);
   if (!Text(g.centrality_transformation).empty()) {
     try {
       ApplyMatrixTransformation(g.centrality_transformation, centrality);
@@ -147,43 +99,36 @@ std::vector<double> GroupCentrality(const DenseMatrix<Real>& matrix,
   return std::vector<double>(centrality.data(), centrality.data() + centrality.rows());
 }
 
-void AddFacilityLocationGroup(const FacilityLocationOptions& g, PlanBuilder& builder) {
-  if (g.file_name == nullptr) return;
-  CheckNonNegativeWeight(g.tag, g.responsibility);
-  CheckNonNegativeWeight(std::string(g.tag) + " centrality", g.centrality_responsibility);
-  if (g.asym_iterations > 0) {
-    throw CommandLineError(exception::MakeCommandMessage(
-        "%s asymmetric iterations (%d) are not supported; use 0.", g.tag, g.asym_iterations));
-  }
-  Group group = NewGroup(SummaryPlan::Kind::kFacilityLocation, g.tag, g.responsibility,
-                         g.no_normalize, g.softness);
-  // An untransformed .npy file of our element type in C order is used where it
-  // lies, mapped into memory. Saving the matrix and the centrality need the
-  // loaded n x k matrix, so they take the reading path.
-  const bool read_as_it_lies = !g.one_hot_expand && Text(g.transformation).empty() &&
-                               g.save_matrix == nullptr && !(g.centrality_responsibility > 0);
-  std::optional<matrixio::MappedNumpyMatrix<Real>> mapped;
-  if (read_as_it_lies) mapped = MapNumpyMatrixInPlace<Real>(g.tag, g.file_name);
-  SummaryPlan::DenseInput<Real> input;
-  if (mapped) {
-    builder.ctrl.debug("{} matrix file '{}' mapped into memory.", g.tag, g.file_name);
-    input.items = mapped->rows();
-    input.values_per_item = mapped->cols();
-    input.element_major = std::move(*mapped).Share();
-  } else {
-    input.rows = LoadAndTransformMatrix<Real>(g.tag, g.file_name, g.rows, g.cols, g.transformation,
-                                              g.one_hot_expand);
-  }
+template <typename T>
+void AddFacilityLocationGroupIn(const FacilityLocationGroupOptions& g, PlanBuilder& builder) {
+  // An untransformed .npy file of the element type in C order is used where
+  // it lies. Saving the matrix and the centrality need the loaded matrix.
+  const bool may_map = !g.one_hot_expand && Text(g.transformation).empty() &&
+                       g.save_matrix == nullptr && !(g.centrality_responsibility > 0);
+  DenseMatrixInput<T> input =
+      LoadDenseGroupMatrix<T>(g.tag, g.file_name, g.rows, g.cols, g.transformation,
+                              g.one_hot_expand, may_map, builder.ctrl);
   if (g.save_matrix != nullptr) matrixio::WriteMatrixToFile(input.rows, g.save_matrix, false);
   std::vector<double> centrality;
   if (g.centrality_responsibility > 0) centrality = GroupCentrality(input.rows, g);
+  Group group(SummaryPlan::Kind::kFacilityLocation, g.tag, g.responsibility, !g.no_normalize,
+              g.softness);
   group.dense = std::move(input);
-  builder.AddGroupSets(group, g.set_contraction, g.set_attraction, g.set_neglect, g.prefix);
-  builder.plan.groups.push_back(std::move(group));
+  builder.AddGroup(std::move(group), g.set_contraction, g.set_attraction, g.set_neglect, g.prefix);
   if (!centrality.empty()) {
-    Group modular = NewGroup(SummaryPlan::Kind::kCentrality, g.tag, g.centrality_responsibility);
+    Group modular(SummaryPlan::Kind::kCentrality, g.tag, g.centrality_responsibility);
     modular.centrality = std::move(centrality);
     builder.plan.groups.push_back(std::move(modular));
+  }
+}
+
+void AddFacilityLocationGroup(const FacilityLocationGroupOptions& g, PlanBuilder& builder) {
+  if (g.file_name == nullptr) return;
+  g.Check();
+  if (builder.InDouble(g.file_name)) {
+    AddFacilityLocationGroupIn<double>(g, builder);
+  } else {
+    AddFacilityLocationGroupIn<float>(g, builder);
   }
 }
 
@@ -196,50 +141,46 @@ void AddSparseFacilityLocationGroup(PlanBuilder& builder) {
     throw CommandLineError(
         "Sparse facility location function needs non-negative responsibility value.");
   }
-  Group group = NewGroup(SummaryPlan::Kind::kSparseFacilityLocation, "SPFL", spflresponsibility,
-                         spflnonormalize, spflsoftness);
-  group.sparse = LoadAndTransformSparseMatrix<Real>("SPFL", spflfilename, spflrows, spflcols,
-                                                    spfltransformation);
-  builder.AddGroupSets(group, spfl_set_contraction, spfl_set_attraction, spfl_set_neglect, "spfl");
-  builder.plan.groups.push_back(std::move(group));
+  Group group(SummaryPlan::Kind::kSparseFacilityLocation, "SPFL", spflresponsibility,
+              !spflnonormalize, spflsoftness);
+  group.sparse = LoadSparseGroupMatrix(builder.precision, "SPFL", spflfilename, spflrows, spflcols,
+                                       spfltransformation);
+  builder.AddGroup(std::move(group), spfl_set_contraction, spfl_set_attraction, spfl_set_neglect,
+                   "spfl");
 }
 
-void AddDenseDispersionGroup(const char* tag, const char* file_name, int rows, int cols,
-                             const char* transformation, double responsibility, bool no_normalize,
-                             PlanBuilder& builder) {
+void AddDispersionGroup(const char* tag, const char* file_name, int rows, int cols,
+                        const char* transformation, double responsibility, bool no_normalize,
+                        bool sparse, PlanBuilder& builder) {
   if (file_name == nullptr) return;
   if (!(responsibility >= 0)) {
-    throw CommandLineError("SumSumDispersion function needs non-negative responsibility value.");
+    throw CommandLineError(sparse ? std::string(tag) + " needs non-negative responsibility value."
+                                  : "SumSumDispersion function needs non-negative responsibility "
+                                    "value.");
   }
-  Group group = NewGroup(SummaryPlan::Kind::kDispersion, tag, responsibility, no_normalize);
-  SummaryPlan::DenseInput<Real> input;
-  input.rows = LoadAndTransformMatrix<Real>(tag, file_name, rows, cols, transformation);
-  group.dense = std::move(input);
-  builder.plan.groups.push_back(std::move(group));
-}
-
-void AddSparseDispersionGroup(const char* tag, const char* file_name, const char* transformation,
-                              double responsibility, bool no_normalize, PlanBuilder& builder) {
-  if (file_name == nullptr) return;
-  if (!(responsibility >= 0)) {
-    throw CommandLineError(std::string(tag) + " needs non-negative responsibility value.");
+  Group group(sparse ? SummaryPlan::Kind::kSparseDispersion : SummaryPlan::Kind::kDispersion, tag,
+              responsibility, !no_normalize);
+  if (sparse) {
+    group.sparse =
+        LoadSparseGroupMatrix(builder.precision, tag, file_name, rows, cols, transformation);
+  } else {
+    group.dense =
+        LoadDenseGroupMatrix(builder.precision, tag, file_name, rows, cols, transformation);
   }
-  Group group = NewGroup(SummaryPlan::Kind::kSparseDispersion, tag, responsibility, no_normalize);
-  group.sparse = LoadAndTransformSparseMatrix<Real>(tag, file_name, -1, -1, transformation);
   builder.plan.groups.push_back(std::move(group));
 }
 
 void AddFunctionGroups(PlanBuilder& builder) {
   using namespace options;
   AddFacilityLocationGroup(
-      FacilityLocationOptions(
+      FacilityLocationGroupOptions(
           "FL", "fl", flfilename, flrows, flcols, flresponsibility, fltransformation, flsoftness,
           flnonormalize, flcentralityresponsibility, flcentralityspec, flcentralitytransformation,
           flcentralityccfspec, flohexpand, flasymiterations, fl_set_contraction, fl_set_attraction,
           fl_set_neglect, flsavefinaltransformedmatrix, flsavefinalcentralityvector),
       builder);
   AddFacilityLocationGroup(
-      FacilityLocationOptions(
+      FacilityLocationGroupOptions(
           "FL2", "fl2", fl2filename, fl2rows, fl2cols, fl2responsibility, fl2transformation,
           fl2softness, fl2nonormalize, fl2centralityresponsibility, fl2centralityspec,
           fl2centralitytransformation, fl2centralityccfspec, fl2ohexpand, fl2asymiterations,
@@ -247,14 +188,14 @@ void AddFunctionGroups(PlanBuilder& builder) {
           fl2savefinalcentralityvector),
       builder);
   AddSparseFacilityLocationGroup(builder);
-  AddDenseDispersionGroup("SSD", ssdfilename, ssdrows, ssdcols, ssdtransformation,
-                          ssdresponsibility, ssdnonormalize, builder);
-  AddDenseDispersionGroup("SSD2", ssd2filename, ssd2rows, ssd2cols, ssd2transformation,
-                          ssd2responsibility, ssd2nonormalize, builder);
-  AddSparseDispersionGroup("SPSSD", spssdfilename, spssdtransformation, spssdresponsibility,
-                           spssdnonormalize, builder);
-  AddSparseDispersionGroup("SPSSD2", spssd2filename, spssd2transformation, spssd2responsibility,
-                           spssd2nonormalize, builder);
+  AddDispersionGroup("SSD", ssdfilename, ssdrows, ssdcols, ssdtransformation, ssdresponsibility,
+                     ssdnonormalize, false, builder);
+  AddDispersionGroup("SSD2", ssd2filename, ssd2rows, ssd2cols, ssd2transformation,
+                     ssd2responsibility, ssd2nonormalize, false, builder);
+  AddDispersionGroup("SPSSD", spssdfilename, -1, -1, spssdtransformation, spssdresponsibility,
+                     spssdnonormalize, true, builder);
+  AddDispersionGroup("SPSSD2", spssd2filename, -1, -1, spssd2transformation, spssd2responsibility,
+                     spssd2nonormalize, true, builder);
   const std::vector<Group>& groups = builder.plan.groups;
   if (groups.empty()) {
     throw CommandLineError("Need to specify at least one function on command line.");
@@ -269,7 +210,7 @@ void AddFunctionGroups(PlanBuilder& builder) {
 
 // ----- Sets, size, constraint, algorithm, reports -------------------------------
 
-void FillTheRest(PlanBuilder& builder, const GreedyAlgorithmChoice& choice) {
+void AddSetsConstraintAndRunSettings(PlanBuilder& builder, const GreedyAlgorithmChoice& choice) {
   using namespace options;
   SummaryPlan& plan = builder.plan;
   const int64_t n = plan.groups.front().Items();
@@ -292,7 +233,7 @@ void FillTheRest(PlanBuilder& builder, const GreedyAlgorithmChoice& choice) {
                     .partial_enumeration = partialenumeration,
                     .partial_enumeration_log_period = ctrl_logpartialenumperiod};
   plan.random_evaluations = {.count = randomevaluations,
-                             .seed = static_cast<uint32_t>(seed),
+                             .seed = static_cast<uint32_t>(rseed ? builder.engine() : seed),
                              .log_sets = ctrl_lograndomevalsolutions};
   plan.reports = {.numpy_vectors = ctrl_lognpv,
                   .value = ctrl_logval,
@@ -322,14 +263,37 @@ SummaryObjective BuildObjective(SummaryPlan& plan, spdlog::logger& ctrl) {
 
 // ----- Output files ---------------------------------------------------------------
 
+[[noreturn]] void ThrowCannotWrite(const char* file_name) {
+  VELMOR_THROW_NESTED(
+      InputDataError, "%s",
+      fmt::format("Can't open file '{}' for writing to output.", file_name).c_str());
+}
+
+// Output files that cannot be written end the run before any work; the plot
+// script's is only reported, as it would be at the end.
+void CheckOutputFiles(spdlog::logger& ctrl) {
+  using namespace options;
+  for (const char* path : {outfilesummary, outfilegains, outasciiresultsfilename}) {
+    if (const std::optional<std::string> problem = OutputFileProblem(path)) {
+      try {
+        throw std::runtime_error(*problem);
+      } catch (...) {
+        ThrowCannotWrite(path);
+      }
+    }
+  }
+  if (const std::optional<std::string> problem = OutputFileProblem(pgpyplotfilename)) {
+    ctrl.warn("Can't open file '{}' for writing to output ({}); no plot script will be written.",
+              pgpyplotfilename, *problem);
+  }
+}
+
 template <typename T>
 void WriteVectorFile(const char* file_name, const std::vector<T>& values) {
   try {
     WriteSummaryVector(file_name, values);
   } catch (...) {
-    VELMOR_THROW_NESTED(
-        InputDataError, "%s",
-        fmt::format("Can't open file '{}' for writing to output.", file_name).c_str());
+    ThrowCannotWrite(file_name);
   }
 }
 
@@ -371,8 +335,10 @@ int RunSummarization() {
   spdlog::logger& ctrl = *ctrl_logger;
   const GreedyAlgorithmChoice choice =
       ParseGreedyAlgorithmChoice(greedyalgorithm, "greedyalgorithm");
+  PlanBuilder builder{
+      .plan = {}, .engine = {}, .ctrl = ctrl, .precision = ParsePrecision(precision, "precision")};
+  CheckOutputFiles(ctrl);
   SetLibraryThreads(numlibthreads, ctrl);
-  PlanBuilder builder{.plan = {}, .engine = {}, .ctrl = ctrl};
   if (rseed) {
     builder.engine.seed(std::random_device("default")());
   } else {
@@ -385,7 +351,7 @@ int RunSummarization() {
   }
 
   AddFunctionGroups(builder);
-  FillTheRest(builder, choice);
+  AddSetsConstraintAndRunSettings(builder, choice);
   const SummaryObjective objective = BuildObjective(builder.plan, ctrl);
   const SummaryResult result = RunSummary(objective, builder.plan, ctrl);
   if (!result.summarized) return 0;

@@ -17,6 +17,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -64,6 +65,15 @@ struct SummaryPlan {
 
   // One component of the objective's mixture.
   struct FunctionGroup {
+    FunctionGroup() = default;
+    FunctionGroup(Kind kind, std::string tag, double responsibility, bool normalize = true,
+                  double softness = 0.0)
+        : kind(kind),
+          tag(std::move(tag)),
+          responsibility(responsibility),
+          normalize(normalize),
+          softness(softness) {}
+
     Kind kind = Kind::kFacilityLocation;
     // Names the group in the log and the reports: "FL", "FL2", "SPFL", "SSD",
     // "SSD2", "SPSSD", "SPSSD2"; a centrality group takes the tag of the

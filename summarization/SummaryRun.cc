@@ -39,8 +39,11 @@ struct Clock {
 
 void RunRandomEvaluations(const SummaryObjective& objective,
                           const SummaryPlan::RandomEvaluations& random, spdlog::logger& log) {
-  const int k = objective.SummarySize();
   const int n = objective.GroundSetSize();
+  // Each subset draws this many of the candidates outside the inclusion.
+  int pool = 0;
+  for (int v : objective.Candidates()) pool += objective.Inclusion().contains(v) ? 0 : 1;
+  const int k = std::min(objective.Constraint().SizeLimit(), pool);
   log.info("Running {} random subsets of size {} ...", random.count, k);
   UnorderedHashSet min_set(n), max_set(n);
   double min_value = 0, max_value = 0, average_value = 0;

@@ -38,7 +38,9 @@ struct SummaryResult {
 // |V|=n={}, relative ground set |R|={}, {}." (with the constraint's
 // description); without candidates also "Relative ground set size being zero
 // means there is no work to do." and returns an unsummarized result.
-// Otherwise runs the random evaluations, then the plan's algorithm (logging
+// Otherwise runs the random evaluations (their log lines give the size of
+// the subsets drawn: the constraint's size limit, or all candidates outside
+// the inclusion when there are fewer), then the plan's algorithm (logging
 // "Greedy algorithm: {}." for a chosen one and the "Summarization time: ..."
 // line), warns when no element was chosen although the constraint left room,
 // and logs the reports the plan asks for.

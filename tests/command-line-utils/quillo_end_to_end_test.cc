@@ -567,4 +567,171 @@ TEST_F(QuilloRun, OneHotExpansion) {
       << run;
 }
 
+TEST_F(QuilloRun, LoadFailuresReportOneChainWhicheverPathReadsTheFile) {
+  // A C-order float32 file is mapped, a Fortran-order one read: the same
+  // broken contents give the same report, location prefixes included.
+  Python(
+      "S = np.random.default_rng(4).random((6, 6)).astype(np.float32)\n"
+      "np.save('c.npy', S); np.save('f.npy', np.asfortranarray(S))\n"
+      "S[2, 3] = np.nan; np.save('nan_c.npy', S); np.save('nan_f.npy', np.asfortranarray(S))\n"
+      "for name in ('c', 'f'):\n"
+      "    data = open(name + '.npy', 'rb').read(); open('short_' + name + '.npy', "
+      "'wb').write(data[:-5])\n");
+  for (const std::string broken : {"short", "nan"}) {
+    std::string reports[2];
+    for (int i = 0; i < 2; ++i) {
+      fs::copy_file(dir_ / (broken + (i ? "_f.npy" : "_c.npy")), dir_ / "bad.npy",
+                    fs::copy_options::overwrite_existing);
+      const Outcome run = Quillo("-flfilename bad.npy -sumsize 2");
+      EXPECT_EQ(run.status, 1) << run;
+      reports[i] = run.err;
+    }
+    EXPECT_EQ(reports[0], reports[1]) << broken;
+    EXPECT_NE(reports[0].find(":LoadAndTransformMatrix]] Problems loading FL matrix.\n++ [[@"
+                              "DenseMatrixIO:"),
+              std::string::npos)
+        << reports[0];
+    EXPECT_NE(reports[0].find(":LoadDenseMatrixFromFileOrRamOrMakeRandom]] Problems opening file "
+                              "'bad.npy'.\n++++ "),
+              std::string::npos)
+        << reports[0];
+  }
+}
+
+TEST_F(QuilloRun, OutputFilesByExtensionAndCheckedBeforeAnyWork) {
+  MakeSimilarity(20);
+  // .npy (either case) for numpy with the order as int32; anything else is .csv.
+  Outcome run = Quillo(
+      "-flfilename sim.npy -sumsize 4 -outfilesummary o.NPY -outfilegains g.bin "
+      "-outasciiresultsfilename both.txt");
+  ASSERT_EQ(run.status, 0) << run;
+  EXPECT_EQ(
+      Python(std::string(kGreedyOracle) +
+             "o = np.load('o.NPY'); g = np.loadtxt('g.bin', delimiter=',')\n"
+             "eo, eg = greedy(np.load('sim.npy'), 4)\n"
+             "y = np.arange(20) * 10\n"
+             "print(o.dtype, o.shape, (y[o.ravel()] == np.array(eo) * 10).all(),\n"
+             "      np.allclose(g, eg, rtol=1e-6), np.loadtxt('both.txt', delimiter=',').shape)"),
+      "int32 (4, 1) True True (2, 4)\n");
+  // Unwritable outputs fail before the (missing) matrix is looked at; the
+  // check leaves an existing file as it was and creates none.
+  std::ofstream(Path("keep.csv")) << "keep\n";
+  for (const std::string option :
+       {"-outfilesummary", "-outfilegains", "-outasciiresultsfilename"}) {
+    for (const std::string path : {"nowhere/o.npy", "."}) {
+      run = Quillo("-flfilename missing.npy -sumsize 4 " + option + " " + path);
+      EXPECT_EQ(run.status, 1) << run;
+      EXPECT_TRUE(run.Has("ERROR DETECTED: Specified input data: [[@dovetel-common:")) << run;
+      EXPECT_TRUE(run.Has("Can't open file '" + path + "' for writing to output.\n++ ")) << run;
+      EXPECT_FALSE(run.Has("missing.npy")) << run;
+    }
+  }
+  EXPECT_EQ(
+      Quillo("-flfilename missing.npy -sumsize 4 -outfilegains keep.csv -outfilesummary new.csv")
+          .status,
+      1);
+  EXPECT_EQ(ReadFile(dir_ / "keep.csv"), "keep\n");
+  EXPECT_FALSE(fs::exists(dir_ / "new.csv"));
+  // The plot script's problem is told at once, and the run goes on.
+  run = Quillo(
+      "-flfilename sim.npy -sumsize 4 -pgpyplotfilename nowhere/plot.py -outfilesummary o.csv");
+  EXPECT_EQ(run.status, 0) << run;
+  const std::size_t early =
+      run.out.find("Can't open file 'nowhere/plot.py' for writing to output (");
+  EXPECT_LT(early, run.out.find("Can't open file 'nowhere/plot.py' for writing to output\n"))
+      << run;
+  EXPECT_TRUE(fs::exists(dir_ / "o.csv"));
+}
+
+TEST_F(QuilloRun, SeedsSizesNumbersAndCentralityOptionsAsTheOptionsSay) {
+  MakeSimilarity(20);
+  const auto random_line = [this](const std::string& options) {
+    const Outcome run =
+        Quillo("-flfilename sim.npy -cloglevel info -randomevaluations 10 " + options);
+    EXPECT_EQ(run.status, 0) << run;
+    const std::size_t at = run.out.find("Ran 10 random subsets of size ");
+    return at == std::string::npos ? run.out : run.out.substr(at, run.out.find('\n', at) - at);
+  };
+  // -rseed reaches the random evaluations; -seed makes them repeat.
+  EXPECT_NE(random_line("-sumsize 5 -rseed"), random_line("-sumsize 5 -rseed"));
+  EXPECT_EQ(random_line("-sumsize 5 -seed 3"), random_line("-sumsize 5 -seed 3"));
+  // The size reported is the size drawn: the matroids' limit (one per block
+  // of five), or all candidates when there are fewer.
+  Python(
+      "blocks = [{'block': list(range(b * 5, b * 5 + 5)), 'limit': 1} for b in range(4)]\n"
+      "json.dump({'intersection-of-matroids': {'partition-matroids': [\n"
+      "    {'partition-matroid': {'blocks': blocks}}]}}, open('im.json', 'w'))\n");
+  EXPECT_EQ(random_line("-imjson im.json").substr(0, 31), "Ran 10 random subsets of size 4");
+  EXPECT_EQ(random_line("-sumsize 5 -set-restriction 0-2").substr(0, 31),
+            "Ran 10 random subsets of size 3");
+
+  // Numbers out of range are narrowed as C converts them: 4294967293 is -3,
+  // so k = 20 + 1 - 3; -1 is the largest unsigned, the full balance report.
+  Outcome run = Quillo(
+      "-flfilename sim.npy -sumsize 4294967293 -ctrl-logbalancereport -1 -cloglevel info "
+      "-outfilesummary o.npy");
+  EXPECT_EQ(run.status, 0) << run;
+  EXPECT_TRUE(run.Has("Balance: FL function gains: ")) << run;
+  EXPECT_EQ(Python("print(np.load('o.npy').size)"), "18\n");
+
+  // Centrality options that cannot take effect are refused.
+  for (const auto& [options, message] : std::vector<std::pair<std::string, std::string>>{
+           {"-flsavefinalcentralityvector c.npy",
+            "-flsavefinalcentralityvector needs a centrality term: give "
+            "-flcentralityresponsibility above 0."},
+           {"-flcentralityspec 'ROWMEDIAN()'", "FL centrality 'ROWMEDIAN()' is not supported"},
+           {"-flcentralitytransformation 'SCALE(2)'",
+            "-flcentralitytransformation needs a centrality term"}}) {
+    run = Quillo("-flfilename sim.npy -sumsize 3 " + options);
+    EXPECT_EQ(run.status, 1) << run;
+    EXPECT_TRUE(run.Has("ERROR DETECTED: Command line argument: " + message)) << run;
+  }
+  EXPECT_FALSE(fs::exists(dir_ / "c.npy"));
+}
+
+TEST_F(QuilloRun, DoublePrecisionDataRunInDouble) {
+  // Similarities with more digits than single precision holds, as .npy, .csv,
+  // .bin and a sparse .npz (no near-ties among the greedy's gains); the oracle
+  // greedy runs in float64 on the float64 or the float32 matrix.
+  Python(
+      "rng = np.random.default_rng(10); X = rng.random((60, 3))\n"
+      "S = np.exp(-((X[:, None] - X[None]) ** 2).sum(-1)); S[S < 0.3] = 0\n"
+      "np.save('sim64.npy', S); np.savetxt('sim64.csv', S, delimiter=',', fmt='%.17g')\n"
+      "S.T.tofile('sim64.bin'); sp.save_npz('sim64.npz', sp.csr_matrix(S), compressed=False)\n");
+  const auto check = [this](const char* matrix) {
+    return Python(std::string(kGreedyOracle) + "o, g = greedy(" + matrix +
+                  ", 12); g = np.array(g)\n"
+                  "error = np.abs(np.load('g.npy').ravel() - g) / g\n"
+                  "print(np.load('o.npy').ravel().tolist() == o, error.max() <= 6e-8, "
+                  "error.max() <= 1e-6)\n");
+  };
+  for (const std::string input :
+       {"-flfilename sim64.npy", "-spflfilename sim64.npz",
+        "-flfilename sim64.csv -precision double",
+        "-flfilename sim64.bin -flrows 60 -flcols 60 -precision double"}) {
+    const Outcome run = Quillo(input +
+                               " -sumsize 12 -outfilesummary o.npy -outfilegains g.npy "
+                               "-loglevels ctrl=debug -cloglevel debug");
+    ASSERT_EQ(run.status, 0) << input << "\n" << run;
+    EXPECT_EQ(check("np.load('sim64.npy')"), "True True True\n") << input;
+    // The float64 .npy is used where it lies.
+    EXPECT_EQ(run.Has("FL matrix file 'sim64.npy' mapped into memory."),
+              input == "-flfilename sim64.npy")
+        << run;
+  }
+  // Single precision on request: off from the float64 gains by more than
+  // their rounding, close to those of the matrix rounded to float32.
+  ASSERT_EQ(Quillo("-flfilename sim64.npy -precision single -sumsize 12 -outfilesummary o.npy "
+                   "-outfilegains g.npy")
+                .status,
+            0);
+  EXPECT_EQ(check("np.load('sim64.npy')"), "True False True\n");
+  EXPECT_EQ(check("np.load('sim64.npy').astype(np.float32)"), "True False True\n");
+  const Outcome run = Quillo("-flfilename sim64.npy -sumsize 3 -precision quad");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_TRUE(
+      run.Has("Invalid precision 'quad' for option -precision: use file, single or double."))
+      << run;
+}
+
 }  // namespace

@@ -36,6 +36,27 @@ void ForEachLowerRun(const Tile& tile, const TileView<T>& values, const Visit& v
   }
 }
 
+// Calls take(i) for each i in [begin, end) with lo <= values[i] <= hi. Full
+// runs of 16 are tested branch-free into a bit mask first (kept rolled, GCC
+// makes it one vector comparison), as most entries lie outside.
+template <typename T, typename Take>
+void ForEachInside(const T* values, Eigen::Index begin, Eigen::Index end, T lo, T hi,
+                   const Take& take) {
+  constexpr Eigen::Index kRun = 16;
+  Eigen::Index start = begin;
+  for (; start + kRun <= end; start += kRun) {
+    unsigned hits = 0;
+#pragma GCC unroll 1
+    for (Eigen::Index i = 0; i < kRun; ++i) {
+      hits |= ((values[start + i] >= lo) & (values[start + i] <= hi) ? 1u : 0u) << i;
+    }
+    for (; hits != 0; hits &= hits - 1) take(start + std::countr_zero(hits));
+  }
+  for (Eigen::Index i = start; i < end; ++i) {
+    if (values[i] >= lo && values[i] <= hi) take(i);
+  }
+}
+
 }  // namespace
 
 template <typename T>
@@ -63,7 +84,7 @@ template <typename T>
 void ExactSelection<T>::StartPass() {
   if (pivots_) {
     pass_ = Pass::kSplit;
-    for (auto& counts : counts_) counts.assign(2, 0);
+    for (auto& counts : counts_) counts.assign(3, 0);
   } else if (count_ <= buffer_limit_) {
     pass_ = Pass::kCollect;
     collected_.assign(static_cast<std::size_t>(count_), T{0});
@@ -93,6 +114,20 @@ void ExactSelection<T>::Visit(const Tile& tile, const TileView<T>& values, int w
       auto& counts = counts_[static_cast<std::size_t>(worker)];
       counts[0] += below;
       counts[1] += up_to;
+      // The values between the pivots are gathered on the way, while the
+      // worker's share of the limit lasts (counts[2] marks an overflow), so
+      // that the usual course needs no collect pass.
+      std::vector<T>& gathered = gathered_[static_cast<std::size_t>(worker)];
+      if (counts[2] == 0) {
+        ForEachLowerRun(tile, values, [&](const T* column, Eigen::Index begin, Eigen::Index end) {
+          ForEachInside(column, begin, end, pivot_lo, pivot_hi,
+                        [&](Eigen::Index i) { gathered.push_back(column[i]); });
+        });
+        if (gathered.size() > buffer_limit_ / counts_.size()) {
+          counts[2] = 1;
+          std::vector<T>().swap(gathered);
+        }
+      }
       break;
     }
     case Pass::kBuckets: {
@@ -100,9 +135,8 @@ void ExactSelection<T>::Visit(const Tile& tile, const TileView<T>& values, int w
       const Key<T> first = KeyOf(lo);
       const int shift = bucket_shift_;
       ForEachLowerRun(tile, values, [&](const T* column, Eigen::Index begin, Eigen::Index end) {
-        for (Eigen::Index i = begin; i < end; ++i) {
-          if (column[i] >= lo && column[i] <= hi) ++counts[(KeyOf(column[i]) - first) >> shift];
-        }
+        ForEachInside(column, begin, end, lo, hi,
+                      [&](Eigen::Index i) { ++counts[(KeyOf(column[i]) - first) >> shift]; });
       });
       break;
     }
@@ -111,9 +145,8 @@ void ExactSelection<T>::Visit(const Tile& tile, const TileView<T>& values, int w
       std::vector<T>& staged = gathered_[static_cast<std::size_t>(worker)];
       staged.clear();
       ForEachLowerRun(tile, values, [&](const T* column, Eigen::Index begin, Eigen::Index end) {
-        for (Eigen::Index i = begin; i < end; ++i) {
-          if (column[i] >= lo && column[i] <= hi) staged.push_back(column[i]);
-        }
+        ForEachInside(column, begin, end, lo, hi,
+                      [&](Eigen::Index i) { staged.push_back(column[i]); });
       });
       const std::uint64_t at = cursor_.fetch_add(staged.size());
       assert(at + staged.size() <= collected_.size());
@@ -157,6 +190,16 @@ void ExactSelection<T>::FinishSplit() {
     hi_ = pivot_hi_;
     rank_ -= below;
     count_ = up_to - below;
+    const bool complete = std::all_of(counts_.begin(), counts_.end(),
+                                      [](const auto& counts) { return counts[2] == 0; });
+    if (complete) {
+      for (std::vector<T>& gathered : gathered_) {
+        collected_.insert(collected_.end(), gathered.begin(), gathered.end());
+        std::vector<T>().swap(gathered);
+      }
+      cursor_ = collected_.size();
+      FinishCollect();
+    }
   } else {
     lo_ = ValueOf<T>(KeyOf(pivot_hi_) + 1);
     rank_ -= up_to;

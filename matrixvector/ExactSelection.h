@@ -10,7 +10,9 @@
 // answer's rank among the entries inside it, and their count. Each pass
 // visits every tile (on any number of workers, in any order) and narrows it:
 //   split    the first pass, when pivots were given: counts the entries
-//            below, inside and above the pivots;
+//            below, inside and above the pivots, gathering those inside
+//            while they fit the limit (so that, when the answer is inside,
+//            it is found in this one pass);
 //   buckets  when the interval holds more entries than the buffer limit:
 //            counts them in 65536 equal ranges of their bit patterns
 //            (non-negative floating-point values order as their patterns);
@@ -18,8 +20,8 @@
 // Each bucket pass divides the interval's range of patterns by 65536, so at
 // most two follow for float and four for double; an interval of a single
 // value (ties) ends at once. Pivots near the answer (from a sample) make the
-// usual course split + collect. The result does not depend on the workers
-// or the order of the visits.
+// usual course a single split pass. The result does not depend on the
+// workers or the order of the visits.
 //
 // REQUIRES: every entry is >= 0 or +infinity (-0 counts as 0), never NaN.
 
@@ -70,7 +72,8 @@ class ExactSelection {
   bool done_ = false;
   Pass pass_ = Pass::kCollect;
   int bucket_shift_ = 0;
-  // Per worker: counters (split: 2, buckets: 65536) or a tile's gathered values.
+  // Per worker: counters (split: below, up to, overflow; buckets: 65536) and
+  // gathered values (split: all inside; collect: a tile's).
   std::vector<std::vector<std::uint64_t>> counts_;
   std::vector<std::vector<T>> gathered_;
   // A collect pass's values, filled up to cursor_.

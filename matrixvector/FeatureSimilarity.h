@@ -30,12 +30,15 @@
 // between distinct rows (the one of 0-based rank floor(n(n-1)/4) in ascending
 // order, of the rounded values above), or 1 when that median is 0 or there
 // are fewer than two rows. The selection is exact, with no second n x n
-// array: pivots from a fixed sample of pairs bound it, a pass counts the
-// values below and between them, and the values between them (about 1% of
-// the pairs) are gathered and selected among, at most min(2^22, pairs / 64)
-// at a time (narrowing by their bit patterns first when there are more). The
-// dense form reads its passes back from the result's own storage; the
-// nearest-neighbour form computes the tiles again for each pass.
+// array: pivots from a fixed sample of pairs bound it, and one pass over the
+// tiles counts the values below and between them and gathers those between
+// (about 1% of the pairs; at most min(2^22, pairs / 64) are held, further
+// passes narrowing by bit patterns when there are more).
+//
+// Passes: the statistic a kind needs (the default gamma's median, usually one
+// pass; kEuclideanSim's largest distance, one pass) is found by computing the
+// tiles once more before the pass that produces the result; nothing is read
+// back from the result.
 //
 // Errors, all checked before any result is made: std::invalid_argument with a
 // source message naming the kind as "RBF()", "COSINE()", "DOT()" or
@@ -79,9 +82,7 @@ class FeatureSimilarity {
   // (ties broken towards the lower column), every kept entry stored, zeros
   // included; equal entry for entry to KNN applied to Dense(features). The
   // n x n matrix is never held: memory is O(threads * n * k) besides the
-  // result. Each pass of the default gamma's selection (usually two) and the
-  // search for kEuclideanSim's largest distance compute the tiles once more.
-  // Throws as Dense, and "Nearest() needs k >= 1, not %d." first, and
+  // result. Throws as Dense, and "Nearest() needs k >= 1, not %d." first, and
   // "Nearest() would keep %.0f entries, more than a sparse matrix holds."
   // when n * min(k, n) exceeds 32-bit indices.
   SparseMatrix Nearest(const Matrix& features, int k) const;

@@ -12,7 +12,8 @@ template <typename T>
 RowTopK<T>::RowTopK(Index n, int k)
     : n_(n),
       k_(k),
-      entries_(static_cast<std::size_t>(n) * static_cast<std::size_t>(k)),
+      capacity_(2 * k),
+      entries_(static_cast<std::size_t>(n) * static_cast<std::size_t>(2 * k)),
       sizes_(static_cast<std::size_t>(n), 0),
       floors_(static_cast<std::size_t>(n), -std::numeric_limits<T>::infinity()) {
   assert(1 <= k && k <= n);
@@ -20,53 +21,69 @@ RowTopK<T>::RowTopK(Index n, int k)
 
 template <typename T>
 void RowTopK<T>::Offer(Index row, T value, Index col) {
-  Entry* heap = entries_.data() + row * k_;
+  Entry* candidates = entries_.data() + row * capacity_;
   int& size = sizes_[static_cast<std::size_t>(row)];
-  const Entry entry{value, static_cast<std::int32_t>(col)};
-  if (size < k_) {
-    heap[size++] = entry;
-    std::push_heap(heap, heap + size, Better);
-  } else if (Better(entry, heap[0])) {
-    std::pop_heap(heap, heap + k_, Better);
-    heap[k_ - 1] = entry;
-    std::push_heap(heap, heap + k_, Better);
-  } else {
-    return;
+  candidates[size++] = Entry{value, static_cast<std::int32_t>(col)};
+  if (size == capacity_) {
+    std::nth_element(candidates, candidates + (k_ - 1), candidates + capacity_, Better);
+    floors_[static_cast<std::size_t>(row)] = candidates[k_ - 1].value;
+    size = k_;
   }
-  if (size == k_) floors_[static_cast<std::size_t>(row)] = heap[0].value;
+}
+
+// Runs of kRun entries are screened against the floors by one branch-free
+// test first; nearly all runs have no candidate. (Kept rolled, GCC turns the
+// test into one vector comparison; unrolled first, it stays scalar.)
+constexpr Index kRun = 16;
+
+template <typename T>
+bool AnyAtLeast(const T* values, const T* floors) {
+  unsigned hits = 0;
+#pragma GCC unroll 1
+  for (int i = 0; i < kRun; ++i) hits |= values[i] >= floors[i] ? 1u : 0u;
+  return hits != 0;
+}
+
+template <typename T>
+bool AnyAtLeast(const T* values, T floor) {
+  unsigned hits = 0;
+#pragma GCC unroll 1
+  for (int i = 0; i < kRun; ++i) hits |= values[i] >= floor ? 1u : 0u;
+  return hits != 0;
+}
+
+template <typename T>
+void RowTopK<T>::OfferDown(const T* column, Index count, Index first_row, Index col) {
+  const T* floors = floors_.data() + first_row;
+  for (Index start = 0; start < count; start += kRun) {
+    const Index end = std::min(count, start + kRun);
+    if (end - start == kRun && !AnyAtLeast(column + start, floors + start)) continue;
+    for (Index i = start; i < end; ++i) {
+      if (column[i] >= floors[i]) Offer(first_row + i, column[i], col);
+    }
+  }
+}
+
+template <typename T>
+void RowTopK<T>::OfferAcross(const T* column, Index count, Index row, Index first_col) {
+  const T& floor = floors_[static_cast<std::size_t>(row)];
+  for (Index start = 0; start < count; start += kRun) {
+    const Index end = std::min(count, start + kRun);
+    if (end - start == kRun && !AnyAtLeast(column + start, floor)) continue;
+    for (Index i = start; i < end; ++i) {
+      if (column[i] >= floor) Offer(row, column[i], first_col + i);
+    }
+  }
 }
 
 template <typename T>
 void RowTopK<T>::OfferTile(const Tile& tile, const TileView<T>& values) {
-  // An entry below a full row's floor cannot enter it; runs of entries are
-  // screened by a branch-free test first, and nearly all fail it.
-  constexpr Index kRun = 16;
-  const T* floors = floors_.data();
   for (Index j = 0; j < tile.cols; ++j) {
+    // Column j holds entries (tile.row + i, tile.col + j); transposed, below
+    // the diagonal, it holds row tile.col + j's entries.
     const T* column = values.data() + j * values.outerStride();
-    // Column j holds entries (tile.row + i, tile.col + j).
-    for (Index start = 0; start < tile.rows; start += kRun) {
-      const Index end = std::min(tile.rows, start + kRun);
-      bool any = false;
-      for (Index i = start; i < end; ++i) any |= column[i] >= floors[tile.row + i];
-      if (!any) continue;
-      for (Index i = start; i < end; ++i) {
-        if (column[i] >= floors[tile.row + i]) Offer(tile.row + i, column[i], tile.col + j);
-      }
-    }
-    if (tile.diagonal()) continue;
-    // Transposed, the same column holds row tile.col + j's entries.
-    const Index row = tile.col + j;
-    for (Index start = 0; start < tile.rows; start += kRun) {
-      const Index end = std::min(tile.rows, start + kRun);
-      const T floor = floors[row];
-      bool any = false;
-      for (Index i = start; i < end; ++i) any |= column[i] >= floor;
-      if (!any) continue;
-      for (Index i = start; i < end; ++i) {
-        if (column[i] >= floors[row]) Offer(row, column[i], tile.row + i);
-      }
-    }
+    OfferDown(column, tile.rows, tile.row, tile.col + j);
+    if (!tile.diagonal()) OfferAcross(column, tile.rows, tile.col + j, tile.row);
   }
 }
 
@@ -81,8 +98,8 @@ typename RowTopK<T>::SparseMatrix RowTopK<T>::Merge(const std::vector<RowTopK>& 
   for (Index row = 0; row < n; ++row) {
     pool.clear();
     for (const RowTopK& part : parts) {
-      const Entry* heap = part.entries_.data() + row * k;
-      pool.insert(pool.end(), heap, heap + part.sizes_[static_cast<std::size_t>(row)]);
+      const Entry* candidates = part.entries_.data() + row * part.capacity_;
+      pool.insert(pool.end(), candidates, candidates + part.sizes_[static_cast<std::size_t>(row)]);
     }
     assert(pool.size() >= static_cast<std::size_t>(k));
     std::partial_sort(pool.begin(), pool.begin() + k, pool.end(), Better);

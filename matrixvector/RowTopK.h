@@ -10,7 +10,10 @@
 // several instances that were offered disjoint sets of tiles (one per
 // worker) merge into exactly the top k of all their offers.
 //
-// Memory: n * k (value, column) pairs and one floor value per row.
+// Each row keeps a buffer of 2k candidates: entries at or above the row's
+// floor (the k-th best at the last compaction) are appended, and a full
+// buffer is cut back to its best k. Memory: n * 2k (value, column) pairs and
+// one floor per row.
 
 #include <Eigen/SparseCore>
 #include <cstdint>
@@ -47,12 +50,17 @@ class RowTopK {
     return a.value > b.value || (a.value == b.value && a.col < b.col);
   }
   void Offer(Eigen::Index row, T value, Eigen::Index col);
+  // Offers column[i] to row first_row + i, as column `col`, for i in [0, count).
+  void OfferDown(const T* column, Eigen::Index count, Eigen::Index first_row, Eigen::Index col);
+  // Offers column[i] to row `row`, as column first_col + i, for i in [0, count).
+  void OfferAcross(const T* column, Eigen::Index count, Eigen::Index row, Eigen::Index first_col);
 
   Eigen::Index n_;
   int k_;
-  std::vector<Entry> entries_;  // row r's heap at r * k, its worst entry first
+  int capacity_;                // 2k
+  std::vector<Entry> entries_;  // row r's candidates at r * capacity
   std::vector<int> sizes_;
-  std::vector<T> floors_;  // the worst kept value of a full row, else -infinity
+  std::vector<T> floors_;  // the k-th best at the last compaction, else -infinity
 };
 
 }  // namespace velmor::internal

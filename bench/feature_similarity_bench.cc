@@ -16,7 +16,6 @@
 // cases (20000 items dense, 100000 nearest) run one iteration each and report
 // the process's peak memory: run them alone, e.g.
 //   feature_similarity_bench --benchmark_filter='Large.*Dense'
-// (bench/quillo_whole_run.sh --transform-only does).
 
 #include <benchmark/benchmark.h>
 #include <sys/mman.h>

@@ -106,6 +106,8 @@ t0=$(now)
 t1=$(now)
 run_time=$(echo "$t1 - $t0" | bc -l)
 peak_kb=$(awk -F: '/Maximum resident set size/ {gsub(/ /, "", $2); print $2}' "$work/time.txt")
+user_s=$(awk -F: '/User time/ {gsub(/ /, "", $2); print $2}' "$work/time.txt")
+system_s=$(awk -F: '/System time/ {gsub(/ /, "", $2); print $2}' "$work/time.txt")
 
 if [ -n "$pipeline" ]; then
   echo "quillo from features: n=$n d=$features k=$k transformation '$pipeline'$([ "$sparse" = 1 ] && echo ' (sparse group)') cores=$(nproc) options: ${*:-none}"
@@ -125,6 +127,8 @@ if [ -n "$read_time" ]; then
 else
   printf 'quillo run:         %.3f s\n' "$run_time"
 fi
+# CPU time is less sensitive than wall time to other work on the machine.
+printf 'quillo CPU time:    %.2f s user + %.2f s system\n' "$user_s" "$system_s"
 printf 'peak memory:        %.0f MB  (%.3f x the %s of %.0f MB)\n' "$(echo "$peak_kb / 1024" | bc -l)" \
   "$(echo "$peak_kb * 1024 / $matrix_bytes" | bc -l)" \
   "$([ -n "$pipeline" ] && echo 'n x n float32 similarity' || echo matrix)" \

@@ -429,10 +429,10 @@ FeatureSimilarity<T>::FeatureSimilarity(Kind kind, double gamma, int threads)
 template <typename T>
 typename FeatureSimilarity<T>::Matrix FeatureSimilarity<T>::Dense(const Matrix& features) const {
   Computation<T> computation(kind_, gamma_, threads_, features);
+  computation.Prepare();
   const Index n = computation.size();
   Matrix result(n, n);
   AdviseHugePages(result.data(), static_cast<std::size_t>(result.size()) * sizeof(T));
-  computation.Prepare();
   computation.ForEachFinishedTile([&](const Tile& tile, const TileView<T>& values, int) {
     WriteBoth<T>(tile, values, result);
   });

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -208,23 +209,6 @@ void TileKernel<T>::Finish(Eigen::Ref<Eigen::Array<T, Eigen::Dynamic, Eigen::Dyn
   }
 }
 
-// The lower tiles in a fixed pseudo-random order. Results never depend on the
-// order; the nearest-neighbour form runs faster in it, since each row meets
-// its columns block by block in random order rather than in the order of the
-// items (for items sorted along a feature, the ascending order would make
-// nearly every entry a new best of its row).
-std::vector<Tile> ShuffledTiles(Index n) {
-  std::vector<Tile> tiles = internal::LowerTiles(n, kTile);
-  std::uint64_t state = 0x2545F4914F6CDD1Dull;
-  for (std::size_t i = tiles.size(); i > 1; --i) {
-    state ^= state << 13;
-    state ^= state >> 7;
-    state ^= state << 17;
-    std::swap(tiles[i - 1], tiles[state % i]);
-  }
-  return tiles;
-}
-
 // Writes a finished tile to both triangles of `result`.
 template <typename T>
 void WriteBoth(const Tile& tile, const TileView<T>& values,
@@ -247,9 +231,8 @@ class Computation {
       : kind_(kind),
         gamma_(gamma),
         kernel_(kind, features),
-        tiles_(ShuffledTiles(kernel_.size())),
-        workers_(static_cast<int>(
-            std::clamp<std::int64_t>(static_cast<std::int64_t>(tiles_.size()), 1, threads))) {
+        tiles_(kernel_.size(), kTile),
+        workers_(static_cast<int>(std::clamp<std::int64_t>(tiles_.size(), 1, threads))) {
     for (int w = 0; w < workers_; ++w) scratch_.push_back(kernel_.MakeScratch());
   }
 
@@ -264,8 +247,8 @@ class Computation {
   // Raw values of every tile to `visit(tile, view, worker)`, in parallel.
   template <typename Visit>
   void ForEachRawTile(const Visit& visit) {
-    ParallelFor(static_cast<std::int64_t>(tiles_.size()), workers_, [&](std::int64_t t, int w) {
-      const Tile& tile = tiles_[static_cast<std::size_t>(t)];
+    ParallelFor(tiles_.size(), workers_, [&](std::int64_t t, int w) {
+      const Tile tile = tiles_[t];
       Scratch<T>& scratch = scratch_[static_cast<std::size_t>(w)];
       kernel_.Raw(tile, scratch);
       visit(tile, ScratchView(tile, scratch), w);
@@ -406,7 +389,11 @@ class Computation {
   double gamma_;
   double parameter_ = 0.0;
   TileKernel<T> kernel_;
-  std::vector<Tile> tiles_;
+  // Visited in the scrambled order: results never depend on the order, but
+  // the nearest-neighbour form runs faster when each row meets its column
+  // blocks in an order unrelated to the items' (for items sorted along a
+  // feature, the ascending order would make nearly every entry a new best).
+  internal::LowerTiles tiles_;
   int workers_;
   std::vector<Scratch<T>> scratch_;
 };
@@ -431,7 +418,14 @@ typename FeatureSimilarity<T>::Matrix FeatureSimilarity<T>::Dense(const Matrix& 
   Computation<T> computation(kind_, gamma_, threads_, features);
   computation.Prepare();
   const Index n = computation.size();
-  Matrix result(n, n);
+  Matrix result;
+  try {
+    result.resize(n, n);
+  } catch (const std::bad_alloc&) {
+    VELMOR_THROW_NESTED(std::runtime_error, "%s() cannot allocate its %ldx%ld result (%.1f GB).",
+                        KindName(static_cast<int>(kind_)), static_cast<long>(n),
+                        static_cast<long>(n), static_cast<double>(n) * n * sizeof(T) / 1e9);
+  }
   AdviseHugePages(result.data(), static_cast<std::size_t>(result.size()) * sizeof(T));
   computation.ForEachFinishedTile([&](const Tile& tile, const TileView<T>& values, int) {
     WriteBoth<T>(tile, values, result);

@@ -42,7 +42,9 @@
 //
 // Errors, all checked before any result is made: std::invalid_argument with a
 // source message naming the kind as "RBF()", "COSINE()", "DOT()" or
-// "EUCLIDEANSIM()". std::bad_alloc when the result cannot be allocated.
+// "EUCLIDEANSIM()"; std::runtime_error "%s() cannot allocate its %ldx%ld
+// result (%.1f GB)." with the std::bad_alloc nested when the dense result
+// cannot be allocated (other allocations throw std::bad_alloc itself).
 //
 // T is float or double.
 

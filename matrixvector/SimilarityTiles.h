@@ -7,9 +7,11 @@
 #include <Eigen/Core>
 #include <algorithm>
 #include <atomic>
+#include <cmath>
 #include <cstdint>
 #include <exception>
 #include <mutex>
+#include <numeric>
 #include <thread>
 #include <vector>
 
@@ -28,16 +30,38 @@ using TileView =
     Eigen::Map<const Eigen::Array<T, Eigen::Dynamic, Eigen::Dynamic>, 0, Eigen::OuterStride<>>;
 
 // The tiles of side `side` (the last row and column of tiles may be smaller)
-// on and below the diagonal, row block by row block.
-inline std::vector<Tile> LowerTiles(Eigen::Index n, Eigen::Index side) {
-  std::vector<Tile> tiles;
-  for (Eigen::Index row = 0; row < n; row += side) {
-    for (Eigen::Index col = 0; col <= row; col += side) {
-      tiles.push_back({row, col, std::min(side, n - row), std::min(side, n - col)});
-    }
+// on and below the diagonal of an n x n matrix, numbered 0 .. size() - 1 in a
+// fixed scrambled order (an affine permutation of the row-by-row order), in
+// O(1) memory. The order spreads consecutive tiles over the matrix.
+class LowerTiles {
+ public:
+  LowerTiles(Eigen::Index n, Eigen::Index side)
+      : n_(n), side_(side), blocks_((n + side - 1) / side), count_(blocks_ * (blocks_ + 1) / 2) {
+    // A stride near count / golden ratio, coprime to the count.
+    stride_ = std::max<std::int64_t>(1, static_cast<std::int64_t>(0.6180339887 * count_));
+    while (std::gcd(stride_, std::max<std::int64_t>(count_, 1)) != 1) ++stride_;
   }
-  return tiles;
-}
+
+  std::int64_t size() const { return count_; }
+
+  // REQUIRES: 0 <= t < size().
+  Tile operator[](std::int64_t t) const {
+    const auto u = static_cast<std::int64_t>(
+        (static_cast<unsigned __int128>(t) * static_cast<unsigned __int128>(stride_)) %
+        static_cast<unsigned __int128>(count_));
+    // u = I (I + 1) / 2 + J with J <= I: row block I, column block J.
+    auto i = static_cast<std::int64_t>((std::sqrt(8.0 * static_cast<double>(u) + 1.0) - 1.0) / 2.0);
+    while ((i + 1) * (i + 2) / 2 <= u) ++i;
+    while (i * (i + 1) / 2 > u) --i;
+    const std::int64_t j = u - i * (i + 1) / 2;
+    const Eigen::Index row = i * side_, col = j * side_;
+    return {row, col, std::min(side_, n_ - row), std::min(side_, n_ - col)};
+  }
+
+ private:
+  Eigen::Index n_, side_;
+  std::int64_t blocks_, count_, stride_;
+};
 
 // Runs body(item, worker) for every item in [0, count) on up to `workers`
 // threads, the calling thread being worker 0; which worker takes which item

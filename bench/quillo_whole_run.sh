@@ -15,7 +15,10 @@
 #
 # Printed: gain evaluations (when quillo logs a line "... N gain evaluations"),
 # the summarization time quillo logs, the whole run's wall time, the plain
-# read, their ratio, and peak memory (/usr/bin/time -v) against the matrix.
+# read (none for the sparse group, which never holds the n x n matrix), their
+# ratio, the run's CPU time, and peak memory (/usr/bin/time -v) against the
+# matrix. The load average is printed too: on a shared machine compare ratios
+# and CPU times rather than wall times.
 #
 #   bench/quillo_whole_run.sh [--build DIR] [--n N] [--k K] [--kind rbf|uniform]
 #       [--features D] [--seed S] [--from-features PIPELINE [--sparse]]

@@ -351,9 +351,9 @@ class Computation {
   }
 
   // Pivots around the `quantile` of the squared distances of a fixed sample
-  // of pairs, wide enough (three standard deviations of the sample's rank
-  // either way, twice over) to hold the true quantile but for bad luck,
-  // which costs only passes.
+  // of m pairs, 3 sqrt(m) sample ranks either way: six standard deviations of
+  // the true quantile's rank in the sample, so they hold it but for bad
+  // luck, which costs only passes.
   std::pair<T, T> SamplePivots(double quantile) const {
     const Index n = size();
     std::vector<T> sample(kSamplePairs);

@@ -12,7 +12,9 @@
 namespace velmor {
 
 struct GreedyAlgorithmChoice {
-  enum class Kind { kStandard, kAccelerated, kStochastic, kThreshold };
+  // kStandard evaluates lazily where that is exact; kPlain is the same
+  // greedy scanning every candidate at every step (same result, more work).
+  enum class Kind { kStandard, kAccelerated, kStochastic, kThreshold, kPlain };
   Kind kind = Kind::kStandard;
   // The stochastic greedy's sampling epsilon, in [0, 1); the threshold
   // greedy's rate of fall, in (0, 1). Unused by the others.
@@ -21,10 +23,10 @@ struct GreedyAlgorithmChoice {
   // flat multi-threaded scheme.
   int threads = 0;
 
-  // "standard", "accelerated", "stochastic" or "threshold".
+  // "standard", "accelerated", "stochastic", "threshold" or "plain".
   static const char* Name(Kind kind);
 
-  // The plain standard greedy on one thread.
+  // The default: the standard greedy, not in the multi-threaded scheme.
   bool IsPlainStandard() const { return kind == Kind::kStandard && threads == 0; }
   // "standard", "accelerated", "stochastic(0.05)", "threshold(0.1):2" and the
   // like: the name, the epsilon where the algorithm takes one, the blocks.
@@ -35,12 +37,16 @@ struct GreedyAlgorithmChoice {
 // `inclusion`, on `candidates`, with no size limit beyond the constraint's and
 // no conditioning; it stops at a negative gain. `seed` seeds the stochastic
 // greedy's samples and the multi-threaded scheme's random partition of the
-// candidates. Returns what RunOneOfTheGreedyAlgorithms returns.
+// candidates. Returns what RunOneOfTheGreedyAlgorithms returns. The standard
+// and accelerated greedy outside the multi-threaded scheme run directly, as
+// the selector would run them, with their full passes over the candidates on
+// up to `pass_threads` threads (the result does not depend on it).
 bool RunChosenGreedyAlgorithm(const GreedyAlgorithmChoice& choice, int seed,
                               const SubmodularFunction& f,
                               const DownClosedSetConstraint& constraint, const Set& candidates,
                               const Set& inclusion, UnorderedHashSet* solution,
-                              std::vector<int>* order, std::vector<float>* gains, double* value);
+                              std::vector<int>* order, std::vector<float>* gains, double* value,
+                              int pass_threads = 1);
 
 }  // namespace velmor
 

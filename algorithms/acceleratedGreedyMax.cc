@@ -51,6 +51,17 @@ bool AcceleratedGreedyConstrainedMaximization(
     const Set& candidates, const Set& inclusion, const Set& conditioning, double algorithm_value,
     GainPermit gain_permit, UnorderedHashSet* solution, std::vector<int>* order,
     std::vector<float>* gains, double* value, greedy_max::GreedyAncillaryResults* ancillary) {
+  return AcceleratedGreedyConstrainedMaximization(
+      f, constraint, cardinality_limit, candidates, inclusion, conditioning, algorithm_value,
+      gain_permit, solution, order, gains, value, ancillary, 1);
+}
+
+bool AcceleratedGreedyConstrainedMaximization(
+    const SubmodularFunction& f, const DownClosedSetConstraint& constraint, int cardinality_limit,
+    const Set& candidates, const Set& inclusion, const Set& conditioning, double algorithm_value,
+    GainPermit gain_permit, UnorderedHashSet* solution, std::vector<int>* order,
+    std::vector<float>* gains, double* value, greedy_max::GreedyAncillaryResults* ancillary,
+    int threads) {
   if (const auto problem = internal::GreedyArgumentProblem(f, constraint, cardinality_limit,
                                                            candidates, inclusion, conditioning)) {
     VELMOR_THROW(std::invalid_argument, "%s", problem->c_str());
@@ -60,7 +71,6 @@ bool AcceleratedGreedyConstrainedMaximization(
   if (ancillary_check.problem)
     VELMOR_THROW(std::invalid_argument, "%s", ancillary_check.problem->c_str());
   const bool use_ancillary = ancillary_check.precomputed;
-  if (order == nullptr && gains == nullptr && solution == nullptr) return false;
   if (ancillary != nullptr) ancillary->number_of_gain_evaluations = 0;
 
   const std::shared_ptr<spdlog::logger> logger = logging::GetLogger("optm");
@@ -101,7 +111,8 @@ bool AcceleratedGreedyConstrainedMaximization(
     }
   } else {
     logger->info("Computing {} singleton values.", count);
-    context->DisjointGains(elements.data(), count, initial_gains.data());
+    internal::DisjointGainsOnThreads(*context, elements.data(), count, initial_gains.data(),
+                                     threads);
     evaluations += count;
     if (ancillary != nullptr) {
       logger->info("Computing ancillary singleton gains.");
@@ -136,7 +147,8 @@ bool AcceleratedGreedyConstrainedMaximization(
   }
 
   int added = 0;
-  while (!heap.empty() && current.size() < k) {
+  // k counts the elements this run adds: a warm start does not use them up.
+  while (!heap.empty() && added < k) {
     const int element = heap.TopKey();
     const float stale_gain = heap.TopValue();
     const float fresh_gain = static_cast<float>(context->DisjointGain(element));

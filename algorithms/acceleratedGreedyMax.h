@@ -33,15 +33,16 @@ double SmallestWorthwhileGainForGreedy(const SetFunction& f, int k, const Set& c
 // greedy_max.h); `algorithm_value` is the fraction given to
 // SmallestWorthwhileGainForGreedy, and a candidate whose first gain is below
 // that threshold never enters the heap. The effective limit is
-// k = min(constraint.SizeLimit(), cardinality_limit) on |solution|.
+// k = min(constraint.SizeLimit(), cardinality_limit) on the number of
+// elements the run adds (a warm start from `inclusion` comes on top).
 // Candidates are visited in the iteration order of `candidates` to build the
 // heap (bottom-up, in one step). At each step the top (e, g) is re-evaluated
 // to g' (float): below τ it is dropped; when g > g' the top's value becomes g'
 // and e is accepted with g' if it is still on top; when g' >= g it is
 // accepted with g. An accepted element that the constraint refuses is
 // dropped; otherwise the gain permit is applied (as in the standard greedy)
-// and the element added. Returns false, doing nothing, when solution, order
-// and gains are all null; true otherwise.
+// and the element added. Returns true, also when no output but `value` is
+// asked for.
 // Throws std::invalid_argument "All arguments must have same ground set size,
 // got sizes %d,%d,%d,%d,%d." (function, constraint, candidates, inclusion,
 // conditioning) and the inclusion-feasibility error of the standard greedy.
@@ -50,6 +51,14 @@ bool AcceleratedGreedyConstrainedMaximization(
     const Set& candidates, const Set& inclusion, const Set& conditioning, double algorithm_value,
     GainPermit gain_permit, UnorderedHashSet* solution, std::vector<int>* order,
     std::vector<float>* gains, double* value, greedy_max::GreedyAncillaryResults* ancillary);
+// The same with the first gains (those of the initial heap) computed on up to
+// `threads` threads; the result does not depend on their number.
+bool AcceleratedGreedyConstrainedMaximization(
+    const SubmodularFunction& f, const DownClosedSetConstraint& constraint, int cardinality_limit,
+    const Set& candidates, const Set& inclusion, const Set& conditioning, double algorithm_value,
+    GainPermit gain_permit, UnorderedHashSet* solution, std::vector<int>* order,
+    std::vector<float>* gains, double* value, greedy_max::GreedyAncillaryResults* ancillary,
+    int threads);
 
 }  // namespace velmor
 

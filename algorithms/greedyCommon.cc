@@ -2,6 +2,11 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <exception>
+#include <system_error>
+#include <thread>
+
 namespace velmor::internal {
 
 bool GainPermitStops(GainPermit gain_permit, double gain) {
@@ -79,6 +84,50 @@ void FinishGreedyRun(const SubmodularFunction& f, const Set& conditioning,
                      const GreedyRunState& state, UnorderedHashSet* solution, double* value) {
   if (value != nullptr) *value = state.function_context->CurrentValue() - f.Evaluate(conditioning);
   if (solution != nullptr) *solution = state.current;
+}
+
+void DisjointGainsOnThreads(const SetFunction::SetFunctionGrowingContext& context,
+                            const int* elements, int count, double* gains, int threads) {
+  // Below this many elements per thread a thread costs more than it saves.
+  constexpr int kLeastElementsPerThread = 256;
+  const int slices = std::max(1, std::min(threads, count / kLeastElementsPerThread));
+  if (slices <= 1) {
+    context.DisjointGains(elements, count, gains);
+    return;
+  }
+  const int per_slice = (count + slices - 1) / slices;
+  // Clones are made before any thread starts: a context may keep scratch
+  // space that its own gain computation writes.
+  std::vector<std::unique_ptr<SetFunction::SetFunctionGrowingContext>> clones;
+  for (int s = 1; s < slices && s * per_slice < count; ++s) clones.push_back(context.clone());
+  std::vector<std::exception_ptr> failures(clones.size() + 1);
+  std::vector<std::thread> workers;
+  workers.reserve(clones.size());
+  for (std::size_t s = 1; s <= clones.size(); ++s) {
+    const int begin = static_cast<int>(s) * per_slice;
+    const int size = std::min(count, begin + per_slice) - begin;
+    auto slice = [&clones, &failures, elements, gains, begin, size, s] {
+      try {
+        clones[s - 1]->DisjointGains(elements + begin, size, gains + begin);
+      } catch (...) {
+        failures[s] = std::current_exception();
+      }
+    };
+    try {
+      workers.emplace_back(slice);
+    } catch (const std::system_error&) {
+      slice();  // no thread to be had: this one does the slice
+    }
+  }
+  try {
+    context.DisjointGains(elements, std::min(count, per_slice), gains);
+  } catch (...) {
+    failures[0] = std::current_exception();
+  }
+  for (std::thread& worker : workers) worker.join();
+  for (const std::exception_ptr& failure : failures) {
+    if (failure) std::rethrow_exception(failure);
+  }
 }
 
 }  // namespace velmor::internal

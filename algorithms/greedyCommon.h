@@ -58,6 +58,15 @@ struct GreedyRunState {
 // The candidates not in inclusion ∪ conditioning, in candidates' iteration order.
 std::vector<int> RemainingCandidates(const Set& candidates, const Set& excluded);
 
+// gains[j] = context.DisjointGain(elements[j]) for j in [0, count), bit for
+// bit as context.DisjointGains gives them. With threads > 1 and enough
+// elements, consecutive slices of the elements go to up to `threads` threads,
+// each with its own clone of the context (the calling thread takes the
+// first); each gain lands at its own index, so the result does not depend on
+// the number of threads. An exception of any thread is thrown again here.
+void DisjointGainsOnThreads(const SetFunction::SetFunctionGrowingContext& context,
+                            const int* elements, int count, double* gains, int threads);
+
 // Writes value (f(solution ∪ conditioning) - f(conditioning)) and solution
 // when they are given.
 void FinishGreedyRun(const SubmodularFunction& f, const Set& conditioning,

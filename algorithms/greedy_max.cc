@@ -29,6 +29,109 @@ int ProgressLoggingPeriod() { return progress_logging_period.load(std::memory_or
 
 }  // namespace greedy_max
 
+namespace {
+
+// The best candidate of a step; element n when none is feasible.
+struct StepChoice {
+  int element;
+  double gain;
+};
+
+// Lazy evaluation's state: for each remaining candidate a bound of its gain,
+// the last gain computed for it (valid because the function's computed gains
+// never rise), in a max-heap on the bound. A candidate whose gain is not
+// known (never evaluated, or NaN) is bounded by +inf, so it is evaluated
+// whenever it is looked at.
+class StaleGainBounds {
+ public:
+  struct Entry {
+    double bound;
+    int element;
+  };
+
+  // One entry per element of `remaining` but `chosen`: the bound of the
+  // feasible_candidates[j] is bounds[j]; the other elements get +inf.
+  void Fill(const UnorderedHashSet& remaining, const std::vector<int>& feasible_candidates,
+            const std::vector<double>& bounds, int chosen) {
+    std::vector<double> bound_of(static_cast<std::size_t>(remaining.GroundSetSize()), kUnknown);
+    for (std::size_t j = 0; j < feasible_candidates.size(); ++j) {
+      bound_of[static_cast<std::size_t>(feasible_candidates[j])] = Bound(bounds[j]);
+    }
+    heap_.clear();
+    heap_.reserve(static_cast<std::size_t>(remaining.size()));
+    for (const int e : remaining) {
+      if (e != chosen) heap_.push_back({bound_of[static_cast<std::size_t>(e)], e});
+    }
+    std::make_heap(heap_.begin(), heap_.end(), Lower);
+  }
+
+  // The step's choice, exactly as a full scan of `remaining` in its
+  // iteration order would make it: the largest gain, the earliest in that
+  // order among equal gains. Candidates are looked at in decreasing order of
+  // their bounds, and the look stops at the first bound below the best gain
+  // found; a bound equal to it is looked at only when its candidate comes
+  // earlier in the iteration order, since only then could it win. Every
+  // entry but the chosen one goes back with its new bound.
+  template <typename Feasible>
+  StepChoice Choose(const SetFunction::SetFunctionGrowingContext& context,
+                    const UnorderedHashSet& remaining, const Feasible& feasible,
+                    std::int64_t& evaluations) {
+    const int n = remaining.GroundSetSize();
+    StepChoice best{n, -DBL_MAX};
+    Set::Cursor best_cursor = 0;
+    looked_at_.clear();
+    while (!heap_.empty() && !(heap_.front().bound < best.gain)) {
+      std::pop_heap(heap_.begin(), heap_.end(), Lower);
+      Entry& entry = looked_at_.emplace_back(heap_.back());
+      heap_.pop_back();
+      if (entry.bound == best.gain &&
+          (best.element == n || remaining.CursorOf(entry.element) > best_cursor)) {
+        continue;  // at best a tie that comes later: cannot win
+      }
+      if (!feasible(entry.element)) continue;
+      const double gain = context.DisjointGain(entry.element);
+      ++evaluations;
+      entry.bound = Bound(gain);
+      if (gain > best.gain) {
+        best = {entry.element, gain};
+        best_cursor = remaining.CursorOf(entry.element);
+      } else if (gain == best.gain && best.element != n) {
+        const Set::Cursor cursor = remaining.CursorOf(entry.element);
+        if (cursor < best_cursor) {
+          best = {entry.element, gain};
+          best_cursor = cursor;
+        }
+      }
+    }
+    for (const Entry& entry : looked_at_) {
+      if (entry.element == best.element) continue;
+      heap_.push_back(entry);
+      std::push_heap(heap_.begin(), heap_.end(), Lower);
+    }
+    return best;
+  }
+
+ private:
+  static constexpr double kUnknown = std::numeric_limits<double>::infinity();
+  static double Bound(double gain) { return std::isnan(gain) ? kUnknown : gain; }
+  static bool Lower(const Entry& a, const Entry& b) { return a.bound < b.bound; }
+
+  std::vector<Entry> heap_;
+  std::vector<Entry> looked_at_;
+};
+
+// The first of the largest gains (strictly larger wins), or element n.
+StepChoice FirstLargest(const std::vector<int>& elements, const std::vector<double>& gains,
+                        int count, int n) {
+  StepChoice best{n, -DBL_MAX};
+  for (int j = 0; j < count; ++j) {
+    if (gains[j] > best.gain) best = {elements[j], gains[j]};
+  }
+  return best;
+}
+
+}  // namespace
+
 bool GreedyConstrainedMaximization(const SubmodularFunction& f,
                                    const DownClosedSetConstraint& constraint, int cardinality_limit,
                                    const Set& candidates, const Set& inclusion,
@@ -36,6 +139,19 @@ bool GreedyConstrainedMaximization(const SubmodularFunction& f,
                                    UnorderedHashSet* solution, std::vector<int>* order,
                                    std::vector<float>* gains, double* value,
                                    greedy_max::GreedyAncillaryResults* ancillary) {
+  return GreedyConstrainedMaximization(f, constraint, cardinality_limit, candidates, inclusion,
+                                       conditioning, gain_permit, solution, order, gains, value,
+                                       ancillary, greedy_max::StandardGreedyOptions{});
+}
+
+bool GreedyConstrainedMaximization(const SubmodularFunction& f,
+                                   const DownClosedSetConstraint& constraint, int cardinality_limit,
+                                   const Set& candidates, const Set& inclusion,
+                                   const Set& conditioning, GainPermit gain_permit,
+                                   UnorderedHashSet* solution, std::vector<int>* order,
+                                   std::vector<float>* gains, double* value,
+                                   greedy_max::GreedyAncillaryResults* ancillary,
+                                   const greedy_max::StandardGreedyOptions& options) {
   const int n = f.GroundSetSize();
   if (constraint.GroundSetSize() != n || candidates.GroundSetSize() != n ||
       inclusion.GroundSetSize() != n || conditioning.GroundSetSize() != n) {
@@ -54,7 +170,7 @@ bool GreedyConstrainedMaximization(const SubmodularFunction& f,
     VELMOR_THROW(std::invalid_argument, "%s", ancillary_check.problem->c_str());
   const bool use_ancillary = ancillary_check.precomputed;
   if (order == nullptr && gains == nullptr && solution == nullptr) return false;
-  if (ancillary != nullptr) ancillary->number_of_gain_evaluations = 0;
+  std::int64_t evaluations = 0;
 
   const std::shared_ptr<spdlog::logger> logger = logging::GetLogger("optm");
   const int progress_period = greedy_max::ProgressLoggingPeriod();
@@ -73,17 +189,18 @@ bool GreedyConstrainedMaximization(const SubmodularFunction& f,
       f.MakeGrowingContext(excluded);
   const std::unique_ptr<SetConstraint::ConstraintGrowingContextExternal> constraint_context =
       constraint.MakeGrowingContextExternal(current);
+  const auto feasible = [&](int e) {
+    return constraint_context->IsDisjointUnionFeasible(e, current);
+  };
 
-  const long most_chosen =
-      std::min<long>({constraint.SizeLimit(), cardinality_limit, remaining.size()});
+  // `order` starts empty; `gains` keeps what it holds and gets room for more.
+  const std::size_t most_chosen = static_cast<std::size_t>(
+      std::max(0L, std::min<long>({constraint.SizeLimit(), cardinality_limit, remaining.size()})));
   if (order != nullptr) {
     order->clear();
-    order->reserve(static_cast<std::size_t>(std::max(0L, most_chosen)));
+    order->reserve(most_chosen);
   }
-  if (gains != nullptr) {
-    gains->clear();
-    gains->reserve(static_cast<std::size_t>(std::max(0L, most_chosen)));
-  }
+  if (gains != nullptr) gains->reserve(gains->size() + most_chosen);
 
   const bool nothing_to_choose =
       constraint.SizeLimit() == 0 || cardinality_limit < 1 || candidates.empty();
@@ -93,10 +210,14 @@ bool GreedyConstrainedMaximization(const SubmodularFunction& f,
     ancillary->singleton_gains.assign(static_cast<std::size_t>(n),
                                       std::numeric_limits<float>::quiet_NaN());
   }
+  const bool lazy = options.lazy && f.ComputedGainsNeverRise();
+  StaleGainBounds stale_gains;
 
-  // Per-step scratch, sized once: the feasible candidates and their gains.
+  // Full-pass scratch, sized once: the feasible candidates, their gains and,
+  // for lazy evaluation, the bounds those gains give.
   std::vector<int> feasible_candidates;
   std::vector<double> candidate_gains;
+  std::vector<double> candidate_bounds;
   feasible_candidates.reserve(static_cast<std::size_t>(remaining.size()));
   candidate_gains.resize(static_cast<std::size_t>(remaining.size()));
 
@@ -109,45 +230,51 @@ bool GreedyConstrainedMaximization(const SubmodularFunction& f,
     logger->debug("Top of loop: current_function_eval_context.NumberOfElements() = {}",
                   current_function_eval_context->NumberOfElements());
 
-    feasible_candidates.clear();
-    for (int e : remaining) {
-      if (constraint_context->IsDisjointUnionFeasible(e, current)) feasible_candidates.push_back(e);
-    }
-    const int count = static_cast<int>(feasible_candidates.size());
-    if (first_pass && use_ancillary) {
-      for (int j = 0; j < count; ++j) {
-        const float stored =
-            ancillary->singleton_gains[static_cast<std::size_t>(feasible_candidates[j])];
-        if (std::isnan(stored)) {
-          candidate_gains[j] = current_function_eval_context->DisjointGain(feasible_candidates[j]);
-          ++ancillary->number_of_gain_evaluations;
-        } else {
-          candidate_gains[j] = static_cast<double>(stored);
-        }
+    StepChoice best{n, -DBL_MAX};
+    if (first_pass || !lazy) {
+      feasible_candidates.clear();
+      for (int e : remaining) {
+        if (feasible(e)) feasible_candidates.push_back(e);
       }
-    } else {
-      current_function_eval_context->DisjointGains(feasible_candidates.data(), count,
-                                                   candidate_gains.data());
-      if (ancillary != nullptr) ancillary->number_of_gain_evaluations += count;
-      if (first_pass && fill_ancillary) {
+      const int count = static_cast<int>(feasible_candidates.size());
+      if (lazy) candidate_bounds.resize(static_cast<std::size_t>(count));
+      if (first_pass && use_ancillary) {
         for (int j = 0; j < count; ++j) {
-          ancillary->singleton_gains[static_cast<std::size_t>(feasible_candidates[j])] =
-              static_cast<float>(candidate_gains[j]);
+          const float stored =
+              ancillary->singleton_gains[static_cast<std::size_t>(feasible_candidates[j])];
+          if (std::isnan(stored)) {
+            candidate_gains[j] =
+                current_function_eval_context->DisjointGain(feasible_candidates[j]);
+            ++evaluations;
+            if (lazy) candidate_bounds[j] = candidate_gains[j];
+          } else {
+            candidate_gains[j] = static_cast<double>(stored);
+            // A gain read from another run bounds nothing here: unknown.
+            if (lazy) candidate_bounds[j] = std::numeric_limits<double>::infinity();
+          }
         }
+      } else {
+        internal::DisjointGainsOnThreads(*current_function_eval_context, feasible_candidates.data(),
+                                         count, candidate_gains.data(), options.threads);
+        evaluations += count;
+        if (first_pass && fill_ancillary) {
+          for (int j = 0; j < count; ++j) {
+            ancillary->singleton_gains[static_cast<std::size_t>(feasible_candidates[j])] =
+                static_cast<float>(candidate_gains[j]);
+          }
+        }
+        if (lazy) std::copy_n(candidate_gains.begin(), count, candidate_bounds.begin());
       }
+      best = FirstLargest(feasible_candidates, candidate_gains, count, n);
+      if (lazy) stale_gains.Fill(remaining, feasible_candidates, candidate_bounds, best.element);
+    } else {
+      best = stale_gains.Choose(*current_function_eval_context, remaining, feasible, evaluations);
     }
     if (first_pass && fill_ancillary) ancillary->singleton_gains_precomputed = true;
     first_pass = false;
 
-    // Strictly larger wins: the first of equal gains in iteration order stays.
-    int element_having_max_gain = n;
-    double max_gain = -DBL_MAX;
-    for (int j = 0; j < count; ++j) {
-      if (candidate_gains[j] > max_gain) {
-        max_gain = candidate_gains[j];
-        element_having_max_gain = feasible_candidates[j];
-      }
-    }
+    const int element_having_max_gain = best.element;
+    const double max_gain = best.gain;
     logger->debug("Found element_having_max_gain = {}, max_gain = {}", element_having_max_gain,
                   max_gain);
     if (element_having_max_gain == n) {
@@ -172,6 +299,9 @@ bool GreedyConstrainedMaximization(const SubmodularFunction& f,
     current.insert(element_having_max_gain);
     remaining.remove(element_having_max_gain);
   }
+  if (ancillary != nullptr) ancillary->number_of_gain_evaluations = evaluations;
+  logger->debug("Standard greedy done, {} elements added with {} gain evaluations.", added,
+                evaluations);
 
   if (value != nullptr)
     *value = current_function_eval_context->CurrentValue() - f.Evaluate(conditioning);

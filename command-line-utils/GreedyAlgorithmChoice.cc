@@ -59,7 +59,7 @@ GreedyAlgorithmChoice ParseGreedyAlgorithmChoice(const char* text, const char* o
   }
   // NAME, or a prefix naming one algorithm alone.
   int found = -1;
-  for (int i = 0; i < 4; ++i) {
+  for (int i = 0; i < 5; ++i) {
     const std::string name =
         GreedyAlgorithmChoice::Name(static_cast<GreedyAlgorithmChoice::Kind>(i));
     if (!rest.empty() && name.compare(0, rest.size(), rest) == 0) {
@@ -67,7 +67,9 @@ GreedyAlgorithmChoice ParseGreedyAlgorithmChoice(const char* text, const char* o
       found = i;
     }
   }
-  if (found < 0) Refuse(text, option, "expected standard, accelerated, stochastic or threshold.");
+  if (found < 0) {
+    Refuse(text, option, "expected standard, accelerated, stochastic, threshold or plain.");
+  }
   choice.kind = static_cast<GreedyAlgorithmChoice::Kind>(found);
   switch (choice.kind) {
     case GreedyAlgorithmChoice::Kind::kStochastic:
@@ -80,6 +82,9 @@ GreedyAlgorithmChoice ParseGreedyAlgorithmChoice(const char* text, const char* o
         Refuse(text, option, "the threshold greedy's epsilon must be in (0, 1).");
       }
       break;
+    case GreedyAlgorithmChoice::Kind::kPlain:
+      if (choice.threads > 0) Refuse(text, option, "plain takes no thread count after ':'.");
+      [[fallthrough]];
     default:
       if (epsilon_given) Refuse(text, option, "only stochastic and threshold take an epsilon.");
   }

@@ -6,8 +6,9 @@
 //
 //   NAME[(EPSILON)][:THREADS]
 //
-// NAME is standard, accelerated, stochastic or threshold, or any prefix that
-// names one of them alone ("acc", "sto", "th"; "st" is ambiguous). EPSILON is
+// NAME is standard, accelerated, stochastic, threshold or plain, or any
+// prefix that names one of them alone ("acc", "sto", "th", "p"; "st" is
+// ambiguous); plain takes no THREADS. EPSILON is
 // allowed for stochastic (the sampling epsilon, in [0, 1); 0 samples every
 // candidate) and threshold (the threshold's rate of fall, in (0, 1)), 0.1 when
 // not given. THREADS >= 1 runs the algorithm inside the flat multi-threaded

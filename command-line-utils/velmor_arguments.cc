@@ -414,8 +414,10 @@ ArgumentRecord program_table[] = {
         "greedyalgorithm", ArgumentRecord::kOptional, &options::greedyalgorithm,
         "Greedy algorithm: standard (the default), accelerated, stochastic[(epsilon)] or "
         "threshold[(epsilon)] (epsilon 0.1 if not given), any of them with :T appended to run it "
-        "on T threads (multi-threaded greedy, MGM), e.g. accelerated:2. All but the plain standard "
-        "greedy stop at the first negative gain."),
+        "on T threads (multi-threaded greedy, MGM), e.g. accelerated:2; or plain, the standard "
+        "greedy evaluating every candidate at every step (the same summary as standard, which "
+        "skips candidates that cannot win). All but standard and plain stop at the first "
+        "negative gain."),
     ArgumentRecord::Heading("**** Numerical precision"),
     ArgumentRecord("precision", ArgumentRecord::kOptional, &options::precision,
                    "Element type of the matrices: file (double for .npy and .npz files of float64 "

@@ -68,6 +68,11 @@ bool ContractionWrapperSetFunction<Kind>::IsMonotoneNondecreasing() const {
   return this->multiplier_ >= 0 && this->function_->IsMonotoneNondecreasing();
 }
 
+template <typename Kind>
+bool ContractionWrapperSetFunction<Kind>::ComputedGainsNeverRise() const {
+  return this->multiplier_ >= 0 && this->function_->ComputedGainsNeverRise();
+}
+
 // ----- Growing context --------------------------------------------------------------------------
 
 template <typename Kind>

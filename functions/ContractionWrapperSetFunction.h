@@ -120,6 +120,9 @@ class ContractionWrapperSetFunction
   std::string Description() const override;
   // m >= 0 and f is known to be monotone.
   bool IsMonotoneNondecreasing() const override;
+  // m >= 0 and f says so: a gain is m * f's gain at (A union C), which only
+  // grows with A, or 0 for an element of C.
+  bool ComputedGainsNeverRise() const override;
 
   const UnorderedHashSet& ContractionSet() const { return contraction_set_; }
   double ContractionValue() const { return contraction_value_; }

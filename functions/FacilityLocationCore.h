@@ -36,6 +36,13 @@ class FacilityLocationCore : public MatrixBasedSetFunction<F, Rows, Kind> {
   class GrowingContextExternal;
   class ShrinkingContextExternal;
 
+  // True for a non-negative scale. A gain is scale * (a sum of max(0, S(v, i)
+  // - m_i) terms in an order fixed by v's entries and the lanes). Growing the
+  // set only raises the maxima m_i; a rounded difference with a larger
+  // subtrahend is no larger, max(0, .) keeps that, a rounded sum of terms that
+  // are each no larger is no larger, and so is its product with scale >= 0.
+  bool ComputedGainsNeverRise() const override { return this->NormalizationScale() >= 0.0; }
+
  protected:
   using T = typename Rows::Scalar;
   friend class SetFunctionSkeleton<F, Kind>;

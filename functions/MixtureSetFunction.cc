@@ -275,6 +275,14 @@ bool MixtureSetFunction::IsMonotoneNondecreasing() const {
   return true;
 }
 
+bool MixtureSetFunction::ComputedGainsNeverRise() const {
+  for (std::size_t i = 0; i < components_.size(); ++i) {
+    if (!(weights_[i] >= 0.0)) return false;
+    if (weights_[i] > 0.0 && !components_[i]->ComputedGainsNeverRise()) return false;
+  }
+  return true;
+}
+
 // ----- Growing context ------------------------------------------------------------------
 
 MixtureSetFunction::GrowingContextExternal::GrowingContextExternal(

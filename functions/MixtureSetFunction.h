@@ -137,6 +137,11 @@ class MixtureSetFunction
   void LogComponentNames(spdlog::logger* logger) const override;
   // True when every component with a positive weight is.
   bool IsMonotoneNondecreasing() const override;
+  // True when no weight is negative and every component with a positive
+  // weight says so: a gain is the sum, in component order, of weight times
+  // the component's gain, and rounded products with a weight >= 0 and rounded
+  // sums of terms that do not rise do not rise.
+  bool ComputedGainsNeverRise() const override;
 
   const std::vector<double>& ComponentWeights() const { return weights_; }
   const SetFunction& Component(int i) const { return *components_[static_cast<std::size_t>(i)]; }

@@ -93,6 +93,8 @@ class ModularFunction
   std::string Description() const override;
   // True when no weight is negative.
   bool IsMonotoneNondecreasing() const override;
+  // True: a gain is the element's weight, whatever the set.
+  bool ComputedGainsNeverRise() const override { return true; }
 
   const std::vector<T>& Weights() const { return weights_; }
   T Offset() const { return offset_; }

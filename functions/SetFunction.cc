@@ -118,4 +118,6 @@ void SetFunction::LogComponentNames(spdlog::logger* logger) const {
 
 bool SetFunction::IsMonotoneNondecreasing() const { return false; }
 
+bool SetFunction::ComputedGainsNeverRise() const { return false; }
+
 }  // namespace velmor

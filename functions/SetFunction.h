@@ -373,6 +373,14 @@ class SetFunction : public clone_inherit<abstract_method<SetFunction>> {
   // (not known); functions that are monotone for every input say true.
   virtual bool IsMonotoneNondecreasing() const;
 
+  // Whether the gains a growing context computes can only stay or fall as its
+  // set grows, bit for bit: after any further AddNewElementToContext calls,
+  // DisjointGain(v) is <= what it was (NaN aside). Submodularity promises this
+  // for exact gains only; a function says true when its rounded gains keep it
+  // too, so that a stale gain is an upper bound of the fresh one and a greedy
+  // may skip candidates whose stale gain cannot win. Default false.
+  virtual bool ComputedGainsNeverRise() const;
+
  protected:
   SetFunction() = default;
   SetFunction(const SetFunction&) = default;

@@ -55,6 +55,14 @@ class UnorderedHashSet : public Set {
   Cursor CursorNext(Cursor cursor) const override;
   int CursorElement(Cursor cursor) const override { return static_cast<int>(table_[cursor]) - 1; }
   Cursor CursorEnd() const override { return static_cast<Cursor>(table_.size()); }
+  // Where iteration meets v: iteration visits the members in increasing
+  // CursorOf; CursorEnd() for a non-member. Any insertion or removal may move
+  // members. O(1) expected.
+  Cursor CursorOf(int v) const {
+    if (v < 0 || v >= n_) return CursorEnd();
+    const uint32_t slot = FindSlot(v);
+    return table_[slot] != 0 ? static_cast<Cursor>(slot) : CursorEnd();
+  }
 
   // Three lines: table size, count and load; load factors; trigger thresholds.
   void DebugPrint(std::ostream& stream) const override;

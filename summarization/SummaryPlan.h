@@ -163,6 +163,9 @@ struct SummaryPlan {
   Algorithm algorithm;
   RandomEvaluations random_evaluations;
   Reports reports;
+  // Threads of the run's full passes over the candidates; 0: the machine's
+  // cores. The results do not depend on it.
+  int threads = 0;
 };
 
 }  // namespace velmor

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cmath>
 #include <limits>
+#include <thread>
 
 #include "algorithms/PartialEnumeration.h"
 #include "algorithms/greedy_max.h"
@@ -66,21 +67,25 @@ void RunRandomEvaluations(const SummaryObjective& objective,
   }
 }
 
-// The plan's greedy as a maximizer of the common signature: the plain
-// standard greedy with the caller's limit and permit, or the chosen one.
-GreedyAlgorithm PlannedGreedy(const SummaryPlan::Algorithm& algorithm) {
-  return [algorithm](const SubmodularFunction& f, const DownClosedSetConstraint& constraint,
-                     int cardinality_limit, const Set& candidates, const Set& inclusion,
-                     const Set& conditioning, double, GainPermit gain_permit,
-                     UnorderedHashSet* solution, std::vector<int>* order, std::vector<float>* gains,
-                     double* value, greedy_max::GreedyAncillaryResults* ancillary) {
-    if (algorithm.choice.IsPlainStandard()) {
+// The plan's greedy as a maximizer of the common signature: the standard
+// greedy (lazy, or the plain scan) with the caller's limit and permit on
+// `threads` threads, or the chosen one.
+GreedyAlgorithm PlannedGreedy(const SummaryPlan::Algorithm& algorithm, int threads) {
+  return [algorithm, threads](const SubmodularFunction& f,
+                              const DownClosedSetConstraint& constraint, int cardinality_limit,
+                              const Set& candidates, const Set& inclusion, const Set& conditioning,
+                              double, GainPermit gain_permit, UnorderedHashSet* solution,
+                              std::vector<int>* order, std::vector<float>* gains, double* value,
+                              greedy_max::GreedyAncillaryResults* ancillary) {
+    using Kind = GreedyAlgorithmChoice::Kind;
+    const Kind kind = algorithm.choice.kind;
+    if (algorithm.choice.threads == 0 && (kind == Kind::kStandard || kind == Kind::kPlain)) {
       return GreedyConstrainedMaximization(f, constraint, cardinality_limit, candidates, inclusion,
                                            conditioning, gain_permit, solution, order, gains, value,
-                                           ancillary);
+                                           ancillary, {kind == Kind::kStandard, threads});
     }
     return RunChosenGreedyAlgorithm(algorithm.choice, algorithm.seed, f, constraint, candidates,
-                                    inclusion, solution, order, gains, value);
+                                    inclusion, solution, order, gains, value, threads);
   };
 }
 
@@ -88,12 +93,12 @@ GreedyAlgorithm PlannedGreedy(const SummaryPlan::Algorithm& algorithm) {
 // stops on the gain, and under partial enumeration completes every starting
 // set.
 SummaryResult Maximize(const SummaryObjective& objective, const SummaryPlan::Algorithm& algorithm,
-                       spdlog::logger& log) {
+                       int threads, spdlog::logger& log) {
   SummaryResult result;
   result.summarized = true;
   const int n = objective.GroundSetSize();
   result.solution = UnorderedHashSet(n);
-  const GreedyAlgorithm greedy = PlannedGreedy(algorithm);
+  const GreedyAlgorithm greedy = PlannedGreedy(algorithm, threads);
   if (algorithm.partial_enumeration > 0) {
     PartialEnumerationMaximization(
         objective.Function(), objective.Constraint(), objective.Candidates(), objective.Inclusion(),
@@ -141,7 +146,9 @@ SummaryResult RunSummary(const SummaryObjective& objective, const SummaryPlan& p
     log.info("Greedy algorithm: {}.", algorithm.choice.Description());
   }
   const Clock before = Clock::Now();
-  SummaryResult result = Maximize(objective, algorithm, log);
+  const int threads =
+      plan.threads > 0 ? plan.threads : static_cast<int>(std::thread::hardware_concurrency());
+  SummaryResult result = Maximize(objective, algorithm, threads, log);
   const Clock after = Clock::Now();
   const double user = after.user - before.user, system = after.system - before.system;
   log.info("Summarization time: CPU {}s (User: {}s; System: {}s); Wall Clock {}s.", user + system,

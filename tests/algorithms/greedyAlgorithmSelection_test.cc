@@ -149,10 +149,10 @@ TEST(GreedyAlgorithmSelection, PrecedenceAndHandOver) {
   ASSERT_EQ(deep.gains.size(), 15u);  // one block: the threshold run with its gains filled
   EXPECT_NEAR(std::accumulate(deep.gains.begin(), deep.gains.end(), 0.0), deep.value, 1e-5);
 
-  // Nothing to write: false from the algorithm.
+  // Nothing to write: false from the standard greedy.
   const UnorderedHashSet none(n);
   EXPECT_FALSE(RunOneOfTheGreedyAlgorithms(
-      false, false, 0, 0, 0, 0, 1, 0, 0, 0, false, 0.1, 0, 0, 1, false, 1, 1, 0, *f, constraint, 10,
+      true, false, 0, 0, 0, 0, 1, 0, 0, 0, false, 0.1, 0, 0, 1, false, 1, 1, 0, *f, constraint, 10,
       all, none, none, 0.0, kStopAtNegativeGain, nullptr, nullptr, nullptr, nullptr));
 }
 

@@ -9,12 +9,18 @@
 #include <stdexcept>
 #include <vector>
 
+#include "algorithms/PartialEnumeration.h"
 #include "algorithms/greedy_test_util.h"
 #include "constraints/CardinalitySetConstraint.h"
 #include "constraints/IntersectionOfMatroidsSetConstraint.h"
 #include "constraints/PartitionMatroidSetConstraint.h"
+#include "functions/ContractionWrapperSetFunction.h"
 #include "functions/FacilityLocationFunction.h"
+#include "functions/MixtureSetFunction.h"
 #include "functions/ModularFunction.h"
+#include "functions/SparseFacilityLocationFunction.h"
+#include "functions/SumSumDispersionFunction.h"
+#include "utils/logging.h"
 
 namespace velmor {
 namespace {
@@ -42,11 +48,12 @@ template <typename T>
 GreedyRun RunAndCheck(const SubmodularFunction& f, const DownClosedSetConstraint& constraint,
                       int limit, const Set& candidates, const Set& inclusion,
                       const Set& conditioning, GainPermit permit,
-                      greedy_max::GreedyAncillaryResults* ancillary = nullptr) {
+                      greedy_max::GreedyAncillaryResults* ancillary = nullptr,
+                      const greedy_max::StandardGreedyOptions& options = {}) {
   GreedyRun run;
   EXPECT_TRUE(GreedyConstrainedMaximization(f, constraint, limit, candidates, inclusion,
                                             conditioning, permit, &run.solution, &run.order,
-                                            &run.gains, &run.value, ancillary));
+                                            &run.gains, &run.value, ancillary, options));
   const int n = f.GroundSetSize();
   const double tolerance = 64 * std::numeric_limits<T>::epsilon();
   UnorderedHashSet prefix(n);
@@ -312,6 +319,143 @@ TYPED_TEST(GreedyMaxTest, EdgeCases) {
     EXPECT_TRUE(log.Contains("Found element 2 in the order, element = " +
                              std::to_string(run.order[2]) + ", gain value = "));
   }
+
+  // Earlier entries: `order` is emptied first, `gains` keeps them.
+  {
+    const CardinalitySetConstraint four(n, 4);
+    const GreedyRun fresh = RunAndCheck<T>(*f, four, 4, all, empty, empty, kNeverStopOnGain);
+    std::vector<int> order{7, 7};
+    std::vector<float> gains{-3.0f, -4.0f};
+    GreedyConstrainedMaximization(*f, four, 4, all, empty, empty, kNeverStopOnGain, nullptr, &order,
+                                  &gains, nullptr, nullptr);
+    EXPECT_EQ(order, fresh.order);
+    std::vector<float> expected{-3.0f, -4.0f};
+    expected.insert(expected.end(), fresh.gains.begin(), fresh.gains.end());
+    EXPECT_EQ(gains, expected);
+  }
+}
+
+TYPED_TEST(GreedyMaxTest, LazyAndThreadedScansChooseAsThePlainScan) {
+  using T = TypeParam;
+  using Matrix = Eigen::Matrix<T, Eigen::Dynamic, Eigen::Dynamic>;
+  std::mt19937 engine(404);
+  std::uniform_real_distribution<double> uniform(0.0, 1.0);
+  const auto random_matrix = [&](int rows, int columns, int levels) {
+    // levels > 0: values k / levels only, so that many gains tie exactly.
+    Matrix m(rows, columns);
+    for (int i = 0; i < rows; ++i) {
+      for (int j = 0; j < columns; ++j) {
+        const double u = uniform(engine);
+        m(i, j) = static_cast<T>(levels > 0 ? std::floor(u * (levels + 1)) / levels : u);
+      }
+    }
+    return m;
+  };
+
+  for (int trial = 0; trial < 10; ++trial) {
+    const int n = 20 + static_cast<int>(engine() % 50);
+    const int landmarks = 2 + static_cast<int>(engine() % 25);
+    // Functions whose computed gains never rise, and mixtures with dispersion
+    // (gains that rise: the full scan at every step).
+    std::vector<std::unique_ptr<SubmodularFunction>> functions;
+    auto fl = std::make_unique<FacilityLocationFunction<T>>(random_matrix(n, landmarks, 0));
+    fl->ComputeNormalizationConstant(false);
+    functions.push_back(std::make_unique<FacilityLocationFunction<T>>(
+        random_matrix(n, 1 + landmarks % 4, 1 + trial % 3)));
+    typename SparseFacilityLocationFunction<T>::SparseMatrix sparse =
+        random_matrix(n, landmarks, 0).sparseView(1.0, 0.6);
+    functions.push_back(
+        std::make_unique<SparseFacilityLocationFunction<T>>(std::move(sparse), false));
+    functions.push_back(testing_util::RandomMixture<T>(n, engine));
+    UnorderedHashSet contraction(n);
+    for (int e = 0; e < n; e += 7) contraction.insert(e);
+    functions.push_back(
+        std::make_unique<ContractionWrapperSetFunction<SubmodularFunction>>(*fl, contraction));
+    const SumSumDispersionFunction<T> dispersion(random_matrix(n, n, 0));
+    functions.push_back(std::make_unique<MixtureSetFunction>(fl.get(), &dispersion, 1.0, 0.01));
+
+    std::vector<int> blocks_a(static_cast<std::size_t>(n)), blocks_b(static_cast<std::size_t>(n));
+    for (int& b : blocks_a) b = static_cast<int>(engine() % 3);
+    for (int& b : blocks_b) b = static_cast<int>(engine() % 2);
+    const CardinalitySetConstraint cardinality(n, 1 + static_cast<int>(engine() % 12));
+    const PartitionMatroidSetConstraint<std::vector<int>> partition(blocks_a,
+                                                                    std::vector<int>{3, 1, 4});
+    std::vector<std::unique_ptr<MatroidSetConstraint>> members;
+    members.push_back(std::make_unique<PartitionMatroidSetConstraint<std::vector<int>>>(
+        blocks_a, std::vector<int>{2, 5, 3}));
+    members.push_back(std::make_unique<PartitionMatroidSetConstraint<std::vector<int>>>(
+        blocks_b, std::vector<int>{4, 2}));
+    const IntersectionOfMatroidsSetConstraint intersection(std::move(members));
+
+    // A restriction of the candidates, a warm start (block 0 of both
+    // partitions) and conditioning.
+    UnorderedHashSet candidates(n), inclusion(n), conditioning(n);
+    for (int e = 0; e < n; ++e) {
+      const unsigned r = engine() % 10;
+      if (r == 0) conditioning.insert(e);
+      if (r > 1) candidates.insert(e);
+      if (r == 2 && inclusion.empty() && blocks_a[static_cast<std::size_t>(e)] == 0 &&
+          blocks_b[static_cast<std::size_t>(e)] == 0) {
+        inclusion.insert(e);
+      }
+    }
+    for (const auto& f : functions) {
+      for (const DownClosedSetConstraint* constraint :
+           std::initializer_list<const DownClosedSetConstraint*>{&cardinality, &partition,
+                                                                 &intersection}) {
+        const int limit = trial % 2 == 0 ? 2147483647 : 6;
+        testing_util::ExpectSameAsPlainScan(*f, *constraint, limit, candidates, inclusion,
+                                            conditioning);
+        testing_util::ExpectSameAsPlainScan(*f, *constraint, limit, FullSet(n), UnorderedHashSet(n),
+                                            UnorderedHashSet(n), kStopAtNegativeGain);
+      }
+    }
+
+    // Completions of partial enumeration from every starting pair.
+    const auto completion = [](bool lazy) -> GreedyAlgorithm {
+      return [lazy](const SubmodularFunction& g, const DownClosedSetConstraint& constraint,
+                    int limit, const Set& c, const Set& in, const Set& cond, double,
+                    GainPermit permit, UnorderedHashSet* solution, std::vector<int>* order,
+                    std::vector<float>* gains, double* value,
+                    greedy_max::GreedyAncillaryResults* ancillary) {
+        return GreedyConstrainedMaximization(g, constraint, limit, c, in, cond, permit, solution,
+                                             order, gains, value, ancillary, {lazy, 1});
+      };
+    };
+    std::vector<int> orders[2];
+    double values[2];
+    for (const bool lazy : {false, true}) {
+      PartialEnumerationMaximization(*functions[0], cardinality, FullSet(n), UnorderedHashSet(n), 2,
+                                     completion(lazy), *logging::GetLogger("optm"), 0, nullptr,
+                                     &orders[lazy], nullptr, &values[lazy]);
+    }
+    EXPECT_EQ(orders[0], orders[1]);
+    EXPECT_EQ(values[0], values[1]);
+
+    // Which functions may be evaluated lazily, and that their gains indeed
+    // never rose while dispersion's did.
+    for (std::size_t i = 0; i + 1 < functions.size(); ++i) {
+      EXPECT_TRUE(functions[i]->ComputedGainsNeverRise()) << functions[i]->Description();
+      EXPECT_TRUE(testing_util::ComputedGainsNeverRose(*functions[i], n / 2, engine))
+          << functions[i]->Description();
+    }
+    EXPECT_FALSE(functions.back()->ComputedGainsNeverRise());
+    EXPECT_FALSE(dispersion.ComputedGainsNeverRise());
+    EXPECT_FALSE(testing_util::ComputedGainsNeverRose(dispersion, 3, engine));
+  }
+
+  // Enough candidates for the threads to split them; lazy evaluation needs a
+  // small part of the plain scan's evaluations.
+  {
+    const int n = 1500;
+    auto f = testing_util::RandomFacilityLocation<T>(n, 40, engine);
+    const CardinalitySetConstraint forty(n, 40);
+    const UnorderedHashSet all = FullSet(n), empty(n);
+    const testing_util::EvaluationCounts counts =
+        testing_util::ExpectSameAsPlainScan(*f, forty, 2147483647, all, empty, empty);
+    EXPECT_EQ(counts.plain, 40 * n - 40 * 39 / 2);
+    EXPECT_LT(counts.lazy * 4, counts.plain);
+  }
 }
 
 TYPED_TEST(GreedyMaxTest, AncillaryResultsAreReused) {
@@ -328,8 +472,10 @@ TYPED_TEST(GreedyMaxTest, AncillaryResultsAreReused) {
   const UnorderedHashSet conditioning = MakeSet(n, {9, 10});
 
   greedy_max::GreedyAncillaryResults ancillary;
+  // The plain scan: every evaluation it saves is one the array saves.
+  const greedy_max::StandardGreedyOptions plain{false, 1};
   const GreedyRun first = RunAndCheck<T>(*f, constraint, 2147483647, all, inclusion, conditioning,
-                                         kNeverStopOnGain, &ancillary);
+                                         kNeverStopOnGain, &ancillary, plain);
   ASSERT_TRUE(ancillary.singleton_gains_precomputed);
   ASSERT_EQ(ancillary.singleton_gains.size(), static_cast<std::size_t>(n));
   const std::int64_t first_evaluations = ancillary.number_of_gain_evaluations;
@@ -357,7 +503,7 @@ TYPED_TEST(GreedyMaxTest, AncillaryResultsAreReused) {
   EXPECT_EQ(ancillary.singleton_gains[static_cast<std::size_t>(first.order[0])], first.gains[0]);
 
   const GreedyRun second = RunAndCheck<T>(*f, constraint, 2147483647, all, inclusion, conditioning,
-                                          kNeverStopOnGain, &ancillary);
+                                          kNeverStopOnGain, &ancillary, plain);
   EXPECT_EQ(second.order, first.order);
   EXPECT_EQ(second.gains, first.gains);
   EXPECT_EQ(second.value, first.value);

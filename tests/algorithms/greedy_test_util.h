@@ -11,11 +11,14 @@
 
 #include <algorithm>
 #include <cfloat>
+#include <cmath>
+#include <cstdint>
 #include <memory>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "algorithms/greedy_max.h"
 #include "constraints/DownClosedSetConstraint.h"
 #include "constraints/constraint_test_util.h"
 #include "functions/FacilityLocationFunction.h"
@@ -120,6 +123,90 @@ inline NaiveGreedyResult NaiveGreedy(const SetFunction& f,
     with_conditioning.insert(best);
   }
   return result;
+}
+
+// The standard greedy's lazy evaluation, and both evaluations on 2 and 3
+// threads, against the plain scan on one thread: the same order, gains, value
+// and solution, bit for bit; so too when the first step's gains are read from
+// the plain run's ancillary array. Returns the gain evaluations of the plain
+// scan and of the lazy one.
+struct EvaluationCounts {
+  std::int64_t plain = 0;
+  std::int64_t lazy = 0;
+};
+inline EvaluationCounts ExpectSameAsPlainScan(const SubmodularFunction& f,
+                                              const DownClosedSetConstraint& constraint, int limit,
+                                              const Set& candidates, const Set& inclusion,
+                                              const Set& conditioning,
+                                              GainPermit permit = kNeverStopOnGain) {
+  struct Run {
+    UnorderedHashSet solution;
+    std::vector<int> order;
+    std::vector<float> gains;
+    double value = 0.0;
+    greedy_max::GreedyAncillaryResults ancillary;
+  };
+  const auto run = [&](bool lazy, int threads, const greedy_max::GreedyAncillaryResults* reused) {
+    Run r;
+    if (reused != nullptr) r.ancillary = *reused;
+    EXPECT_TRUE(GreedyConstrainedMaximization(f, constraint, limit, candidates, inclusion,
+                                              conditioning, permit, &r.solution, &r.order, &r.gains,
+                                              &r.value, &r.ancillary, {lazy, threads}));
+    return r;
+  };
+  const auto expect_same = [](const Run& a, const Run& b, const std::string& what) {
+    EXPECT_EQ(a.order, b.order) << what;
+    ASSERT_EQ(a.gains.size(), b.gains.size()) << what;
+    for (std::size_t i = 0; i < a.gains.size(); ++i) {
+      EXPECT_EQ(std::signbit(a.gains[i]), std::signbit(b.gains[i])) << what << " " << i;
+      EXPECT_EQ(a.gains[i], b.gains[i]) << what << " " << i;
+    }
+    EXPECT_EQ(a.value, b.value) << what;
+    EXPECT_EQ(a.solution.size(), b.solution.size()) << what;
+    for (int v : a.solution) EXPECT_TRUE(b.solution.contains(v)) << what << " " << v;
+  };
+  const Run plain = run(false, 1, nullptr);
+  EvaluationCounts counts{plain.ancillary.number_of_gain_evaluations, 0};
+  for (const int threads : {1, 2, 3}) {
+    for (const bool lazy : {false, true}) {
+      if (!lazy && threads == 1) continue;
+      const Run other = run(lazy, threads, nullptr);
+      expect_same(plain, other,
+                  std::string(lazy ? "lazy" : "plain") + " on " + std::to_string(threads));
+      if (lazy && threads == 1) counts.lazy = other.ancillary.number_of_gain_evaluations;
+    }
+  }
+  if (plain.ancillary.singleton_gains_precomputed) {
+    expect_same(run(false, 1, &plain.ancillary), run(true, 1, &plain.ancillary),
+                "first gains read from the array");
+  }
+  return counts;
+}
+
+// Whether the gains of f's growing context never rise as its set grows, bit
+// for bit, over `steps` random additions (the batched gains included).
+inline bool ComputedGainsNeverRose(const SetFunction& f, int steps, std::mt19937& engine) {
+  const int n = f.GroundSetSize();
+  auto context = f.MakeGrowingContext(UnorderedHashSet(n));
+  std::vector<int> outside(static_cast<std::size_t>(n));
+  for (int e = 0; e < n; ++e) outside[static_cast<std::size_t>(e)] = e;
+  std::vector<double> before(outside.size()), after(outside.size()), batched(outside.size());
+  for (int e = 0; e < n; ++e) before[static_cast<std::size_t>(e)] = context->DisjointGain(e);
+  bool never_rose = true;
+  for (int step = 0; step < steps && !outside.empty(); ++step) {
+    const std::size_t pick = engine() % outside.size();
+    context->AddNewElementToContext(outside[pick], true);
+    outside.erase(outside.begin() + static_cast<std::ptrdiff_t>(pick));
+    context->DisjointGains(outside.data(), static_cast<int>(outside.size()), batched.data());
+    for (std::size_t j = 0; j < outside.size(); ++j) {
+      const std::size_t e = static_cast<std::size_t>(outside[j]);
+      after[e] = context->DisjointGain(outside[j]);
+      EXPECT_EQ(after[e], batched[j]) << "batched gain of " << e;
+      if (after[e] > before[e]) never_rose = false;
+      before[e] = after[e];
+    }
+  }
+  return never_rose;
 }
 
 // While alive, every message of the "optm" logger (debug and up) is kept.

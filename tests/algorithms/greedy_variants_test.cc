@@ -41,6 +41,7 @@ struct Outcome {
   std::int64_t evaluations = 0;
 };
 
+// The standard greedy's plain scan: every candidate evaluated at every step.
 Outcome Standard(const SubmodularFunction& f, const DownClosedSetConstraint& constraint,
                  const Set& candidates) {
   Outcome run(f.GroundSetSize());
@@ -48,7 +49,7 @@ Outcome Standard(const SubmodularFunction& f, const DownClosedSetConstraint& con
   greedy_max::GreedyAncillaryResults ancillary;
   GreedyConstrainedMaximization(f, constraint, kNoLimit, candidates, empty, empty,
                                 kStopAtNegativeGain, &run.solution, &run.order, &run.gains,
-                                &run.value, &ancillary);
+                                &run.value, &ancillary, {false, 1});
   run.evaluations = ancillary.number_of_gain_evaluations;
   return run;
 }

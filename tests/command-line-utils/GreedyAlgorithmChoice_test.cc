@@ -29,7 +29,7 @@ TEST(GreedyAlgorithmChoice, ParsesNamesPrefixesEpsilonsAndThreads) {
         Case{"stochastic", Kind::kStochastic, 0.1, 0}, Case{"sto(0)", Kind::kStochastic, 0.0, 0},
         Case{"stochastic( 0.25 ):16", Kind::kStochastic, 0.25, 16},
         Case{"t(0.05)", Kind::kThreshold, 0.05, 0}, Case{"threshold:1", Kind::kThreshold, 0.1, 1},
-        Case{"standard:3", Kind::kStandard, 0.1, 3}}) {
+        Case{"standard:3", Kind::kStandard, 0.1, 3}, Case{"p", Kind::kPlain, 0.1, 0}}) {
     const GreedyAlgorithmChoice choice = ParseGreedyAlgorithmChoice(c.text, "greedyalgorithm");
     EXPECT_EQ(choice.kind, c.kind) << c.text;
     EXPECT_EQ(choice.epsilon, c.epsilon) << c.text;
@@ -51,10 +51,12 @@ TEST(GreedyAlgorithmChoice, ParsesNamesPrefixesEpsilonsAndThreads) {
   };
   for (const Bad& b :
        {Bad{"st", "the name is the start of more than one algorithm."},
-        Bad{"lazy", "expected standard, accelerated, stochastic or threshold."},
-        Bad{"(0.1)", "expected standard, accelerated, stochastic or threshold."},
-        Bad{"standardx", "expected standard, accelerated, stochastic or threshold."},
+        Bad{"lazy", "expected standard, accelerated, stochastic, threshold or plain."},
+        Bad{"(0.1)", "expected standard, accelerated, stochastic, threshold or plain."},
+        Bad{"standardx", "expected standard, accelerated, stochastic, threshold or plain."},
         Bad{"accelerated(0.1)", "only stochastic and threshold take an epsilon."},
+        Bad{"plain(0.1)", "only stochastic and threshold take an epsilon."},
+        Bad{"plain:2", "plain takes no thread count after ':'."},
         Bad{"threshold(0)", "the threshold greedy's epsilon must be in (0, 1)."},
         Bad{"stochastic(1)", "the stochastic greedy's epsilon must be in [0, 1)."},
         Bad{"stochastic(nan)", "the epsilon in parentheses must be a number."},

@@ -232,6 +232,13 @@ void PartitionMatroidSetConstraint<Container>::CountPerBlock(const Set& s,
 }
 
 template <class Container>
+bool PartitionMatroidSetConstraint<Container>::BlockOfHasRoom(
+    int e, const std::vector<int>& counts) const {
+  const auto b = static_cast<std::size_t>(element_to_block_mapping_[static_cast<std::size_t>(e)]);
+  return counts[b] < limits_[b];
+}
+
+template <class Container>
 bool PartitionMatroidSetConstraint<Container>::IsFeasible(const Set& s) const {
   VELMOR_CHECK_SET_GROUND_SIZE(s);
   std::vector<int> counts;
@@ -246,14 +253,10 @@ template <class Container>
 bool PartitionMatroidSetConstraint<Container>::IsUnionFeasible(int e, const Set& s) const {
   VELMOR_CHECK_SET_GROUND_SIZE(s);
   VELMOR_CHECK_ELEMENT(e, GroundSetSize());
+  if (s.contains(e)) return IsFeasible(s);
   std::vector<int> counts;
   CountPerBlock(s, counts);
-  if (!s.contains(e))
-    ++counts[static_cast<std::size_t>(element_to_block_mapping_[static_cast<std::size_t>(e)])];
-  for (std::size_t b = 0; b < counts.size(); ++b) {
-    if (counts[b] > limits_[b]) return false;
-  }
-  return true;
+  return BlockOfHasRoom(e, counts);
 }
 
 template <class Container>
@@ -266,11 +269,7 @@ bool PartitionMatroidSetConstraint<Container>::IsDisjointUnionFeasible(int e, co
   VELMOR_CHECK_ELEMENT(e, GroundSetSize());
   std::vector<int> counts;
   CountPerBlock(s, counts);
-  ++counts[static_cast<std::size_t>(element_to_block_mapping_[static_cast<std::size_t>(e)])];
-  for (std::size_t b = 0; b < counts.size(); ++b) {
-    if (counts[b] > limits_[b]) return false;
-  }
-  return true;
+  return BlockOfHasRoom(e, counts);
 }
 
 template <class Container>
@@ -373,8 +372,7 @@ bool PartitionMatroidSetConstraint<Container>::PartitionMatroidSetConstraintGrow
     IsDisjointUnionFeasible(int e, const Set&) const {
   const auto& mapping = constraint_->element_to_block_mapping_;
   VELMOR_CHECK_ELEMENT(e, static_cast<int>(mapping.size()));
-  const std::size_t b = static_cast<std::size_t>(mapping[static_cast<std::size_t>(e)]);
-  return blocks_over_limit_ == 0 && counts_[b] < constraint_->limits_[b];
+  return constraint_->BlockOfHasRoom(e, counts_);
 }
 
 template <class Container>

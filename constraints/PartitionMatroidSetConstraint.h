@@ -54,7 +54,11 @@ class PartitionMatroidSetConstraint : public MatroidSetConstraint {
   }
 
   bool IsFeasible(const Set& s) const override;
+  // For e in s: IsFeasible(s). For e not in s, as IsDisjointUnionFeasible.
   bool IsUnionFeasible(int e, const Set& s) const override;
+  // Whether block(e) holds fewer elements of s than its limit. Other blocks
+  // are not looked at: one over-full block does not stop the others from
+  // growing.
   bool IsDisjointUnionFeasible(int e, const Set& s) const override;
   // Feasible, and every block b holds min(limit_b, |block_b|) elements of s.
   bool IsMaximal(const Set& s) const override;
@@ -85,6 +89,8 @@ class PartitionMatroidSetConstraint : public MatroidSetConstraint {
   void ComputeBlockSizesAndRank();
   // Elements of s per block, into a zeroed vector of B counters.
   void CountPerBlock(const Set& s, std::vector<int>& counts) const;
+  // Whether the counter of block(e) is below that block's limit.
+  bool BlockOfHasRoom(int e, const std::vector<int>& counts) const;
 
   Container limits_;
   Container element_to_block_mapping_;
@@ -106,6 +112,7 @@ class PartitionMatroidSetConstraint<Container>::PartitionMatroidSetConstraintGro
   bool IsFeasible() const override { return blocks_over_limit_ == 0; }
   bool IsMaximal(const Set& s) const override;
   int GroundSetSize() const override { return constraint_->GroundSetSize(); }
+  // Tests the counter of block(e) only, as the constraint's own question does.
   bool IsDisjointUnionFeasible(int e, const Set& s) const override;
   bool AddNewElementToContext(int e, Set& s, bool also_insert) override;
 

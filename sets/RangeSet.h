@@ -17,6 +17,7 @@ class RangeSet : public Set {
   explicit RangeSet(int ground_set_size = 0) : Set(ground_set_size) {}
   RangeSet(const RangeSet&) = default;
   RangeSet& operator=(const RangeSet& other);
+  using Set::operator=;
 
   // Accepts a source whose elements form one contiguous run (or none); any
   // other source throws "Can not insert to this set." and changes nothing.

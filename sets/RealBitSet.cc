@@ -25,13 +25,14 @@ RealBitSet& RealBitSet::operator=(const RealBitSet& other) {
 
 std::unique_ptr<Set> RealBitSet::clone() const { return std::make_unique<RealBitSet>(*this); }
 
-// The element test compares as unsigned, so a negative element is refused with
-// the same message instead of addressing memory before the words.
+// Only v >= n is refused with the element message. A negative v is not
+// tested here: its word index lies far beyond the words, and the checked word
+// access refuses it.
 bool RealBitSet::insert(int v) {
-  if (static_cast<unsigned>(v) >= static_cast<unsigned>(n_)) {
+  if (v >= n_) {
     VELMOR_THROW(std::invalid_argument, "Element %d invalid for this set with |V|=%d.", v, n_);
   }
-  uint64_t& word = words_[Word(v)];
+  uint64_t& word = words_.at(Word(v));
   const uint64_t mask = uint64_t{1} << Bit(v);
   if ((word & mask) != 0) return false;
   word |= mask;
@@ -40,10 +41,10 @@ bool RealBitSet::insert(int v) {
 }
 
 bool RealBitSet::remove(int v) {
-  if (static_cast<unsigned>(v) >= static_cast<unsigned>(n_)) {
+  if (v >= n_) {
     VELMOR_THROW(std::invalid_argument, "Element %d invalid for this set with |V|=%d.", v, n_);
   }
-  uint64_t& word = words_[Word(v)];
+  uint64_t& word = words_.at(Word(v));
   const uint64_t mask = uint64_t{1} << Bit(v);
   if ((word & mask) == 0) return false;
   word &= ~mask;

@@ -3,8 +3,9 @@
 
 // Dense bit set over [0, n): one bit per element in 64-bit words, for large
 // sets. Iteration is ascending. insert and remove throw std::invalid_argument
-// "Element %d invalid for this set with |V|=%d." for an element beyond the
-// ground set.
+// "Element %d invalid for this set with |V|=%d." for an element v >= n; they do
+// not test v < 0 (elements are never negative), and a negative element fails
+// with std::out_of_range from the word access, leaving the set unchanged.
 
 #include <cstdint>
 #include <memory>
@@ -19,6 +20,7 @@ class RealBitSet : public Set {
   explicit RealBitSet(int ground_set_size = 0);
   RealBitSet(const RealBitSet&) = default;
   RealBitSet& operator=(const RealBitSet& other);
+  using Set::operator=;
 
   using Set::Assign;
   std::unique_ptr<Set> clone() const override;

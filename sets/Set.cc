@@ -15,7 +15,6 @@ void Set::Reset(int n, bool full) {
 void Set::Assign(const Set& other) {
   if (this == &other) return;
   MakeEmptyAndChangeGroundSetSize(other.GroundSetSize());
-  PrepareToInsertTheFollowingNumberOfItems(other.size());
   for (int v : other) insert(v);
 }
 

@@ -60,6 +60,9 @@ class Set {
   // 1. The empty set (full = false) or V (full = true) of a ground set of size n.
   virtual void Reset(int n, bool full);
   // 2-7. Replace the contents; each takes the ground-set size from its argument.
+  // From a Set: empty, then insert the source's elements one by one in its
+  // iteration order, with no reservation, so the result iterates exactly as a
+  // set grown by those inserts. The containers reserve for their size first.
   virtual void Assign(const Set& other);
   virtual void Assign(const std::vector<int>& elements, int n);
   virtual void Assign(const std::vector<bool>& bits, int n);
@@ -99,10 +102,16 @@ class Set {
   // 22. The elements in iteration order, replacing the vector's contents.
   virtual void ToVector(std::vector<int>& elements) const;
 
+  // Assignment operators: from a Set as Assign(other); from a container as
+  // Assign(container, n) with this set's own ground-set size n.
   Set& operator=(const Set& other) {
     if (this != &other) Assign(other);
     return *this;
   }
+  Set& operator=(const std::vector<int>& elements) { return AssignKeepingSize(elements); }
+  Set& operator=(const std::vector<bool>& bits) { return AssignKeepingSize(bits); }
+  Set& operator=(const std::set<int>& elements) { return AssignKeepingSize(elements); }
+  Set& operator=(const std::unordered_set<int>& elements) { return AssignKeepingSize(elements); }
 
   int size() const { return count_; }
   int GroundSetSize() const { return n_; }
@@ -113,6 +122,12 @@ class Set {
 
  protected:
   Set(const Set&) = default;
+
+  template <class Container>
+  Set& AssignKeepingSize(const Container& elements) {
+    Assign(elements, n_);
+    return *this;
+  }
 
   int n_ = 0;
   int count_ = 0;

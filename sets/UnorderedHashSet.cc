@@ -19,26 +19,8 @@ UnorderedHashSet::UnorderedHashSet(int ground_set_size) : Set(ground_set_size) {
 }
 
 UnorderedHashSet& UnorderedHashSet::operator=(const UnorderedHashSet& other) {
-  if (this == &other) return *this;
-  n_ = other.n_;
-  count_ = other.count_;
-  table_ = other.table_;
-  bits_ = other.bits_;
-  mask_ = other.mask_;
-  shift_ = other.shift_;
-  growth_load_factor_ = other.growth_load_factor_;
-  growth_threshold_ = other.growth_threshold_;
-  shrink_load_factor_ = other.shrink_load_factor_;
-  shrink_threshold_ = other.shrink_threshold_;
+  Assign(other);
   return *this;
-}
-
-void UnorderedHashSet::Assign(const Set& other) {
-  if (const auto* same = dynamic_cast<const UnorderedHashSet*>(&other)) {
-    *this = *same;
-    return;
-  }
-  Set::Assign(other);
 }
 
 std::unique_ptr<Set> UnorderedHashSet::clone() const {

@@ -25,14 +25,12 @@ class UnorderedHashSet : public Set {
  public:
   explicit UnorderedHashSet(int ground_set_size = 0);
   UnorderedHashSet(const UnorderedHashSet& other) = default;
+  // As Assign(other): the result iterates as the source's elements inserted one
+  // by one, so it may differ from the source's own slot order.
   UnorderedHashSet& operator=(const UnorderedHashSet& other);
-  UnorderedHashSet& operator=(const Set& other) {
-    Assign(other);
-    return *this;
-  }
+  using Set::operator=;
 
   using Set::Assign;
-  void Assign(const Set& other) override;
   std::unique_ptr<Set> clone() const override;
 
   // Throw std::invalid_argument "Element %d invalid for set with |V|=%d."

@@ -568,33 +568,38 @@ TEST_F(QuilloRun, OneHotExpansion) {
 }
 
 TEST_F(QuilloRun, LoadFailuresReportOneChainWhicheverPathReadsTheFile) {
-  // A C-order float32 file is mapped, a Fortran-order one read: the same
-  // broken contents give the same report, location prefixes included.
+  // C-order files are mapped, Fortran-order ones read, in single and double
+  // precision: the same broken contents give the same report, location
+  // prefixes included.
   Python(
-      "S = np.random.default_rng(4).random((6, 6)).astype(np.float32)\n"
-      "np.save('c.npy', S); np.save('f.npy', np.asfortranarray(S))\n"
-      "S[2, 3] = np.nan; np.save('nan_c.npy', S); np.save('nan_f.npy', np.asfortranarray(S))\n"
-      "for name in ('c', 'f'):\n"
-      "    data = open(name + '.npy', 'rb').read(); open('short_' + name + '.npy', "
-      "'wb').write(data[:-5])\n");
-  for (const std::string broken : {"short", "nan"}) {
-    std::string reports[2];
-    for (int i = 0; i < 2; ++i) {
-      fs::copy_file(dir_ / (broken + (i ? "_f.npy" : "_c.npy")), dir_ / "bad.npy",
-                    fs::copy_options::overwrite_existing);
-      const Outcome run = Quillo("-flfilename bad.npy -sumsize 2");
-      EXPECT_EQ(run.status, 1) << run;
-      reports[i] = run.err;
+      "for t in ('float32', 'float64'):\n"
+      "    S = np.random.default_rng(4).random((6, 6)).astype(t)\n"
+      "    np.save('c.npy', S); np.save('f.npy', np.asfortranarray(S))\n"
+      "    S[2, 3] = np.nan; np.save('nan_c' + t + '.npy', S)\n"
+      "    np.save('nan_f' + t + '.npy', np.asfortranarray(S))\n"
+      "    for name in ('c', 'f'):\n"
+      "        data = open(name + '.npy', 'rb').read()\n"
+      "        open('short_' + name + t + '.npy', 'wb').write(data[:-5])\n");
+  for (const std::string broken : {"short_", "nan_"}) {
+    for (const std::string type : {"float32", "float64"}) {
+      std::string reports[2];
+      for (int i = 0; i < 2; ++i) {
+        fs::copy_file(dir_ / (broken + (i ? "f" : "c") + type + ".npy"), dir_ / "bad.npy",
+                      fs::copy_options::overwrite_existing);
+        const Outcome run = Quillo("-flfilename bad.npy -sumsize 2");
+        EXPECT_EQ(run.status, 1) << run;
+        reports[i] = run.err;
+      }
+      EXPECT_EQ(reports[0], reports[1]) << broken << type;
+      EXPECT_NE(reports[0].find(":LoadAndTransformMatrix]] Problems loading FL matrix.\n++ [[@"
+                                "DenseMatrixIO:"),
+                std::string::npos)
+          << reports[0];
+      EXPECT_NE(reports[0].find(":LoadDenseMatrixFromFileOrRamOrMakeRandom]] Problems opening "
+                                "file 'bad.npy'.\n++++ "),
+                std::string::npos)
+          << reports[0];
     }
-    EXPECT_EQ(reports[0], reports[1]) << broken;
-    EXPECT_NE(reports[0].find(":LoadAndTransformMatrix]] Problems loading FL matrix.\n++ [[@"
-                              "DenseMatrixIO:"),
-              std::string::npos)
-        << reports[0];
-    EXPECT_NE(reports[0].find(":LoadDenseMatrixFromFileOrRamOrMakeRandom]] Problems opening file "
-                              "'bad.npy'.\n++++ "),
-              std::string::npos)
-        << reports[0];
   }
 }
 
@@ -655,6 +660,17 @@ TEST_F(QuilloRun, SeedsSizesNumbersAndCentralityOptionsAsTheOptionsSay) {
   // -rseed reaches the random evaluations; -seed makes them repeat.
   EXPECT_NE(random_line("-sumsize 5 -rseed"), random_line("-sumsize 5 -rseed"));
   EXPECT_EQ(random_line("-sumsize 5 -seed 3"), random_line("-sumsize 5 -seed 3"));
+  // ... and the random set specifications (a restriction of 8 makes the
+  // order) and the stochastic greedy's samples.
+  const auto order_of = [this](const std::string& options) {
+    const Outcome run = Quillo("-flfilename sim.npy -sumsize 10 -outfilesummary o.npy " + options);
+    EXPECT_EQ(run.status, 0) << run;
+    return Python("print(np.load('o.npy').ravel().tolist())");
+  };
+  for (const std::string draw : {"-set-restriction 'RAND(8)'", "-greedyalgorithm 'sto(0.9)'"}) {
+    EXPECT_NE(order_of(draw + " -rseed"), order_of(draw + " -rseed")) << draw;
+    EXPECT_EQ(order_of(draw + " -seed 3"), order_of(draw + " -seed 3")) << draw;
+  }
   // The size reported is the size drawn: the matroids' limit (one per block
   // of five), or all candidates when there are fewer.
   Python(

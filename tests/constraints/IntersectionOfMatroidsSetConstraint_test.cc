@@ -23,6 +23,7 @@ using Partition = PartitionMatroidSetConstraint<std::vector<int>>;
 using exception::InputDataError;
 using testing_util::CheckAgainstOracle;
 using testing_util::ExpectError;
+using testing_util::PartitionsOracle;
 
 constexpr const char* kFile = "IntersectionOfMatroidsSetConstraint";
 
@@ -91,7 +92,7 @@ TEST(IntersectionOfMatroidsSetConstraint, AgreesWithBruteForce) {
   for (int trial = 0; trial < 25; ++trial) {
     const int n = 1 + static_cast<int>(engine() % 18);
     const int number_of_members = 1 + static_cast<int>(engine() % 3);
-    std::vector<std::vector<int>> mappings, limits;
+    PartitionsOracle oracle;
     std::vector<Partition> partitions;
     for (int m = 0; m < number_of_members; ++m) {
       const int blocks = 1 + static_cast<int>(engine() % 4);
@@ -100,26 +101,14 @@ TEST(IntersectionOfMatroidsSetConstraint, AgreesWithBruteForce) {
         mapping.push_back(static_cast<int>(engine() % static_cast<unsigned>(blocks)));
       for (int b = 0; b < blocks; ++b) limit.push_back(static_cast<int>(engine() % 4));
       partitions.emplace_back(mapping, limit);
-      mappings.push_back(mapping);
-      limits.push_back(limit);
+      oracle.mappings.push_back(mapping);
+      oracle.limits.push_back(limit);
     }
     const IntersectionOfMatroidsSetConstraint constraint(Members(partitions));
-    const auto feasible = [&](const std::vector<bool>& members) {
-      for (std::size_t m = 0; m < mappings.size(); ++m) {
-        std::vector<int> counts(limits[m].size(), 0);
-        for (std::size_t e = 0; e < members.size(); ++e) {
-          if (members[e]) ++counts[static_cast<std::size_t>(mappings[m][e])];
-        }
-        for (std::size_t b = 0; b < counts.size(); ++b) {
-          if (counts[b] > limits[m][b]) return false;
-        }
-      }
-      return true;
-    };
-    CheckAgainstOracle(constraint, feasible, static_cast<unsigned>(trial), 3, true);
+    CheckAgainstOracle(constraint, oracle, static_cast<unsigned>(trial), 3, true);
     // A copy owns copies of the members and answers the same.
     const IntersectionOfMatroidsSetConstraint copy(constraint);
-    CheckAgainstOracle(copy, feasible, static_cast<unsigned>(trial) + 100, 1, false);
+    CheckAgainstOracle(copy, oracle, static_cast<unsigned>(trial) + 100, 1, false);
     int smallest = n;
     for (auto& p : partitions) smallest = std::min(smallest, p.SizeLimit());
     EXPECT_EQ(constraint.SizeLimit(), smallest);
@@ -130,16 +119,7 @@ TEST(IntersectionOfMatroidsSetConstraint, MemberWalk) {
   // One member: the intersection answers exactly as that member.
   const Partition single(std::vector<int>{0, 0, 1, 1, 1}, std::vector<int>{1, 2});
   const IntersectionOfMatroidsSetConstraint alone(Members({single}));
-  CheckAgainstOracle(
-      alone,
-      [&](const std::vector<bool>& members) {
-        UnorderedHashSet s(5);
-        for (int e = 0; e < 5; ++e) {
-          if (members[static_cast<std::size_t>(e)]) s.insert(e);
-        }
-        return single.IsFeasible(s);
-      },
-      3u, 4, true);
+  CheckAgainstOracle(alone, PartitionsOracle{{{0, 0, 1, 1, 1}}, {{1, 2}}}, 3u, 4, true);
   EXPECT_EQ(alone.Description(), "intersection of 1 matroids, |V|=5, down closed set constraint");
 
   // A member that refuses stops the walk: the second member is not asked.
@@ -181,18 +161,13 @@ TEST(IntersectionOfMatroidsSetConstraint, Grid) {
   const IntersectionOfMatroidsSetConstraint grid(rows, cols, row_limits, column_limits);
   EXPECT_EQ(grid.GroundSetSize(), 12);
   EXPECT_EQ(grid.NumberOfMatroids(), 2);
-  const auto feasible = [&](const std::vector<bool>& members) {
-    std::vector<int> per_row(rows, 0), per_column(cols, 0);
-    for (int e = 0; e < rows * cols; ++e) {
-      if (members[static_cast<std::size_t>(e)] &&
-          (++per_row[e / cols] > row_limits[e / cols] ||
-           ++per_column[e % cols] > column_limits[e % cols])) {
-        return false;
-      }
-    }
-    return true;
-  };
-  CheckAgainstOracle(grid, feasible, 8u, 6, true);
+  // As two partition matroids: cell e lies in row e / cols and column e % cols.
+  PartitionsOracle oracle{{{}, {}}, {row_limits, column_limits}};
+  for (int e = 0; e < rows * cols; ++e) {
+    oracle.mappings[0].push_back(e / cols);
+    oracle.mappings[1].push_back(e % cols);
+  }
+  CheckAgainstOracle(grid, oracle, 8u, 6, true);
 }
 
 TEST(IntersectionOfMatroidsSetConstraint, ArgumentErrors) {

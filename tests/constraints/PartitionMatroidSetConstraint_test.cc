@@ -19,23 +19,9 @@ using Partition = PartitionMatroidSetConstraint<std::vector<int>>;
 using exception::InputDataError;
 using testing_util::CheckAgainstOracle;
 using testing_util::ExpectError;
+using testing_util::PartitionsOracle;
 
 constexpr const char* kFile = "PartitionMatroidSetConstraint";
-
-// Brute-force feasibility: every block within its limit.
-testing_util::FeasibilityOracle BlockOracle(const std::vector<int>& mapping,
-                                            const std::vector<int>& limits) {
-  return [mapping, limits](const std::vector<bool>& members) {
-    std::vector<int> counts(limits.size(), 0);
-    for (std::size_t e = 0; e < members.size(); ++e) {
-      if (members[e]) ++counts[static_cast<std::size_t>(mapping[e])];
-    }
-    for (std::size_t b = 0; b < limits.size(); ++b) {
-      if (counts[b] > limits[b]) return false;
-    }
-    return true;
-  };
-}
 
 UnorderedHashSet FromMask(unsigned mask, int n) {
   UnorderedHashSet s(n);
@@ -65,8 +51,8 @@ TEST(PartitionMatroidSetConstraint, AgreesWithBruteForce) {
     const int blocks = 1 + static_cast<int>(engine() % 5);
     const RandomPartition p = MakeRandomPartition(engine, n, blocks);
     const Partition constraint(p.mapping, p.limits);
-    CheckAgainstOracle(constraint, BlockOracle(p.mapping, p.limits), static_cast<unsigned>(trial),
-                       3, true);
+    const PartitionsOracle oracle{{p.mapping}, {p.limits}};
+    CheckAgainstOracle(constraint, oracle, static_cast<unsigned>(trial), 3, true);
   }
 }
 
@@ -76,9 +62,9 @@ TEST(PartitionMatroidSetConstraint, RankAndCircuitsAgreeWithBruteForce) {
     const int n = 1 + static_cast<int>(engine() % 9);
     const RandomPartition p = MakeRandomPartition(engine, n, 1 + static_cast<int>(engine() % 3));
     const Partition constraint(p.mapping, p.limits);
-    const auto feasible = BlockOracle(p.mapping, p.limits);
+    const PartitionsOracle oracle{{p.mapping}, {p.limits}};
     const auto feasible_mask = [&](unsigned mask) {
-      return feasible(testing_util::Members(FromMask(mask, n), n));
+      return oracle.Feasible(testing_util::Members(FromMask(mask, n), n));
     };
     const unsigned subsets = 1u << n;
     for (unsigned mask = 0; mask < subsets; ++mask) {

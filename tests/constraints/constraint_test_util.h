@@ -57,6 +57,42 @@ void ExpectErrors(const std::string& file, const std::vector<ErrorCase>& cases) 
 }
 
 using FeasibilityOracle = std::function<bool(const std::vector<bool>& members)>;
+// Whether element e (not a member) may join the members; by default, whether
+// the grown set is feasible.
+using AddabilityOracle = std::function<bool(const std::vector<bool>& members, int e)>;
+
+// Brute force for an intersection of partition matroids (one member: a single
+// partition matroid). A set is feasible when every block of every member is
+// within its limit; an element may join when its own block has room in every
+// member, whatever the other blocks hold.
+struct PartitionsOracle {
+  std::vector<std::vector<int>> mappings;
+  std::vector<std::vector<int>> limits;
+
+  std::vector<int> Counts(std::size_t m, const std::vector<bool>& members) const {
+    std::vector<int> counts(limits[m].size(), 0);
+    for (std::size_t e = 0; e < members.size(); ++e) {
+      if (members[e]) ++counts[static_cast<std::size_t>(mappings[m][e])];
+    }
+    return counts;
+  }
+  bool Feasible(const std::vector<bool>& members) const {
+    for (std::size_t m = 0; m < mappings.size(); ++m) {
+      const std::vector<int> counts = Counts(m, members);
+      for (std::size_t b = 0; b < counts.size(); ++b) {
+        if (counts[b] > limits[m][b]) return false;
+      }
+    }
+    return true;
+  }
+  bool Addable(const std::vector<bool>& members, int e) const {
+    for (std::size_t m = 0; m < mappings.size(); ++m) {
+      const auto b = static_cast<std::size_t>(mappings[m][static_cast<std::size_t>(e)]);
+      if (Counts(m, members)[b] >= limits[m][b]) return false;
+    }
+    return true;
+  }
+};
 
 inline std::vector<bool> Members(const Set& s, int n) {
   std::vector<bool> members(static_cast<std::size_t>(n), false);
@@ -71,7 +107,7 @@ inline std::vector<bool> Members(const Set& s, int n) {
 // added, so that the contexts must also follow an infeasible set.
 inline void CheckAgainstOracle(const DownClosedSetConstraint& constraint,
                                const FeasibilityOracle& feasible, unsigned seed, int rounds,
-                               bool allow_infeasible_steps) {
+                               bool allow_infeasible_steps, AddabilityOracle addable_oracle = {}) {
   const int n = constraint.GroundSetSize();
   std::mt19937 engine(seed);
   for (int round = 0; round < rounds; ++round) {
@@ -95,15 +131,16 @@ inline void CheckAgainstOracle(const DownClosedSetConstraint& constraint,
           continue;
         }
         members[static_cast<std::size_t>(e)] = true;
-        const bool grown = feasible(members);
+        const bool grown_feasible = feasible(members);
         members[static_cast<std::size_t>(e)] = false;
+        const bool grown = addable_oracle ? addable_oracle(members, e) : grown_feasible;
         ASSERT_EQ(constraint.IsDisjointUnionFeasible(e, s), grown) << e;
         ASSERT_EQ(constraint.IsUnionFeasible(e, s), grown) << e;
         ASSERT_EQ(external->IsDisjointUnionFeasible(e, s), grown) << e;
         ASSERT_EQ(external->IsUnionFeasible(e, s), grown) << e;
         ASSERT_EQ(owning->IsDisjointUnionFeasible(e), grown) << e;
         ASSERT_EQ(owning->IsUnionFeasible(e), grown) << e;
-        (grown ? addable : refused).push_back(e);
+        (grown_feasible ? addable : refused).push_back(e);
       }
       const bool maximal = s_feasible && addable.empty();
       ASSERT_EQ(constraint.IsMaximal(s), maximal);
@@ -135,6 +172,16 @@ inline void CheckAgainstOracle(const DownClosedSetConstraint& constraint,
       EXPECT_EQ(external->IsDisjointUnionFeasible(e, s), constraint.IsDisjointUnionFeasible(e, s));
     }
   }
+}
+
+// The same walk for intersections of partition matroids.
+inline void CheckAgainstOracle(const DownClosedSetConstraint& constraint,
+                               const PartitionsOracle& oracle, unsigned seed, int rounds,
+                               bool allow_infeasible_steps) {
+  CheckAgainstOracle(
+      constraint, [&](const std::vector<bool>& m) { return oracle.Feasible(m); }, seed, rounds,
+      allow_infeasible_steps,
+      [&](const std::vector<bool>& m, int e) { return oracle.Addable(m, e); });
 }
 
 }  // namespace velmor::testing_util

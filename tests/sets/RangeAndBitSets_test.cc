@@ -137,6 +137,11 @@ TEST(RealBitSet, MatchesStandardSet) {
       {{[&] { bits.insert(70); }, ":insert]] Element 70 invalid for this set with |V|=70."},
        {[&] { bits.remove(71); }, ":remove]] Element 71 invalid"}});
   EXPECT_EQ(bits.size(), 1);
+  // Only v >= n is tested with that message; a negative element fails in the
+  // word access instead.
+  EXPECT_THROW(bits.insert(-1), std::out_of_range);
+  EXPECT_THROW(bits.remove(-65), std::out_of_range);
+  EXPECT_EQ(Elements(bits), std::vector<int>{69});
 
   // Element-wise set insertion and removal from another kind of set.
   RangeSet range(70);

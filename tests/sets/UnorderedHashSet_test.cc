@@ -13,6 +13,9 @@
 #include <utility>
 #include <vector>
 
+#include "sets/RangeSet.h"
+#include "sets/RealBitSet.h"
+
 namespace velmor {
 namespace {
 
@@ -246,6 +249,64 @@ TEST(UnorderedHashSet, AssignmentsIterationAndPrint) {
             "Hash table size = 16, num_elements = 4, load = 0.250000\n"
             "current growth (shrink) load factor = 0.500000 (0.125000)\n"
             "current growth (shrink) trigger threshold = 8 (2)\n");
+}
+
+TEST(UnorderedHashSet, AssignmentFromASetGrowsAsItsInsertsWould) {
+  // Sources: a hash set that grew and shrank (its table is longer than its
+  // elements need), a range of four (a reservation would take 16 slots where
+  // four inserts keep 8), and a bit set.
+  UnorderedHashSet shrunk(1000);
+  for (int v = 0; v < 200; ++v) shrunk.insert(v);
+  for (int v = 0; v < 190; ++v) shrunk.remove(v);
+  RangeSet four(100);
+  four.SetRange(10, 14);
+  RealBitSet bits(300);
+  for (int v : {5, 77, 130, 299, 64, 63}) bits.insert(v);
+  const Set* sources[] = {&shrunk, &four, &bits};
+  for (const Set* source : sources) {
+    // The oracle: an empty set grown by the source's elements in its order.
+    UnorderedHashSet grown(source->GroundSetSize());
+    TableLengthModel model;
+    for (int v : *source) {
+      model.BeforeInsertOfNew(grown.size());
+      grown.insert(v);
+    }
+    std::vector<int> expected;
+    grown.ToVector(expected);
+    UnorderedHashSet assigned(3), through_set(5), copied(1000);
+    for (int v : {0, 1, 2}) assigned.insert(v);
+    assigned.Assign(*source);
+    static_cast<Set&>(through_set) = *source;
+    std::vector<const UnorderedHashSet*> results = {&assigned, &through_set};
+    if (source == &shrunk) {
+      copied = shrunk;
+      results.push_back(&copied);
+    }
+    for (const UnorderedHashSet* result : results) {
+      std::vector<int> iterated;
+      result->ToVector(iterated);
+      EXPECT_EQ(iterated, expected);
+      EXPECT_EQ(result->TableLength(), model.length);
+      EXPECT_EQ(result->GroundSetSize(), source->GroundSetSize());
+    }
+  }
+
+  // From the containers, keeping the set's own ground-set size.
+  UnorderedHashSet target(40);
+  target = std::vector<int>{3, 39, 0};
+  EXPECT_EQ(Sorted(target), (std::vector<int>{0, 3, 39}));
+  target = std::set<int>{5};
+  EXPECT_EQ(Sorted(target), std::vector<int>{5});
+  target = std::unordered_set<int>{8, 7};
+  EXPECT_EQ(Sorted(target), (std::vector<int>{7, 8}));
+  std::vector<bool> members(40, false);
+  members[1] = members[38] = true;
+  RealBitSet dense(40);
+  for (Set* set : {static_cast<Set*>(&target), static_cast<Set*>(&dense)}) {
+    *set = members;
+    EXPECT_EQ(Sorted(*set), (std::vector<int>{1, 38}));
+    EXPECT_EQ(set->GroundSetSize(), 40);
+  }
 }
 
 }  // namespace

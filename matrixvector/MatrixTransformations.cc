@@ -149,7 +149,7 @@ void RequireSquare(const TransformableMatrix<T>& matrix, const Step& step) {
 
 // The similarity of a feature step, its arguments checked.
 template <typename T>
-FeatureSimilarity<T> MakeFeatureSimilarity(const Step& step, int threads) {
+FeatureSimilarity<T> MakeFeatureSimilarityOfKind(const Step& step, int threads) {
   using Kind = typename FeatureSimilarity<T>::Kind;
   switch (step.keyword) {
     case kRbf: {
@@ -174,10 +174,19 @@ FeatureSimilarity<T> MakeFeatureSimilarity(const Step& step, int threads) {
   }
 }
 
+// The same, telling the options' progress.
 template <typename T>
-void ApplyFeatureStep(const Step& step, TransformableMatrix<T>& matrix, int threads) {
+FeatureSimilarity<T> MakeFeatureSimilarity(const Step& step, const TransformationOptions& options) {
+  FeatureSimilarity<T> similarity = MakeFeatureSimilarityOfKind<T>(step, options.threads);
+  similarity.SetProgress(options.progress);
+  return similarity;
+}
+
+template <typename T>
+void ApplyFeatureStep(const Step& step, TransformableMatrix<T>& matrix,
+                      const TransformationOptions& options) {
   RequireDense(matrix, step);
-  const FeatureSimilarity<T> similarity = MakeFeatureSimilarity<T>(step, threads);
+  const FeatureSimilarity<T> similarity = MakeFeatureSimilarity<T>(step, options);
   matrix.dense = similarity.Dense(matrix.dense);
   matrix.symmetric = true;
 }
@@ -198,7 +207,7 @@ template <typename T>
 void ApplyNearestFeatureStep(const Step& step, const Step& knn, TransformableMatrix<T>& matrix,
                              const TransformationOptions& options) {
   RequireDense(matrix, step);
-  const FeatureSimilarity<T> similarity = MakeFeatureSimilarity<T>(step, options.threads);
+  const FeatureSimilarity<T> similarity = MakeFeatureSimilarity<T>(step, options);
   const double k_value = KnnArgument(knn);
   const int k =
       static_cast<int>(std::min<double>(k_value, std::max<Eigen::Index>(1, matrix.rows())));
@@ -359,7 +368,7 @@ void ApplyMatrixTransformation(const std::string& pipeline, TransformableMatrix<
         if (s + 1 < steps.size() && steps[s + 1].keyword == kKnn) {
           ApplyNearestFeatureStep(step, steps[++s], matrix, options);
         } else {
-          ApplyFeatureStep(step, matrix, options.threads);
+          ApplyFeatureStep(step, matrix, options);
         }
         break;
       case kKnn:

@@ -32,6 +32,8 @@
 // Errors are std::invalid_argument with a source message naming the step;
 // the matrix may have been changed by the steps before a failing one.
 
+#include <cstdint>
+#include <functional>
 #include <string>
 
 #include "io/MatrixIOCommon.h"
@@ -60,6 +62,10 @@ struct TransformationOptions {
   bool want_sparse = false;
   // Threads of the feature transformations: >= 1, or 0 for the machine's cores.
   int threads = 0;
+  // When set, told the progress of the feature transformations' passes, as
+  // FeatureSimilarity::SetProgress says (thread-safe, from the computing
+  // threads).
+  std::function<void(const char* pass, std::int64_t done, std::int64_t total)> progress;
 };
 
 // Applies `pipeline` (empty or blank: no change) in order.

@@ -68,11 +68,12 @@ void WriteAsciiResultsFile(const char* path, const std::vector<int>& order,
 // loading <group> matrix." and a bad transformation a CommandLineError
 // "Problems with matrix transformation string '...' for <group> function.",
 // each with the cause nested; codes that are not non-negative whole numbers
-// are a CommandLineError "<group> one-hot expansion needs ...".
+// are a CommandLineError "<group> one-hot expansion needs ...". Feature
+// transformations run on `threads` threads (0: the machine's cores).
 template <typename T>
 matrixio::DenseMatrix<T> LoadAndTransformMatrix(const char* group, const char* file_name, int rows,
                                                 int cols, const char* transformation,
-                                                bool one_hot_expand = false);
+                                                bool one_hot_expand = false, int threads = 0);
 
 // The dense matrix of function group `group` as a plan takes it: with
 // `may_map`, a file that MapNumpyMatrixInPlace maps (its failures included);
@@ -81,7 +82,7 @@ matrixio::DenseMatrix<T> LoadAndTransformMatrix(const char* group, const char* f
 template <typename T>
 DenseMatrixInput<T> LoadDenseGroupMatrix(const char* group, const char* file_name, int rows,
                                          int cols, const char* transformation, bool one_hot_expand,
-                                         bool may_map, spdlog::logger& ctrl);
+                                         bool may_map, spdlog::logger& ctrl, int threads = 0);
 
 // The element type the matrices of a run are held in.
 enum class Precision {
@@ -100,10 +101,10 @@ Precision ParsePrecision(const char* text, const char* option);
 // loaded by LoadAndTransformMatrix or LoadAndTransformSparseMatrix.
 SummaryPlan::DenseMatrices LoadDenseGroupMatrix(Precision precision, const char* group,
                                                 const char* file_name, int rows, int cols,
-                                                const char* transformation);
+                                                const char* transformation, int threads = 0);
 SummaryPlan::SparseMatrices LoadSparseGroupMatrix(Precision precision, const char* group,
                                                   const char* file_name, int rows, int cols,
-                                                  const char* transformation);
+                                                  const char* transformation, int threads = 0);
 
 // Whether the matrix of `file_name` is held in double precision. A file that
 // cannot be read counts as single: loading it reports the problem.
@@ -116,10 +117,12 @@ bool RunsInDouble(Precision precision, const char* file_name);
 // which converts or reports it. A file that cannot be mapped because it is
 // unreadable or broken (bad header, too few values, a refused NaN or Inf) is
 // read by LoadAndTransformMatrix here, so that its failure is reported by the
-// same functions as for any other file.
+// same functions as for any other file. The values are checked on
+// `threads` threads (0: the machine's cores).
 template <typename T>
 std::optional<matrixio::MappedNumpyMatrix<T>> MapNumpyMatrixInPlace(const char* group,
-                                                                    const char* file_name);
+                                                                    const char* file_name,
+                                                                    int threads = 0);
 
 // The same for sparse groups: a .csv or .npz file is read as a sparse matrix;
 // a dense .npy or .bin file is read dense, transformed (KNN() keeps the k
@@ -127,7 +130,7 @@ std::optional<matrixio::MappedNumpyMatrix<T>> MapNumpyMatrixInPlace(const char* 
 template <typename T>
 matrixio::SparseMatrix<T> LoadAndTransformSparseMatrix(const char* group, const char* file_name,
                                                        int rows, int cols,
-                                                       const char* transformation);
+                                                       const char* transformation, int threads = 0);
 
 }  // namespace velmor
 

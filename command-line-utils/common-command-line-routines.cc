@@ -191,17 +191,13 @@ void WriteAsciiResultsFile(const char* path, const std::vector<int>& order,
 
 namespace {
 
-// A group's transformation options: its threads, and its progress shown on
-// `progress` (a line on a terminal, nothing otherwise).
-TransformationOptions GroupTransformationOptions(const char* group, bool want_sparse, int threads,
-                                                 ProgressIndicator& progress) {
-  TransformationOptions options{.want_sparse = want_sparse, .threads = threads, .progress = {}};
-  if (progress.enabled()) {
-    options.progress = [&progress, group](const char* pass, std::int64_t done, std::int64_t total) {
-      progress.Update(fmt::format("{} matrix, {}", group, pass), done, total, "tiles");
-    };
-  }
-  return options;
+// A group's transformation progress shown on `progress` (a line on a
+// terminal, nothing otherwise).
+TransformationProgress GroupTransformationProgress(const char* group, ProgressIndicator& progress) {
+  if (!progress.enabled()) return {};
+  return [&progress, group](const char* pass, std::int64_t done, std::int64_t total) {
+    progress.Update(fmt::format("{} matrix, {}", group, pass), done, total, "tiles");
+  };
 }
 
 }  // namespace
@@ -227,7 +223,8 @@ matrixio::DenseMatrix<T> LoadAndTransformMatrix(const char* group, const char* f
   ProgressIndicator progress = ProgressIndicator::Terminal();
   try {
     ApplyMatrixTransformation(transformation != nullptr ? transformation : "", matrix,
-                              GroupTransformationOptions(group, false, threads, progress));
+                              TransformationOptions{.want_sparse = false, .threads = threads},
+                              GroupTransformationProgress(group, progress));
   } catch (...) {
     VELMOR_THROW_NESTED(exception::CommandLineError,
                         "Problems with matrix transformation string '%s' for %s function.",
@@ -341,7 +338,8 @@ matrixio::SparseMatrix<T> LoadAndTransformSparseMatrix(const char* group, const 
   ProgressIndicator progress = ProgressIndicator::Terminal();
   try {
     ApplyMatrixTransformation(transformation != nullptr ? transformation : "", matrix,
-                              GroupTransformationOptions(group, true, threads, progress));
+                              TransformationOptions{.want_sparse = true, .threads = threads},
+                              GroupTransformationProgress(group, progress));
   } catch (...) {
     VELMOR_THROW_NESTED(exception::CommandLineError,
                         "Problems with matrix transformation string '%s' for %s function.",

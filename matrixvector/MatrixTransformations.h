@@ -62,16 +62,20 @@ struct TransformationOptions {
   bool want_sparse = false;
   // Threads of the feature transformations: >= 1, or 0 for the machine's cores.
   int threads = 0;
-  // When set, told the progress of the feature transformations' passes, as
-  // FeatureSimilarity::SetProgress says (thread-safe, from the computing
-  // threads).
-  std::function<void(const char* pass, std::int64_t done, std::int64_t total)> progress;
 };
 
-// Applies `pipeline` (empty or blank: no change) in order.
+// Told the progress of the feature transformations' passes, as
+// FeatureSimilarity::SetProgress says (thread-safe: called from the
+// computing threads).
+using TransformationProgress =
+    std::function<void(const char* pass, std::int64_t done, std::int64_t total)>;
+
+// Applies `pipeline` (empty or blank: no change) in order, telling
+// `progress` (when set) how the feature transformations advance.
 template <typename T>
 void ApplyMatrixTransformation(const std::string& pipeline, TransformableMatrix<T>& matrix,
-                               const TransformationOptions& options);
+                               const TransformationOptions& options,
+                               const TransformationProgress& progress = {});
 
 // The same with the machine's cores.
 template <typename T>

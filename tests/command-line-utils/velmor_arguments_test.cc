@@ -232,7 +232,7 @@ TEST(OptionCatalogue, HelpPrintsUsageAndExits) {
                 .substr(0, column)
                 .find("[-ctrl-logbalancereport unsigned]"),
             1u);
-  EXPECT_EQ(by_name.size(), 106u);  // the rows and the argument-file switch
+  EXPECT_EQ(by_name.size(), 107u);  // the rows and the argument-file switch
   EXPECT_EQ(tail("greedyalgorithm").substr(0, 32), "Greedy algorithm: standard (the ");
 }
 

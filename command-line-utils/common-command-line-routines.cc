@@ -205,7 +205,7 @@ TransformationProgress GroupTransformationProgress(const char* group, ProgressIn
 template <typename T>
 matrixio::DenseMatrix<T> LoadAndTransformMatrix(const char* group, const char* file_name, int rows,
                                                 int cols, const char* transformation,
-                                                bool one_hot_expand, int threads) {
+                                                bool one_hot_expand, int threads, bool* symmetric) {
   TransformableMatrix<T> matrix;
   try {
     matrix.dense = matrixio::LoadDenseMatrixFromFileOrRamOrMakeRandom<T>(file_name, nullptr, false,
@@ -230,6 +230,7 @@ matrixio::DenseMatrix<T> LoadAndTransformMatrix(const char* group, const char* f
                         "Problems with matrix transformation string '%s' for %s function.",
                         transformation, group);
   }
+  if (symmetric != nullptr) *symmetric = matrix.symmetric;
   return std::move(matrix.dense);
 }
 
@@ -252,18 +253,29 @@ std::optional<matrixio::MappedNumpyMatrix<T>> MapNumpyMatrixInPlace(const char* 
 template <typename T>
 DenseMatrixInput<T> LoadDenseGroupMatrix(const char* group, const char* file_name, int rows,
                                          int cols, const char* transformation, bool one_hot_expand,
-                                         bool may_map, spdlog::logger& ctrl, int threads) {
+                                         bool may_share, spdlog::logger& ctrl, int threads) {
   DenseMatrixInput<T> input;
   std::optional<matrixio::MappedNumpyMatrix<T>> mapped;
-  if (may_map) mapped = MapNumpyMatrixInPlace<T>(group, file_name, threads);
+  const bool untransformed =
+      !one_hot_expand && (transformation == nullptr || *transformation == '\0');
+  if (may_share && untransformed) mapped = MapNumpyMatrixInPlace<T>(group, file_name, threads);
   if (mapped) {
     ctrl.debug("{} matrix file '{}' mapped into memory.", group, file_name);
     input.items = mapped->rows();
     input.values_per_item = mapped->cols();
     input.element_major = std::move(*mapped).Share();
-  } else {
-    input.rows = LoadAndTransformMatrix<T>(group, file_name, rows, cols, transformation,
-                                           one_hot_expand, threads);
+    return input;
+  }
+  bool symmetric = false;
+  input.rows = LoadAndTransformMatrix<T>(group, file_name, rows, cols, transformation,
+                                         one_hot_expand, threads, &symmetric);
+  if (may_share && symmetric) {
+    // Its column-major storage is already the element-major layout: handed
+    // on as it is, with no transposing copy.
+    auto owner = std::make_shared<matrixio::DenseMatrix<T>>(std::move(input.rows));
+    input.items = owner->cols();
+    input.values_per_item = owner->rows();
+    input.element_major = std::shared_ptr<T>(owner, owner->data());
   }
   return input;
 }
@@ -349,9 +361,11 @@ matrixio::SparseMatrix<T> LoadAndTransformSparseMatrix(const char* group, const 
 }
 
 template matrixio::DenseMatrix<float> LoadAndTransformMatrix<float>(const char*, const char*, int,
-                                                                    int, const char*, bool, int);
+                                                                    int, const char*, bool, int,
+                                                                    bool*);
 template matrixio::DenseMatrix<double> LoadAndTransformMatrix<double>(const char*, const char*, int,
-                                                                      int, const char*, bool, int);
+                                                                      int, const char*, bool, int,
+                                                                      bool*);
 template DenseMatrixInput<float> LoadDenseGroupMatrix<float>(const char*, const char*, int, int,
                                                              const char*, bool, bool,
                                                              spdlog::logger&, int);

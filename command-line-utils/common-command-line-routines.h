@@ -69,20 +69,26 @@ void WriteAsciiResultsFile(const char* path, const std::vector<int>& order,
 // "Problems with matrix transformation string '...' for <group> function.",
 // each with the cause nested; codes that are not non-negative whole numbers
 // are a CommandLineError "<group> one-hot expansion needs ...". Feature
-// transformations run on `threads` threads (0: the machine's cores).
+// transformations run on `threads` threads (0: the machine's cores). When
+// `symmetric` is given, it tells whether the result is known to be symmetric
+// bit for bit (see TransformableMatrix).
 template <typename T>
 matrixio::DenseMatrix<T> LoadAndTransformMatrix(const char* group, const char* file_name, int rows,
                                                 int cols, const char* transformation,
-                                                bool one_hot_expand = false, int threads = 0);
+                                                bool one_hot_expand = false, int threads = 0,
+                                                bool* symmetric = nullptr);
 
-// The dense matrix of function group `group` as a plan takes it: with
-// `may_map`, a file that MapNumpyMatrixInPlace maps (its failures included);
-// otherwise, or when the file cannot be used in place, the matrix that
-// LoadAndTransformMatrix loads. A mapping is logged on `ctrl` at debug level.
+// The dense matrix of function group `group` as a plan takes it. With
+// `may_share` (the caller needs no owned rows afterwards) it is element-major
+// storage where that costs no copy: an untransformed file that
+// MapNumpyMatrixInPlace maps (its failures included), or a loaded and
+// transformed matrix known to be symmetric, moved into shared storage.
+// Otherwise the rows LoadAndTransformMatrix loads. A mapping is logged on
+// `ctrl` at debug level.
 template <typename T>
 DenseMatrixInput<T> LoadDenseGroupMatrix(const char* group, const char* file_name, int rows,
                                          int cols, const char* transformation, bool one_hot_expand,
-                                         bool may_map, spdlog::logger& ctrl, int threads = 0);
+                                         bool may_share, spdlog::logger& ctrl, int threads = 0);
 
 // The element type the matrices of a run are held in.
 enum class Precision {

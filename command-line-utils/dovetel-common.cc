@@ -102,12 +102,12 @@ std::vector<double> GroupCentrality(const DenseMatrix<T>& matrix,
 template <typename T>
 void AddFacilityLocationGroupIn(const FacilityLocationGroupOptions& g, PlanBuilder& builder) {
   // An untransformed .npy file of the element type in C order is used where
-  // it lies. Saving the matrix and the centrality need the loaded matrix.
-  const bool may_map = !g.one_hot_expand && Text(g.transformation).empty() &&
-                       g.save_matrix == nullptr && !(g.centrality_responsibility > 0);
+  // it lies, a symmetric transformed matrix as it is. Saving the matrix and
+  // the centrality need the loaded rows.
+  const bool may_share = g.save_matrix == nullptr && !(g.centrality_responsibility > 0);
   DenseMatrixInput<T> input =
       LoadDenseGroupMatrix<T>(g.tag, g.file_name, g.rows, g.cols, g.transformation,
-                              g.one_hot_expand, may_map, builder.ctrl, builder.plan.threads);
+                              g.one_hot_expand, may_share, builder.ctrl, builder.plan.threads);
   if (g.save_matrix != nullptr) matrixio::WriteMatrixToFile(input.rows, g.save_matrix, false);
   std::vector<double> centrality;
   if (g.centrality_responsibility > 0) centrality = GroupCentrality(input.rows, g);

@@ -768,6 +768,18 @@ TEST_F(QuilloRun, ThreadCountChangesNoResult) {
       EXPECT_EQ(gains, first_gains) << threads << " threads";
     }
   }
+  // A symmetric transformed matrix handed on without a copy answers as the
+  // loaded rows do (saving the matrix keeps the rows).
+  std::string outputs[2];
+  for (const std::string extra : {"", " -flsavefinaltransformedmatrix saved.npy"}) {
+    const Outcome run =
+        Quillo("-flfilename features.npy -fltransformation 'COSINE() | SHIFT(1)' -sumsize 12" +
+               extra + " -outfilesummary order.npy -outfilegains gains.npy");
+    ASSERT_EQ(run.status, 0) << run;
+    outputs[extra.empty() ? 0 : 1] = ReadFile(dir_ / "order.npy") + ReadFile(dir_ / "gains.npy");
+  }
+  EXPECT_EQ(outputs[0], outputs[1]);
+
   const Outcome run = Quillo("-flfilename sim.npy -sumsize 3 -numthreads -2");
   EXPECT_EQ(run.status, 1) << run;
   EXPECT_TRUE(

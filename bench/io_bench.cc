@@ -120,8 +120,8 @@ void CSVRead(benchmark::State& state) {
 using velmor::FacilityLocationFunction;
 using velmor::matrixio::MappedNumpyMatrix;
 
-MappedNumpyMatrix<float> MapOrDie(const std::string& name) {
-  std::optional<MappedNumpyMatrix<float>> mapped = MappedNumpyMatrix<float>::Map(name);
+MappedNumpyMatrix<float> MapOrDie(const std::string& name, int threads = 1) {
+  std::optional<MappedNumpyMatrix<float>> mapped = MappedNumpyMatrix<float>::Map(name, threads);
   if (!mapped) {
     std::fprintf(stderr, "%s cannot be mapped in place\n", name.c_str());
     std::exit(1);
@@ -141,13 +141,14 @@ void NpyMapAndTouch(benchmark::State& state) {
       static_cast<int64_t>(state.iterations() * std::filesystem::file_size(kCOrder)));
 }
 
-std::unique_ptr<FacilityLocationFunction<float>> MappedFacilityLocation() {
-  MappedNumpyMatrix<float> mapped = MapOrDie(kCOrder);
+// Mapped, checked and normalized on `threads` threads.
+std::unique_ptr<FacilityLocationFunction<float>> MappedFacilityLocation(int threads) {
+  MappedNumpyMatrix<float> mapped = MapOrDie(kCOrder, threads);
   const std::ptrdiff_t n = mapped.rows();
   const std::ptrdiff_t k = mapped.cols();
   auto f = std::make_unique<FacilityLocationFunction<float>>(
       FacilityLocationFunction<float>::ElementMajor{}, std::move(mapped).Share(), n, k);
-  f->ComputeNormalizationConstant(false);
+  f->ComputeNormalizationConstant(false, threads);
   return f;
 }
 
@@ -160,7 +161,7 @@ std::unique_ptr<FacilityLocationFunction<float>> ReadFacilityLocation() {
 
 void NpyMapIntoFacilityLocation(benchmark::State& state) {
   for (auto _ : state) {
-    auto f = MappedFacilityLocation();
+    auto f = MappedFacilityLocation(static_cast<int>(state.range(0)));
     benchmark::DoNotOptimize(f->NormalizationScale());
   }
   state.SetBytesProcessed(
@@ -178,7 +179,7 @@ void NpyReadIntoFacilityLocation(benchmark::State& state) {
 
 BENCHMARK(PlainRead)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 BENCHMARK(NpyMapAndTouch)->Unit(benchmark::kMillisecond)->MinTime(2.0);
-BENCHMARK(NpyMapIntoFacilityLocation)->Unit(benchmark::kMillisecond)->MinTime(2.0);
+BENCHMARK(NpyMapIntoFacilityLocation)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 BENCHMARK(NpyReadIntoFacilityLocation)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 BENCHMARK(NpyLoadFresh)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 BENCHMARK(NpyLoadIntoExisting)->Unit(benchmark::kMillisecond)->MinTime(2.0);
@@ -230,7 +231,7 @@ int MeasureMemory() {
     benchmark::DoNotOptimize(f->NormalizationScale());
   });
   MeasureInChild("mapped into facility location", [] {
-    auto f = MappedFacilityLocation();
+    auto f = MappedFacilityLocation(1);
     benchmark::DoNotOptimize(f->NormalizationScale());
   });
   return 0;

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <Eigen/Core>
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -15,6 +16,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <type_traits>
 #include <utility>
 
@@ -25,6 +27,7 @@
 #include "io/SparseNumpyFileIOSupport.h"
 #include "matrixvector/MatrixTransformations.h"
 #include "matrixvector/OneHotExpansion.h"
+#include "utils/ProgressIndicator.h"
 #include "utils/error_messages.h"
 #include "utils/exceptions.h"
 
@@ -186,10 +189,23 @@ void WriteAsciiResultsFile(const char* path, const std::vector<int>& order,
   out << '\n';
 }
 
+namespace {
+
+// A group's transformation progress shown on `progress` (a line on a
+// terminal, nothing otherwise).
+TransformationProgress GroupTransformationProgress(const char* group, ProgressIndicator& progress) {
+  if (!progress.enabled()) return {};
+  return [&progress, group](const char* pass, std::int64_t done, std::int64_t total) {
+    progress.Update(fmt::format("{} matrix, {}", group, pass), done, total, "tiles");
+  };
+}
+
+}  // namespace
+
 template <typename T>
 matrixio::DenseMatrix<T> LoadAndTransformMatrix(const char* group, const char* file_name, int rows,
                                                 int cols, const char* transformation,
-                                                bool one_hot_expand) {
+                                                bool one_hot_expand, int threads, bool* symmetric) {
   TransformableMatrix<T> matrix;
   try {
     matrix.dense = matrixio::LoadDenseMatrixFromFileOrRamOrMakeRandom<T>(file_name, nullptr, false,
@@ -204,22 +220,28 @@ matrixio::DenseMatrix<T> LoadAndTransformMatrix(const char* group, const char* f
       throw exception::CommandLineError(std::string(group) + " " + e.what());
     }
   }
+  ProgressIndicator progress = ProgressIndicator::Terminal();
   try {
-    ApplyMatrixTransformation(transformation != nullptr ? transformation : "", matrix, false);
+    ApplyMatrixTransformation(transformation != nullptr ? transformation : "", matrix,
+                              TransformationOptions{.want_sparse = false, .threads = threads},
+                              GroupTransformationProgress(group, progress));
   } catch (...) {
     VELMOR_THROW_NESTED(exception::CommandLineError,
                         "Problems with matrix transformation string '%s' for %s function.",
                         transformation, group);
   }
+  if (symmetric != nullptr) *symmetric = matrix.symmetric;
   return std::move(matrix.dense);
 }
 
 template <typename T>
 std::optional<matrixio::MappedNumpyMatrix<T>> MapNumpyMatrixInPlace(const char* group,
-                                                                    const char* file_name) {
+                                                                    const char* file_name,
+                                                                    int threads) {
   if (file_name == nullptr || !HasExtension(file_name, ".npy", ".NPY")) return std::nullopt;
+  if (threads == 0) threads = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
   try {
-    return matrixio::MappedNumpyMatrix<T>::Map(file_name);
+    return matrixio::MappedNumpyMatrix<T>::Map(file_name, threads);
   } catch (...) {
     // The file is read the ordinary way instead, which reports the failure
     // with the same chain as any other file.
@@ -231,18 +253,29 @@ std::optional<matrixio::MappedNumpyMatrix<T>> MapNumpyMatrixInPlace(const char* 
 template <typename T>
 DenseMatrixInput<T> LoadDenseGroupMatrix(const char* group, const char* file_name, int rows,
                                          int cols, const char* transformation, bool one_hot_expand,
-                                         bool may_map, spdlog::logger& ctrl) {
+                                         bool may_share, spdlog::logger& ctrl, int threads) {
   DenseMatrixInput<T> input;
   std::optional<matrixio::MappedNumpyMatrix<T>> mapped;
-  if (may_map) mapped = MapNumpyMatrixInPlace<T>(group, file_name);
+  const bool untransformed =
+      !one_hot_expand && (transformation == nullptr || *transformation == '\0');
+  if (may_share && untransformed) mapped = MapNumpyMatrixInPlace<T>(group, file_name, threads);
   if (mapped) {
     ctrl.debug("{} matrix file '{}' mapped into memory.", group, file_name);
     input.items = mapped->rows();
     input.values_per_item = mapped->cols();
     input.element_major = std::move(*mapped).Share();
-  } else {
-    input.rows =
-        LoadAndTransformMatrix<T>(group, file_name, rows, cols, transformation, one_hot_expand);
+    return input;
+  }
+  bool symmetric = false;
+  input.rows = LoadAndTransformMatrix<T>(group, file_name, rows, cols, transformation,
+                                         one_hot_expand, threads, &symmetric);
+  if (may_share && symmetric) {
+    // Its column-major storage is already the element-major layout: handed
+    // on as it is, with no transposing copy.
+    auto owner = std::make_shared<matrixio::DenseMatrix<T>>(std::move(input.rows));
+    input.items = owner->cols();
+    input.values_per_item = owner->rows();
+    input.element_major = std::shared_ptr<T>(owner, owner->data());
   }
   return input;
 }
@@ -286,10 +319,11 @@ bool RunsInDouble(Precision precision, const char* file_name) {
 
 SummaryPlan::DenseMatrices LoadDenseGroupMatrix(Precision precision, const char* group,
                                                 const char* file_name, int rows, int cols,
-                                                const char* transformation) {
+                                                const char* transformation, int threads) {
   auto load = [&](auto input) -> SummaryPlan::DenseMatrices {
     using T = typename decltype(input.rows)::Scalar;
-    input.rows = LoadAndTransformMatrix<T>(group, file_name, rows, cols, transformation);
+    input.rows =
+        LoadAndTransformMatrix<T>(group, file_name, rows, cols, transformation, false, threads);
     return input;
   };
   if (RunsInDouble(precision, file_name)) return load(DenseMatrixInput<double>());
@@ -299,7 +333,7 @@ SummaryPlan::DenseMatrices LoadDenseGroupMatrix(Precision precision, const char*
 template <typename T>
 matrixio::SparseMatrix<T> LoadAndTransformSparseMatrix(const char* group, const char* file_name,
                                                        int rows, int cols,
-                                                       const char* transformation) {
+                                                       const char* transformation, int threads) {
   TransformableMatrix<T> matrix;
   try {
     if (file_name != nullptr &&
@@ -313,8 +347,11 @@ matrixio::SparseMatrix<T> LoadAndTransformSparseMatrix(const char* group, const 
   } catch (...) {
     VELMOR_THROW_NESTED(std::invalid_argument, "Problems loading %s matrix.", group);
   }
+  ProgressIndicator progress = ProgressIndicator::Terminal();
   try {
-    ApplyMatrixTransformation(transformation != nullptr ? transformation : "", matrix, true);
+    ApplyMatrixTransformation(transformation != nullptr ? transformation : "", matrix,
+                              TransformationOptions{.want_sparse = true, .threads = threads},
+                              GroupTransformationProgress(group, progress));
   } catch (...) {
     VELMOR_THROW_NESTED(exception::CommandLineError,
                         "Problems with matrix transformation string '%s' for %s function.",
@@ -324,32 +361,37 @@ matrixio::SparseMatrix<T> LoadAndTransformSparseMatrix(const char* group, const 
 }
 
 template matrixio::DenseMatrix<float> LoadAndTransformMatrix<float>(const char*, const char*, int,
-                                                                    int, const char*, bool);
+                                                                    int, const char*, bool, int,
+                                                                    bool*);
 template matrixio::DenseMatrix<double> LoadAndTransformMatrix<double>(const char*, const char*, int,
-                                                                      int, const char*, bool);
+                                                                      int, const char*, bool, int,
+                                                                      bool*);
 template DenseMatrixInput<float> LoadDenseGroupMatrix<float>(const char*, const char*, int, int,
                                                              const char*, bool, bool,
-                                                             spdlog::logger&);
+                                                             spdlog::logger&, int);
 template DenseMatrixInput<double> LoadDenseGroupMatrix<double>(const char*, const char*, int, int,
                                                                const char*, bool, bool,
-                                                               spdlog::logger&);
-template std::optional<matrixio::MappedNumpyMatrix<float>> MapNumpyMatrixInPlace<float>(
-    const char*, const char*);
+                                                               spdlog::logger&, int);
+template std::optional<matrixio::MappedNumpyMatrix<float>> MapNumpyMatrixInPlace<float>(const char*,
+                                                                                        const char*,
+                                                                                        int);
 template std::optional<matrixio::MappedNumpyMatrix<double>> MapNumpyMatrixInPlace<double>(
-    const char*, const char*);
+    const char*, const char*, int);
 SummaryPlan::SparseMatrices LoadSparseGroupMatrix(Precision precision, const char* group,
                                                   const char* file_name, int rows, int cols,
-                                                  const char* transformation) {
+                                                  const char* transformation, int threads) {
   if (RunsInDouble(precision, file_name)) {
-    return LoadAndTransformSparseMatrix<double>(group, file_name, rows, cols, transformation);
+    return LoadAndTransformSparseMatrix<double>(group, file_name, rows, cols, transformation,
+                                                threads);
   }
-  return LoadAndTransformSparseMatrix<float>(group, file_name, rows, cols, transformation);
+  return LoadAndTransformSparseMatrix<float>(group, file_name, rows, cols, transformation, threads);
 }
 
 template matrixio::SparseMatrix<float> LoadAndTransformSparseMatrix<float>(const char*, const char*,
-                                                                           int, int, const char*);
+                                                                           int, int, const char*,
+                                                                           int);
 template matrixio::SparseMatrix<double> LoadAndTransformSparseMatrix<double>(const char*,
                                                                              const char*, int, int,
-                                                                             const char*);
+                                                                             const char*, int);
 
 }  // namespace velmor

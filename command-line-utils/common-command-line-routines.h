@@ -68,20 +68,27 @@ void WriteAsciiResultsFile(const char* path, const std::vector<int>& order,
 // loading <group> matrix." and a bad transformation a CommandLineError
 // "Problems with matrix transformation string '...' for <group> function.",
 // each with the cause nested; codes that are not non-negative whole numbers
-// are a CommandLineError "<group> one-hot expansion needs ...".
+// are a CommandLineError "<group> one-hot expansion needs ...". Feature
+// transformations run on `threads` threads (0: the machine's cores). When
+// `symmetric` is given, it tells whether the result is known to be symmetric
+// bit for bit (see TransformableMatrix).
 template <typename T>
 matrixio::DenseMatrix<T> LoadAndTransformMatrix(const char* group, const char* file_name, int rows,
                                                 int cols, const char* transformation,
-                                                bool one_hot_expand = false);
+                                                bool one_hot_expand = false, int threads = 0,
+                                                bool* symmetric = nullptr);
 
-// The dense matrix of function group `group` as a plan takes it: with
-// `may_map`, a file that MapNumpyMatrixInPlace maps (its failures included);
-// otherwise, or when the file cannot be used in place, the matrix that
-// LoadAndTransformMatrix loads. A mapping is logged on `ctrl` at debug level.
+// The dense matrix of function group `group` as a plan takes it. With
+// `may_share` (the caller needs no owned rows afterwards) it is element-major
+// storage where that costs no copy: an untransformed file that
+// MapNumpyMatrixInPlace maps (its failures included), or a loaded and
+// transformed matrix known to be symmetric, moved into shared storage.
+// Otherwise the rows LoadAndTransformMatrix loads. A mapping is logged on
+// `ctrl` at debug level.
 template <typename T>
 DenseMatrixInput<T> LoadDenseGroupMatrix(const char* group, const char* file_name, int rows,
                                          int cols, const char* transformation, bool one_hot_expand,
-                                         bool may_map, spdlog::logger& ctrl);
+                                         bool may_share, spdlog::logger& ctrl, int threads = 0);
 
 // The element type the matrices of a run are held in.
 enum class Precision {
@@ -100,10 +107,10 @@ Precision ParsePrecision(const char* text, const char* option);
 // loaded by LoadAndTransformMatrix or LoadAndTransformSparseMatrix.
 SummaryPlan::DenseMatrices LoadDenseGroupMatrix(Precision precision, const char* group,
                                                 const char* file_name, int rows, int cols,
-                                                const char* transformation);
+                                                const char* transformation, int threads = 0);
 SummaryPlan::SparseMatrices LoadSparseGroupMatrix(Precision precision, const char* group,
                                                   const char* file_name, int rows, int cols,
-                                                  const char* transformation);
+                                                  const char* transformation, int threads = 0);
 
 // Whether the matrix of `file_name` is held in double precision. A file that
 // cannot be read counts as single: loading it reports the problem.
@@ -116,10 +123,12 @@ bool RunsInDouble(Precision precision, const char* file_name);
 // which converts or reports it. A file that cannot be mapped because it is
 // unreadable or broken (bad header, too few values, a refused NaN or Inf) is
 // read by LoadAndTransformMatrix here, so that its failure is reported by the
-// same functions as for any other file.
+// same functions as for any other file. The values are checked on
+// `threads` threads (0: the machine's cores).
 template <typename T>
 std::optional<matrixio::MappedNumpyMatrix<T>> MapNumpyMatrixInPlace(const char* group,
-                                                                    const char* file_name);
+                                                                    const char* file_name,
+                                                                    int threads = 0);
 
 // The same for sparse groups: a .csv or .npz file is read as a sparse matrix;
 // a dense .npy or .bin file is read dense, transformed (KNN() keeps the k
@@ -127,7 +136,7 @@ std::optional<matrixio::MappedNumpyMatrix<T>> MapNumpyMatrixInPlace(const char* 
 template <typename T>
 matrixio::SparseMatrix<T> LoadAndTransformSparseMatrix(const char* group, const char* file_name,
                                                        int rows, int cols,
-                                                       const char* transformation);
+                                                       const char* transformation, int threads = 0);
 
 }  // namespace velmor
 

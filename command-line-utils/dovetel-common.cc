@@ -102,12 +102,12 @@ std::vector<double> GroupCentrality(const DenseMatrix<T>& matrix,
 template <typename T>
 void AddFacilityLocationGroupIn(const FacilityLocationGroupOptions& g, PlanBuilder& builder) {
   // An untransformed .npy file of the element type in C order is used where
-  // it lies. Saving the matrix and the centrality need the loaded matrix.
-  const bool may_map = !g.one_hot_expand && Text(g.transformation).empty() &&
-                       g.save_matrix == nullptr && !(g.centrality_responsibility > 0);
+  // it lies, a symmetric transformed matrix as it is. Saving the matrix and
+  // the centrality need the loaded rows.
+  const bool may_share = g.save_matrix == nullptr && !(g.centrality_responsibility > 0);
   DenseMatrixInput<T> input =
       LoadDenseGroupMatrix<T>(g.tag, g.file_name, g.rows, g.cols, g.transformation,
-                              g.one_hot_expand, may_map, builder.ctrl);
+                              g.one_hot_expand, may_share, builder.ctrl, builder.plan.threads);
   if (g.save_matrix != nullptr) matrixio::WriteMatrixToFile(input.rows, g.save_matrix, false);
   std::vector<double> centrality;
   if (g.centrality_responsibility > 0) centrality = GroupCentrality(input.rows, g);
@@ -144,7 +144,7 @@ void AddSparseFacilityLocationGroup(PlanBuilder& builder) {
   Group group(SummaryPlan::Kind::kSparseFacilityLocation, "SPFL", spflresponsibility,
               !spflnonormalize, spflsoftness);
   group.sparse = LoadSparseGroupMatrix(builder.precision, "SPFL", spflfilename, spflrows, spflcols,
-                                       spfltransformation);
+                                       spfltransformation, builder.plan.threads);
   builder.AddGroup(std::move(group), spfl_set_contraction, spfl_set_attraction, spfl_set_neglect,
                    "spfl");
 }
@@ -161,11 +161,11 @@ void AddDispersionGroup(const char* tag, const char* file_name, int rows, int co
   Group group(sparse ? SummaryPlan::Kind::kSparseDispersion : SummaryPlan::Kind::kDispersion, tag,
               responsibility, !no_normalize);
   if (sparse) {
-    group.sparse =
-        LoadSparseGroupMatrix(builder.precision, tag, file_name, rows, cols, transformation);
+    group.sparse = LoadSparseGroupMatrix(builder.precision, tag, file_name, rows, cols,
+                                         transformation, builder.plan.threads);
   } else {
-    group.dense =
-        LoadDenseGroupMatrix(builder.precision, tag, file_name, rows, cols, transformation);
+    group.dense = LoadDenseGroupMatrix(builder.precision, tag, file_name, rows, cols,
+                                       transformation, builder.plan.threads);
   }
   builder.plan.groups.push_back(std::move(group));
 }
@@ -339,6 +339,12 @@ int RunSummarization() {
       .plan = {}, .engine = {}, .ctrl = ctrl, .precision = ParsePrecision(precision, "precision")};
   CheckOutputFiles(ctrl);
   SetLibraryThreads(numlibthreads, ctrl);
+  if (numthreads < 0) {
+    throw CommandLineError(exception::MakeCommandMessage(
+        "Invalid thread count %d for option -numthreads: use 0 (the machine's cores) or more.",
+        numthreads));
+  }
+  builder.plan.threads = numthreads;
   if (rseed) {
     builder.engine.seed(std::random_device("default")());
   } else {

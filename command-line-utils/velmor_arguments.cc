@@ -131,6 +131,7 @@ int32_t sumsize = 2147483647;
 
 // ---- other optimization/misc. options.
 int32_t numlibthreads = -1;
+int32_t numthreads = 0;
 int32_t partialenumeration = 0;
 int32_t ctrl_logpartialenumperiod = 100;
 
@@ -396,6 +397,10 @@ ArgumentRecord program_table[] = {
     ArgumentRecord::Heading("  ---- other optimization/misc. options."),
     ArgumentRecord("numlibthreads", ArgumentRecord::kOptional, &options::numlibthreads,
                    "Number of threads to use in numerical library. Set to 0 to query default."),
+    ArgumentRecord("numthreads", ArgumentRecord::kOptional, &options::numthreads,
+                   "Number of threads for the work split between threads: building matrices "
+                   "from features, checking and normalizing them (0, the default, uses all of the "
+                   "machine's cores)."),
     ArgumentRecord("partialenumeration", ArgumentRecord::kOptional, &options::partialenumeration,
                    "Set size for partial enumeration."),
     ArgumentRecord("ctrl-logpartialenumperiod", ArgumentRecord::kOptional,

@@ -151,6 +151,7 @@ extern int32_t sumsize;
 
 // ---- other optimization/misc. options.
 extern int32_t numlibthreads;
+extern int32_t numthreads;
 extern int32_t partialenumeration;
 extern int32_t ctrl_logpartialenumperiod;
 

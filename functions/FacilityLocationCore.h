@@ -22,11 +22,13 @@
 //     shrinking context's likewise after a removal.
 
 #include <algorithm>
+#include <string>
 #include <vector>
 
 #include "functions/MatrixBasedSetFunction.h"
 #include "functions/SetFunctionSkeleton.h"
 #include "sets/Set.h"
+#include "utils/ParallelParts.h"
 
 namespace velmor {
 
@@ -89,6 +91,71 @@ class FacilityLocationCore : public MatrixBasedSetFunction<F, Rows, Kind> {
     });
     return sum;
   }
+  // Normalize's check and scale from one pass over the rows, split into
+  // `threads` contiguous ranges of elements scanned at once. Each range stops
+  // at its first element holding a non-finite value (when checks are on) and
+  // otherwise raises its own maxima; the first failing element overall is
+  // checked again to throw Normalize's error, and the ranges' maxima are
+  // merged by the same comparison (a maximum does not depend on the order)
+  // and summed as RawValueOf sums them. Scale and errors are therefore
+  // Normalize's, bit for bit, for every thread count.
+  void NormalizeInOnePass(bool skip, const internal::MessageSite& site, const char* noun,
+                          const char* non_positive, int threads) {
+    const bool check = MatrixValueChecksEnabled();
+    const int n = this->rows_.Elements();
+    const int parts = std::clamp(threads, 1, std::max(1, n));
+    std::vector<std::vector<T>> maxima(
+        static_cast<std::size_t>(parts),
+        std::vector<T>(static_cast<std::size_t>(skip ? 0 : this->rows_.Landmarks()), T(0)));
+    std::vector<int> first_failing(static_cast<std::size_t>(parts), n);
+    const auto scan = [&](int part) {
+      std::vector<T>& part_maxima = maxima[static_cast<std::size_t>(part)];
+      const auto begin = static_cast<int>(PartBegin(n, parts, part));
+      const auto end = static_cast<int>(PartBegin(n, parts, part + 1));
+      for (int v = begin; v < end; ++v) {
+        if (check && !AllFinite(v)) {
+          first_failing[static_cast<std::size_t>(part)] = v;
+          return;
+        }
+        if (!skip) RaiseMaxima(v, part_maxima.data());
+      }
+    };
+    if (check || !skip) RunInParts(parts, scan);
+    if (check) {
+      const int failing = *std::min_element(first_failing.begin(), first_failing.end());
+      if (failing < n) {
+        try {
+          this->CheckEntries(failing, failing + 1);
+        } catch (...) {
+          internal::ThrowInvalidArgumentNested(site, std::string("Invalid ") + noun + " matrix.");
+        }
+      }
+    }
+    if (skip) {
+      this->scale_ = 1.0;
+      return;
+    }
+    T* merged = maxima[0].data();
+    for (int part = 1; part < parts; ++part) {
+      const T* other = maxima[static_cast<std::size_t>(part)].data();
+      for (int i = 0; i < this->rows_.Landmarks(); ++i) {
+        merged[i] = other[i] > merged[i] ? other[i] : merged[i];
+      }
+    }
+    const double ground_set_value = RawValueOf(maxima[0]);
+    if (!(ground_set_value > 0))
+      internal::ThrowInvalidArgument(site, non_positive, ground_set_value);
+    this->scale_ = 1.0 / ground_set_value;
+  }
+
+  // Whether element v's entries are all finite (x - x is 0 exactly for
+  // finite x, NaN otherwise).
+  bool AllFinite(int v) const {
+    bool finite = true;
+    this->rows_.ForEachEntry(v, [&finite](int, T x) { finite &= (x - x == T(0)); });
+    return finite;
+  }
+
   // Strict top-two update of a landmark's largest (m) and second largest (s).
   static void TopTwo(T x, T& m, T& s) {
     if (x > m) {

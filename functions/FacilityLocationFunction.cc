@@ -1,6 +1,8 @@
 #include "functions/FacilityLocationFunction.h"
 
+#include <algorithm>
 #include <cstring>
+#include <thread>
 #include <utility>
 
 #include "utils/error_messages.h"
@@ -124,8 +126,19 @@ FacilityLocationFunction<T>::FacilityLocationFunction(ElementMajor,
 
 template <typename T>
 void FacilityLocationFunction<T>::ComputeNormalizationConstant(bool skip) {
-  this->Normalize(skip, VELMOR_SITE(FacilityLocationFunction), "facility location",
-                  "Invalid possibly all zero or negative matrix, f(V) = %g <= 0.");
+  ComputeNormalizationConstant(skip, 1);
+}
+
+template <typename T>
+void FacilityLocationFunction<T>::ComputeNormalizationConstant(bool skip, int threads) {
+  if (threads < 0) {
+    internal::ThrowInvalidArgument(VELMOR_SITE(FacilityLocationFunction),
+                                   "Invalid thread count %d.", threads);
+  }
+  if (threads == 0) threads = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+  this->NormalizeInOnePass(skip, VELMOR_SITE(FacilityLocationFunction), "facility location",
+                           "Invalid possibly all zero or negative matrix, f(V) = %g <= 0.",
+                           threads);
 }
 
 // ----- Gain kernels ----------------------------------------------------------------

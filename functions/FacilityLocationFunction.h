@@ -103,6 +103,10 @@ class FacilityLocationFunction
   //    otherwise scale = 1 / f(V). With `skip`, scale = 1.
   // A failed call leaves the scale as it was.
   void ComputeNormalizationConstant(bool skip) override;
+  // The same from one pass over the rows that checks and computes f(V) at
+  // once, split between `threads` threads (>= 1, or 0 for the machine's
+  // cores). Scale and errors are the same for every thread count.
+  void ComputeNormalizationConstant(bool skip, int threads);
 
   // Description(): "Dense FL, |V|=<n>, #landmarks=<k>".
   static constexpr const char* kName = "Dense FL";

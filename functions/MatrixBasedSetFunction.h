@@ -189,10 +189,13 @@ class MatrixBasedSetFunction : public SetFunctionSkeleton<F, Kind> {
  private:
   // Only non-finite values can fail NaN and infinity checks, so only those
   // pay for the full check.
-  void CheckEntries() const {
+  void CheckEntries() const { CheckEntries(0, rows_.Elements()); }
+
+ protected:
+  // The check of Normalize for the elements [begin, end).
+  void CheckEntries(int begin, int end) const {
     const ValueCheckFlags flags = NanAndInfValueCheckFlags();
-    const int n = rows_.Elements();
-    for (int v = 0; v < n; ++v) {
+    for (int v = begin; v < end; ++v) {
       rows_.ForEachEntry(v, [&flags, v](int i, Scalar x) {
         if (!std::isfinite(x)) {
           CheckValueThrowWithInfo<Scalar>(flags, x, static_cast<Scalar>(v), static_cast<Scalar>(i));
@@ -201,6 +204,7 @@ class MatrixBasedSetFunction : public SetFunctionSkeleton<F, Kind> {
     }
   }
 
+ private:
   const F& Self() const { return static_cast<const F&>(*this); }
 };
 

@@ -6,18 +6,25 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <istream>
 #include <stdexcept>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "io/MatrixIOInternal.h"
 #include "io/NumpyArrayReading.h"
+#include "utils/ParallelParts.h"
 #include "utils/error_messages.h"
 
 namespace velmor::matrixio {
 namespace {
+
+// Fewer values than this are checked on one thread.
+constexpr std::size_t kValuesPerPart = std::size_t{1} << 16;
 
 template <typename T>
 constexpr NumpyDataType OwnType() {
@@ -56,6 +63,37 @@ class MappingGuard {
   std::size_t length_;
 };
 
+// Fills the mapping's page tables for reading in one call, rather than one
+// fault per page on first touch, without copying anything (the pages stay
+// the page cache's own; a write still copies just its page). On kernels
+// without MADV_POPULATE_READ, only asks for the file to be read ahead.
+void Prefault(void* base, std::size_t length) {
+#ifdef MADV_POPULATE_READ
+  if (madvise(base, length, MADV_POPULATE_READ) == 0) return;
+#endif
+  (void)madvise(base, length, MADV_WILLNEED);
+}
+
+// internal::FindFirstIEEESpecial over `parts` contiguous ranges at once: the
+// first index of the first range that has one, so the same index.
+template <typename T>
+std::size_t FindFirstSpecialInParts(const T* values, std::size_t n, bool nan_check, bool inf_check,
+                                    int threads) {
+  const int parts = static_cast<int>(std::clamp<std::size_t>(
+      n / kValuesPerPart, 1, static_cast<std::size_t>(std::max(1, threads))));
+  std::vector<std::size_t> first(static_cast<std::size_t>(parts), n);
+  RunInParts(parts, [&](int part) {
+    const auto begin =
+        static_cast<std::size_t>(PartBegin(static_cast<std::int64_t>(n), parts, part));
+    const auto end =
+        static_cast<std::size_t>(PartBegin(static_cast<std::int64_t>(n), parts, part + 1));
+    const std::size_t found =
+        internal::FindFirstIEEESpecial<T>(values + begin, end - begin, nan_check, inf_check);
+    if (found != end - begin) first[static_cast<std::size_t>(part)] = begin + found;
+  });
+  return *std::min_element(first.begin(), first.end());
+}
+
 }  // namespace
 
 template <typename T>
@@ -67,7 +105,8 @@ bool MappedNumpyMatrix<T>::CanMapInPlace(const NumpyHeader& header, uint64_t dat
 }
 
 template <typename T>
-std::optional<MappedNumpyMatrix<T>> MappedNumpyMatrix<T>::Map(const std::string& file_name) {
+std::optional<MappedNumpyMatrix<T>> MappedNumpyMatrix<T>::Map(const std::string& file_name,
+                                                              int threads) {
   // Non-blocking, so that opening a FIFO with no writer does not wait; it is
   // refused below anyway, before anything has been read from it.
   errno = 0;
@@ -105,15 +144,13 @@ std::optional<MappedNumpyMatrix<T>> MappedNumpyMatrix<T>::Map(const std::string&
                  "unexpected end of file");
   }
   T* data = reinterpret_cast<T*>(static_cast<char*>(base) + data_offset);
-  // Start reading the file in now if it is not in the page cache yet. Only a
-  // hint: a failure changes nothing.
-  (void)madvise(base, length, MADV_WILLNEED);
+  Prefault(base, length);
 
   const bool nan_check = CheckForIEEENaNOnRead();
   const bool inf_check = CheckForIEEEInfOnRead();
   if (nan_check || inf_check) {
     const std::size_t n = static_cast<std::size_t>(count);
-    const std::size_t bad = internal::FindFirstIEEESpecial<T>(data, n, nan_check, inf_check);
+    const std::size_t bad = FindFirstSpecialInParts<T>(data, n, nan_check, inf_check, threads);
     if (bad != n) {
       try {
         internal::ThrowNumpyValueFailure<T>(reinterpret_cast<const char*>(data + bad), header.type,

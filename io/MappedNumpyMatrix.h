@@ -7,7 +7,7 @@
 // A C-ordered n x k file of T values holds row v (k values) contiguous at
 // offset v * k, which is a k x n column-major matrix: the element-major
 // layout of the facility-location functions. Mapping it costs no copy and no
-// fresh memory; pages come from the page cache as they are first touched.
+// fresh memory: the pages are the page cache's own.
 //
 // The mapping is private and writable: a write copies the page it touches
 // into the process's own memory (copy on write) and never reaches the file,
@@ -57,9 +57,11 @@ class MappedNumpyMatrix {
   // of MatrixIOCommon.h are on, "Unable to read and convert data type {} from
   // npy matrix at row,col {},{}" with "Encountered IEEE NaN during read" or
   // "... Inf ..." nested, for the first such value in file order.
-  // Cost: the header is parsed; when a read switch is on, every value is
-  // checked (one pass, which also brings the pages in).
-  static std::optional<MappedNumpyMatrix> Map(const std::string& file_name);
+  // Cost: the header is parsed and the whole file is brought in at once
+  // (page tables filled for reading in one call, nothing copied); when a read
+  // switch is on, every value is checked, split between `threads` threads
+  // (>= 1; fewer for small files), with the same result for every count.
+  static std::optional<MappedNumpyMatrix> Map(const std::string& file_name, int threads = 1);
 
   MappedNumpyMatrix(MappedNumpyMatrix&& other) noexcept;
   MappedNumpyMatrix& operator=(MappedNumpyMatrix&& other) noexcept;

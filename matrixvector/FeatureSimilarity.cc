@@ -1,6 +1,7 @@
 #include "matrixvector/FeatureSimilarity.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -227,9 +228,13 @@ class Computation {
   using Kind = typename FeatureSimilarity<T>::Kind;
   using Matrix = typename FeatureSimilarity<T>::Matrix;
 
-  Computation(Kind kind, double gamma, int threads, const Matrix& features)
+  using Progress = typename FeatureSimilarity<T>::Progress;
+
+  Computation(Kind kind, double gamma, int threads, const Matrix& features,
+              const Progress& progress)
       : kind_(kind),
         gamma_(gamma),
+        progress_(progress),
         kernel_(kind, features),
         tiles_(kernel_.size(), kTile),
         workers_(static_cast<int>(std::clamp<std::int64_t>(tiles_.size(), 1, threads))) {
@@ -244,14 +249,18 @@ class Computation {
   // Whether the largest distance must be found first.
   bool NeedsLargest() const { return kind_ == Kind::kEuclideanSim; }
 
-  // Raw values of every tile to `visit(tile, view, worker)`, in parallel.
+  // Raw values of every tile to `visit(tile, view, worker)`, in parallel;
+  // the progress is told under the name `pass`.
   template <typename Visit>
-  void ForEachRawTile(const Visit& visit) {
-    ParallelFor(tiles_.size(), workers_, [&](std::int64_t t, int w) {
+  void ForEachRawTile(const char* pass, const Visit& visit) {
+    std::atomic<std::int64_t> done{0};
+    const std::int64_t total = tiles_.size();
+    ParallelFor(total, workers_, [&](std::int64_t t, int w) {
       const Tile tile = tiles_[t];
       Scratch<T>& scratch = scratch_[static_cast<std::size_t>(w)];
       kernel_.Raw(tile, scratch);
       visit(tile, ScratchView(tile, scratch), w);
+      if (progress_) progress_(pass, done.fetch_add(1, std::memory_order_relaxed) + 1, total);
     });
   }
 
@@ -259,7 +268,7 @@ class Computation {
   // REQUIRES: Prepare() was called.
   template <typename Visit>
   void ForEachFinishedTile(const Visit& visit) {
-    ForEachRawTile([&](const Tile& tile, const TileView<T>&, int w) {
+    ForEachRawTile("similarities", [&](const Tile& tile, const TileView<T>&, int w) {
       Scratch<T>& scratch = scratch_[static_cast<std::size_t>(w)];
       auto values = scratch.values.topLeftCorner(tile.rows, tile.cols);
       kernel_.Finish(values, parameter_);
@@ -279,7 +288,7 @@ class Computation {
       median = static_cast<double>(Select(*MakeMedianSelection()));
     } else if (NeedsLargest()) {
       std::vector<double> largest_of(static_cast<std::size_t>(workers_), 0.0);
-      ForEachRawTile([&](const Tile& tile, const TileView<T>& raw, int w) {
+      ForEachRawTile("largest distance", [&](const Tile& tile, const TileView<T>& raw, int w) {
         TakeLargest(tile, raw, largest_of[static_cast<std::size_t>(w)]);
       });
       largest = *std::max_element(largest_of.begin(), largest_of.end());
@@ -305,8 +314,9 @@ class Computation {
   T Select(ExactSelection<T>& selection) {
     while (!selection.done()) {
       selection.StartPass();
-      ForEachRawTile(
-          [&](const Tile& tile, const TileView<T>& raw, int w) { selection.Visit(tile, raw, w); });
+      ForEachRawTile("median distance", [&](const Tile& tile, const TileView<T>& raw, int w) {
+        selection.Visit(tile, raw, w);
+      });
       selection.FinishPass();
     }
     return selection.value();
@@ -387,6 +397,7 @@ class Computation {
 
   Kind kind_;
   double gamma_;
+  const Progress& progress_;
   double parameter_ = 0.0;
   TileKernel<T> kernel_;
   // Visited in the scrambled order: results never depend on the order, but
@@ -415,7 +426,7 @@ FeatureSimilarity<T>::FeatureSimilarity(Kind kind, double gamma, int threads)
 
 template <typename T>
 typename FeatureSimilarity<T>::Matrix FeatureSimilarity<T>::Dense(const Matrix& features) const {
-  Computation<T> computation(kind_, gamma_, threads_, features);
+  Computation<T> computation(kind_, gamma_, threads_, features, progress_);
   computation.Prepare();
   const Index n = computation.size();
   Matrix result;
@@ -437,7 +448,7 @@ template <typename T>
 typename FeatureSimilarity<T>::SparseMatrix FeatureSimilarity<T>::Nearest(const Matrix& features,
                                                                           int k) const {
   if (k < 1) VELMOR_THROW(std::invalid_argument, "Nearest() needs k >= 1, not %d.", k);
-  Computation<T> computation(kind_, gamma_, threads_, features);
+  Computation<T> computation(kind_, gamma_, threads_, features, progress_);
   const Index n = computation.size();
   const int kept = static_cast<int>(std::min<Index>(k, n));
   if (static_cast<double>(n) * kept > std::numeric_limits<std::int32_t>::max()) {
@@ -457,7 +468,7 @@ typename FeatureSimilarity<T>::SparseMatrix FeatureSimilarity<T>::Nearest(const 
 
 template <typename T>
 double FeatureSimilarity<T>::MedianSquaredDistance(const Matrix& features) const {
-  Computation<T> computation(Kind::kRbf, 0.0, threads_, features);
+  Computation<T> computation(Kind::kRbf, 0.0, threads_, features, progress_);
   if (!computation.NeedsMedian()) return 0.0;
   return static_cast<double>(computation.Select(*computation.MakeMedianSelection()));
 }

@@ -51,6 +51,7 @@
 #include <Eigen/Core>
 #include <Eigen/SparseCore>
 #include <cstdint>
+#include <functional>
 
 namespace velmor {
 
@@ -69,6 +70,13 @@ class FeatureSimilarity {
   // "RBF() needs gamma > 0, not %g." for a negative or non-finite gamma,
   // "%s() takes no gamma." and "Invalid thread count %d.".
   FeatureSimilarity(Kind kind, double gamma, int threads);
+
+  // Told after each tile of a pass: the pass ("median distance", "largest
+  // distance", "similarities"), the tiles done and the tiles of the pass.
+  // Called from the computing threads, possibly at once: it must be
+  // thread-safe, and cheap. It cannot change any result.
+  using Progress = std::function<void(const char* pass, std::int64_t done, std::int64_t total)>;
+  void SetProgress(Progress progress) { progress_ = std::move(progress); }
 
   // The n x n similarity matrix of the rows of `features`. Memory: the result
   // (with huge pages asked for) plus per thread two 256 x 256 tiles and, for
@@ -100,6 +108,7 @@ class FeatureSimilarity {
   Kind kind_;
   double gamma_;
   int threads_;
+  Progress progress_;
 };
 
 }  // namespace velmor

@@ -149,7 +149,7 @@ void RequireSquare(const TransformableMatrix<T>& matrix, const Step& step) {
 
 // The similarity of a feature step, its arguments checked.
 template <typename T>
-FeatureSimilarity<T> MakeFeatureSimilarity(const Step& step, int threads) {
+FeatureSimilarity<T> MakeFeatureSimilarityOfKind(const Step& step, int threads) {
   using Kind = typename FeatureSimilarity<T>::Kind;
   switch (step.keyword) {
     case kRbf: {
@@ -174,10 +174,21 @@ FeatureSimilarity<T> MakeFeatureSimilarity(const Step& step, int threads) {
   }
 }
 
+// The same, on the options' threads, telling `progress`.
 template <typename T>
-void ApplyFeatureStep(const Step& step, TransformableMatrix<T>& matrix, int threads) {
+FeatureSimilarity<T> MakeFeatureSimilarity(const Step& step, const TransformationOptions& options,
+                                           const TransformationProgress& progress) {
+  FeatureSimilarity<T> similarity = MakeFeatureSimilarityOfKind<T>(step, options.threads);
+  similarity.SetProgress(progress);
+  return similarity;
+}
+
+template <typename T>
+void ApplyFeatureStep(const Step& step, TransformableMatrix<T>& matrix,
+                      const TransformationOptions& options,
+                      const TransformationProgress& progress) {
   RequireDense(matrix, step);
-  const FeatureSimilarity<T> similarity = MakeFeatureSimilarity<T>(step, threads);
+  const FeatureSimilarity<T> similarity = MakeFeatureSimilarity<T>(step, options, progress);
   matrix.dense = similarity.Dense(matrix.dense);
   matrix.symmetric = true;
 }
@@ -196,9 +207,10 @@ double KnnArgument(const Step& step) {
 // the tiles are computed.
 template <typename T>
 void ApplyNearestFeatureStep(const Step& step, const Step& knn, TransformableMatrix<T>& matrix,
-                             const TransformationOptions& options) {
+                             const TransformationOptions& options,
+                             const TransformationProgress& progress) {
   RequireDense(matrix, step);
-  const FeatureSimilarity<T> similarity = MakeFeatureSimilarity<T>(step, options.threads);
+  const FeatureSimilarity<T> similarity = MakeFeatureSimilarity<T>(step, options, progress);
   const double k_value = KnnArgument(knn);
   const int k =
       static_cast<int>(std::min<double>(k_value, std::max<Eigen::Index>(1, matrix.rows())));
@@ -344,7 +356,8 @@ void ApplyOutputStep(const Step& step, TransformableMatrix<T>& matrix) {
 
 template <typename T>
 void ApplyMatrixTransformation(const std::string& pipeline, TransformableMatrix<T>& matrix,
-                               const TransformationOptions& options) {
+                               const TransformationOptions& options,
+                               const TransformationProgress& progress) {
   if (options.threads < 0) {
     VELMOR_THROW(std::invalid_argument, "Invalid thread count %d.", options.threads);
   }
@@ -357,9 +370,9 @@ void ApplyMatrixTransformation(const std::string& pipeline, TransformableMatrix<
       case kDot:
       case kEuclideanSim:
         if (s + 1 < steps.size() && steps[s + 1].keyword == kKnn) {
-          ApplyNearestFeatureStep(step, steps[++s], matrix, options);
+          ApplyNearestFeatureStep(step, steps[++s], matrix, options, progress);
         } else {
-          ApplyFeatureStep(step, matrix, options.threads);
+          ApplyFeatureStep(step, matrix, options, progress);
         }
         break;
       case kKnn:
@@ -405,9 +418,11 @@ void ApplyMatrixTransformation(const std::string& pipeline, DenseMatrix<T>& matr
 }
 
 template void ApplyMatrixTransformation<float>(const std::string&, TransformableMatrix<float>&,
-                                               const TransformationOptions&);
+                                               const TransformationOptions&,
+                                               const TransformationProgress&);
 template void ApplyMatrixTransformation<double>(const std::string&, TransformableMatrix<double>&,
-                                                const TransformationOptions&);
+                                                const TransformationOptions&,
+                                                const TransformationProgress&);
 template void ApplyMatrixTransformation<float>(const std::string&, TransformableMatrix<float>&,
                                                bool);
 template void ApplyMatrixTransformation<double>(const std::string&, TransformableMatrix<double>&,

@@ -32,6 +32,8 @@
 // Errors are std::invalid_argument with a source message naming the step;
 // the matrix may have been changed by the steps before a failing one.
 
+#include <cstdint>
+#include <functional>
 #include <string>
 
 #include "io/MatrixIOCommon.h"
@@ -62,10 +64,18 @@ struct TransformationOptions {
   int threads = 0;
 };
 
-// Applies `pipeline` (empty or blank: no change) in order.
+// Told the progress of the feature transformations' passes, as
+// FeatureSimilarity::SetProgress says (thread-safe: called from the
+// computing threads).
+using TransformationProgress =
+    std::function<void(const char* pass, std::int64_t done, std::int64_t total)>;
+
+// Applies `pipeline` (empty or blank: no change) in order, telling
+// `progress` (when set) how the feature transformations advance.
 template <typename T>
 void ApplyMatrixTransformation(const std::string& pipeline, TransformableMatrix<T>& matrix,
-                               const TransformationOptions& options);
+                               const TransformationOptions& options,
+                               const TransformationProgress& progress = {});
 
 // The same with the machine's cores.
 template <typename T>

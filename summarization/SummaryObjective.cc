@@ -47,7 +47,8 @@ Eigen::Map<const matrixio::DenseMatrix<T>> ElementMajorView(
 
 template <typename T>
 std::unique_ptr<SubmodularFunction> MakeFacilityLocation(SummaryPlan::DenseInput<T>& input,
-                                                         const Group& g, spdlog::logger& log) {
+                                                         const Group& g, int threads,
+                                                         spdlog::logger& log) {
   const std::int64_t n = input.Items(), k = input.ValuesPerItem();
   auto f = BuildOrThrowGroupError(
       fmt::format("Problems opening an {} function.", g.tag),
@@ -73,7 +74,7 @@ std::unique_ptr<SubmodularFunction> MakeFacilityLocation(SummaryPlan::DenseInput
                         ? std::make_unique<Hard>(typename Hard::ElementMajor{},
                                                  std::move(input.element_major), n, k)
                         : std::make_unique<Hard>(input.rows);
-        hard->ComputeNormalizationConstant(!g.normalize);
+        hard->ComputeNormalizationConstant(!g.normalize, threads);
         return hard;
       });
   input.rows.resize(0, 0);
@@ -166,11 +167,11 @@ struct Components {
   }
 };
 
-void AddGroup(Group& g, Components& components, spdlog::logger& log) {
+void AddGroup(Group& g, Components& components, int threads, spdlog::logger& log) {
   switch (g.kind) {
     case Kind::kFacilityLocation: {
-      auto f =
-          std::visit([&](auto& input) { return MakeFacilityLocation(input, g, log); }, g.dense);
+      auto f = std::visit([&](auto& input) { return MakeFacilityLocation(input, g, threads, log); },
+                          g.dense);
       f = WrapForSets(std::move(f), g);
       const std::string name = g.tag + " function";
       log.info("Mixing in {}, relative responsibility {:g}.", name, g.responsibility);
@@ -230,7 +231,7 @@ void CheckGroundSet(const std::optional<UnorderedHashSet>& set, int n) {
 SummaryObjective::SummaryObjective(SummaryPlan& plan, spdlog::logger& log)
     : summary_size_(plan.summary_size) {
   Components components;
-  for (Group& g : plan.groups) AddGroup(g, components, log);
+  for (Group& g : plan.groups) AddGroup(g, components, plan.threads, log);
   auto mixture =
       std::make_unique<MixtureSetFunction>(std::move(components.functions), components.weights);
   mixture_ = mixture.get();

@@ -161,11 +161,12 @@ struct SummaryPlan {
   // k: the summary's size, inclusion counted.
   int summary_size = 0;
   Algorithm algorithm;
+  // Threads for the work of the run that is split between threads (building
+  // matrices from features, the full passes over the candidates): >= 1, or 0
+  // for the machine's cores. Results do not depend on it.
+  int threads = 0;
   RandomEvaluations random_evaluations;
   Reports reports;
-  // Threads of the run's full passes over the candidates; 0: the machine's
-  // cores. The results do not depend on it.
-  int threads = 0;
 };
 
 }  // namespace velmor

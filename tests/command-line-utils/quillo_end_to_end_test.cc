@@ -751,3 +751,57 @@ TEST_F(QuilloRun, DoublePrecisionDataRunInDouble) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(QuilloRun, ThreadCountChangesNoResult) {
+  // 200 items: the feature similarities span several tiles, the mapped
+  // matrix's checks several parts.
+  Python(
+      "rng = np.random.default_rng(3)\n"
+      "np.save('features.npy', rng.normal(size=(300, 6)).astype(np.float32))\n"
+      "np.save('sim.npy', rng.random((300, 300)).astype(np.float32))\n");
+  const std::string runs[] = {
+      "-flfilename features.npy -fltransformation 'RBF()' -sumsize 12",
+      "-spflfilename features.npy -spfltransformation 'COSINE() | KNN(7)' -sumsize 12",
+      "-flfilename sim.npy -sumsize 12",
+  };
+  for (const std::string& arguments : runs) {
+    SCOPED_TRACE(arguments);
+    std::string first_order, first_gains;
+    for (const char* threads : {"1", "3", "0"}) {
+      const Outcome run = Quillo(arguments + " -numthreads " + threads +
+                                 " -outfilesummary order.npy -outfilegains gains.npy");
+      ASSERT_EQ(run.status, 0) << run;
+      // Standard error is not a terminal here: no progress line.
+      EXPECT_EQ(run.err.find('\r'), std::string::npos) << run;
+      const std::string order = ReadFile(dir_ / "order.npy"), gains = ReadFile(dir_ / "gains.npy");
+      if (first_order.empty()) {
+        first_order = order;
+        first_gains = gains;
+      }
+      EXPECT_EQ(order, first_order) << threads << " threads";
+      EXPECT_EQ(gains, first_gains) << threads << " threads";
+    }
+  }
+  // A symmetric transformed matrix handed on without a copy answers as the
+  // loaded rows do (saving the matrix keeps the rows).
+  std::string outputs[2];
+  for (const std::string extra : {"", " -flsavefinaltransformedmatrix saved.npy"}) {
+    const Outcome run =
+        Quillo("-flfilename features.npy -fltransformation 'COSINE() | SHIFT(1)' -sumsize 12" +
+               extra + " -outfilesummary order.npy -outfilegains gains.npy");
+    ASSERT_EQ(run.status, 0) << run;
+    outputs[extra.empty() ? 0 : 1] = ReadFile(dir_ / "order.npy") + ReadFile(dir_ / "gains.npy");
+  }
+  EXPECT_EQ(outputs[0], outputs[1]);
+
+  const Outcome run = Quillo("-flfilename sim.npy -sumsize 3 -numthreads -2");
+  EXPECT_EQ(run.status, 1) << run;
+  EXPECT_TRUE(
+      run.Has("Invalid thread count -2 for option -numthreads: use 0 (the machine's cores) "
+              "or more."))
+      << run;
+}
+
+}  // namespace

@@ -72,10 +72,10 @@ TEST(OptionCatalogue, TableStructure) {
     EXPECT_NE(std::strncmp(name.c_str(), "argsfilename", name.size()), 0) << name;
     EXPECT_NE(name.rfind("argsfilename", 0), 0u) << name;
   }
-  // The catalogue's 17 groups and 103 options, then the greedy algorithm's and
-  // the precision's groups.
+  // The catalogue's 17 groups and 103 options, the thread count, then the
+  // greedy algorithm's and the precision's groups.
   EXPECT_EQ(headings, 19);
-  EXPECT_EQ(options, 105);
+  EXPECT_EQ(options, 106);
   // Each group starts with its heading; the first and last rows.
   EXPECT_TRUE(rows.front()->IsHeading());
   EXPECT_STREQ(rows.front()->description, "**** Facility location (FL) function");
@@ -190,7 +190,7 @@ TEST(OptionCatalogue, HelpPrintsUsageAndExits) {
   std::string line;
   std::vector<std::string> all;
   while (std::getline(lines, line)) all.push_back(line);
-  ASSERT_EQ(all.size(), 2u + 19u + 105u + 1u);
+  ASSERT_EQ(all.size(), 2u + 19u + 106u + 1u);
   EXPECT_EQ(all[0], "Usage: quillo  [[[-flag] [option]] ...]");
   EXPECT_EQ(all[1], "Required: <>; Optional: []; Flagless arguments must be in order.");
   EXPECT_EQ(all[2], "**** Facility location (FL) function");
@@ -232,7 +232,7 @@ TEST(OptionCatalogue, HelpPrintsUsageAndExits) {
                 .substr(0, column)
                 .find("[-ctrl-logbalancereport unsigned]"),
             1u);
-  EXPECT_EQ(by_name.size(), 106u);  // the rows and the argument-file switch
+  EXPECT_EQ(by_name.size(), 107u);  // the rows and the argument-file switch
   EXPECT_EQ(tail("greedyalgorithm").substr(0, 32), "Greedy algorithm: standard (the ");
 }
 

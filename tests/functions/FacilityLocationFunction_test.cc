@@ -216,6 +216,44 @@ TYPED_TEST(FacilityLocationTest, Errors) {
   SetMatrixValueChecksEnabled(true);
 }
 
+// The one-pass normalization split between threads: the scale is 1 / f(V)
+// as the sequential whole-set evaluation computes it, bit for bit, and a bad
+// entry is reported as the first in element-major order, for every count.
+TYPED_TEST(FacilityLocationTest, OnePassNormalizationOnAnyThreadCount) {
+  using T = TypeParam;
+  const std::string file = "FacilityLocationFunction";
+  const struct { int n, k; } shapes[] = {{1, 1}, {2, 5}, {7, 3}, {64, 33}, {65, 130}};
+  for (const auto& shape : shapes) {
+    // Negative entries too, so that clamping at 0 takes part.
+    Matrix<T> m = RandomMatrix<T>(shape.n, shape.k, 11 + shape.n);
+    m.array() -= T(0.4);
+    FacilityLocationFunction<T> f(m);
+    const double ground_set_value = f.EvaluateGroundSet();  // sequential, scale 1
+    for (int threads : {1, 2, 3, 8, 0}) {
+      SCOPED_TRACE("n = " + std::to_string(shape.n) + ", threads = " + std::to_string(threads));
+      f.ComputeNormalizationConstant(false, threads);
+      EXPECT_EQ(1.0 / ground_set_value, f.NormalizationScale());
+      f.ComputeNormalizationConstant(true, threads);
+      EXPECT_EQ(1.0, f.NormalizationScale());
+    }
+  }
+  // Bad entries in several of the parts: the earliest wins; the scale stays.
+  Matrix<T> m = RandomMatrix<T>(9, 4, 3);
+  m(7, 0) = std::numeric_limits<T>::infinity();
+  m(4, 2) = std::numeric_limits<T>::quiet_NaN();
+  m(5, 1) = std::numeric_limits<T>::quiet_NaN();
+  FacilityLocationFunction<T> bad(m);
+  for (int threads : {1, 2, 3, 4, 9, 16}) {
+    SCOPED_TRACE("threads = " + std::to_string(threads));
+    ExpectMessage([&] { bad.ComputeNormalizationConstant(false, threads); }, file,
+                  "ComputeNormalizationConstant", "Invalid facility location matrix.",
+                  "Matrix contains IEEE FP NaN value at (row,col)=(4,2).");
+    EXPECT_EQ(1.0, bad.NormalizationScale());
+  }
+  ExpectMessage([&] { bad.ComputeNormalizationConstant(false, -1); }, file,
+                "ComputeNormalizationConstant", "Invalid thread count -1.");
+}
+
 // The gain of one candidate is summed in float in the fixed four-lane order.
 // Each case mixes one large term with small ones, so that the order of the
 // float additions decides which small terms survive rounding.

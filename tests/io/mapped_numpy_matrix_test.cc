@@ -330,6 +330,25 @@ TYPED_TEST(MappedNumpyTyped, SpecialValuesFollowTheReadSwitches) {
     ASSERT_TRUE(mapped.has_value());
     ExpectSameValues(*mapped, ReadMatrixFromNumpyFile<T>(name));
   }
+
+  // Checked on several threads (a file large enough to be split): still the
+  // first special in file order, whichever part holds it.
+  SetCheckForIEEENaNOnRead(true);
+  SetCheckForIEEEInfOnRead(true);
+  DenseMatrix<T> large = Pattern<T>(512, 512);
+  large(450, 2) = std::numeric_limits<T>::quiet_NaN();
+  large(300, 7) = std::numeric_limits<T>::infinity();
+  large(301, 0) = std::numeric_limits<T>::quiet_NaN();
+  WriteMatrixToNumpyFile<T>(name, large, false);
+  const std::optional<std::string> read = FailureOf([&] { ReadMatrixFromNumpyFile<T>(name); });
+  ASSERT_TRUE(read.has_value());
+  for (int threads : {1, 2, 3, 4, 9}) {
+    const std::optional<std::string> map =
+        FailureOf([&] { MappedNumpyMatrix<T>::Map(name, threads); });
+    ASSERT_TRUE(map.has_value());
+    EXPECT_EQ(*map, *read) << threads << " threads";
+  }
+  EXPECT_NE(read->find("row,col 300,7"), std::string::npos) << *read;
 }
 
 TYPED_TEST(MappedNumpyTyped, WritesNeverReachTheFileAndOwnershipMoves) {

@@ -2,14 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <csignal>
 #include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
-
-#include "utils/mathFunctions.h"
 
 namespace velmor {
 namespace {
@@ -75,30 +71,6 @@ TEST(StringUtils, KeywordMatching) {
   EXPECT_NE(MessageOf([&] {
               FindBestPrefixMatchInStringList("abx", 0, with_null, 2);
             }).find("found nullptr keyword."),
-            std::string::npos);
-}
-
-TEST(StringUtils, ErrorPrinters) {
-  EXPECT_EXIT(ErrorExit("bad value %d", 5), ::testing::ExitedWithCode(1), "^bad value 5\n$");
-  EXPECT_EXIT(CheckOrExit(false, "check %s", "failed"), ::testing::ExitedWithCode(1),
-              "^check failed\n$");
-  EXPECT_EXIT(
-      {
-        CheckOrExit(true, "never printed");
-        ErrorPrint("printed %d", 1);
-        std::exit(0);
-      },
-      ::testing::ExitedWithCode(0), "^printed 1\n$");
-  EXPECT_DEATH(ErrorAbort("aborting %s", "now"), "aborting now");
-}
-
-TEST(MathFunctions, RootMeanSquareDifference) {
-  EXPECT_DOUBLE_EQ(ComputeTwoVectorDifferenceRMSE({1, 2}, {1, 4}), std::sqrt(2.0));
-  EXPECT_DOUBLE_EQ(ComputeTwoVectorDifferenceRMSE({}, {}), 0.0);
-  EXPECT_DOUBLE_EQ(ComputeTwoVectorDifferenceRMSE({3, -1, 2}, {3, -1, 2}), 0.0);
-  EXPECT_NE(MessageOf([] {
-              ComputeTwoVectorDifferenceRMSE({1, 2, 3}, {1});
-            }).find("Invalid argument, vector lengths (3 and 1) msut be the same."),
             std::string::npos);
 }
 

@@ -94,21 +94,18 @@ TEST(StochasticGreedy, ValueEvaluationsAndReproducibility) {
   const GreedyRun standard = Standard(*f, constraint);
 
   // epsilon 0 samples everything: the standard greedy's steps exactly.
-  StochasticValues exact;
-  exact.starting_epsilon = exact.ending_epsilon = 0.0;
-  const GreedyRun full = Stochastic(*f, constraint, kNoLimit, exact, 1);
+  const GreedyRun full =
+      Stochastic(*f, constraint, kNoLimit, {.starting_epsilon = 0.0, .ending_epsilon = 0.0}, 1);
   EXPECT_EQ(full.order, standard.order);
   EXPECT_EQ(full.gains, standard.gains);
 
   // epsilon 0.1, lazy and not: close to the standard value with far fewer evaluations.
   for (int lazy : {0, 1}) {
-    StochasticValues values;
-    values.lazy = lazy;
     double value_sum = 0.0;
     std::int64_t evaluation_sum = 0;
     const int seeds = 8;
     for (int seed = 0; seed < seeds; ++seed) {
-      const GreedyRun run = Stochastic(*f, constraint, kNoLimit, values, seed);
+      const GreedyRun run = Stochastic(*f, constraint, kNoLimit, {.lazy = lazy}, seed);
       ExpectConsistent(*f, constraint, run);
       EXPECT_EQ(static_cast<int>(run.order.size()), k);
       value_sum += run.value;
@@ -140,11 +137,10 @@ TEST(StochasticGreedy, ConstraintsScheduleWarmStartAndPermit) {
   const auto f = testing::RandomFacilityLocation<double>(n, 60, engine);
   // A partition matroid: full and feasible; the extra limit counts the warm start.
   const auto blocks = TenBlocks(n, 2);
-  StochasticValues values;
-  values.starting_epsilon = 0.01;
-  values.ending_epsilon = 0.5;
-  values.epsilon_gamma = 2.0;
-  values.expected_summary_size = 20;
+  const StochasticValues values = {.starting_epsilon = 0.01,
+                                   .ending_epsilon = 0.5,
+                                   .epsilon_gamma = 2.0,
+                                   .expected_summary_size = 20};
   const GreedyRun matroid = Stochastic(*f, blocks, kNoLimit, values, 3);
   ExpectConsistent(*f, blocks, matroid);
   EXPECT_EQ(static_cast<int>(matroid.order.size()), 20);
@@ -153,15 +149,14 @@ TEST(StochasticGreedy, ConstraintsScheduleWarmStartAndPermit) {
   ExpectConsistent(*f, blocks, warm, &inclusion);
   EXPECT_EQ(warm.solution.size(), 7);
   // Sample sizes: a cap of 1 makes every step a single evaluation.
-  StochasticValues single;
-  single.maximum_sample_size = 1;
-  single.lazy = 0;
-  EXPECT_EQ(Stochastic(*f, CardinalitySetConstraint(n, 10), kNoLimit, single, 5).evaluations, 10);
+  EXPECT_EQ(Stochastic(*f, CardinalitySetConstraint(n, 10), kNoLimit,
+                       {.maximum_sample_size = 1, .lazy = 0}, 5)
+                .evaluations,
+            10);
   // Gain permit: a modular function with negative weights.
   const ModularFunction<double> modular(std::vector<double>{3.0, -1.0, 2.0, -2.0, 0.0});
   const CardinalitySetConstraint all(5, 5);
-  StochasticValues everything;
-  everything.starting_epsilon = everything.ending_epsilon = 0.0;
+  const StochasticValues everything = {.starting_epsilon = 0.0, .ending_epsilon = 0.0};
   EXPECT_EQ(Stochastic(modular, all, kNoLimit, everything, 1).order, (std::vector<int>{0, 2, 4}));
   EXPECT_EQ(Stochastic(modular, all, kNoLimit, everything, 1, nullptr, kStopAtZeroGain).order,
             (std::vector<int>{0, 2}));

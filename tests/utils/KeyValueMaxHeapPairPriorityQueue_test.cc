@@ -87,38 +87,10 @@ TEST(KeyValueMaxHeapPairPriorityQueue, MatchesStdPriorityQueue) {
   }
 }
 
-TEST(KeyValueMaxHeapPairPriorityQueue, SiftDownImplementationsAgree) {
-  std::mt19937 engine(7);
-  // Heapify with each implementation, then replace random slots by random pairs.
-  for (std::size_t size : {1u, 2u, 3u, 7u, 8u, 9u, 15u, 16u, 17u, 1000u, 1023u, 1024u, 1025u}) {
-    for (int distinct_values : {0, 2, 10}) {
-      std::vector<Pair> plain = RandomPairs(engine, size, distinct_values);
-      std::vector<Pair> bottom_up = plain;
-      for (std::size_t slot = size / 2; slot-- > 0;) {
-        internal::SiftDownPlain(plain.data(), size, slot);
-        internal::SiftDownBottomUp(bottom_up.data(), size, slot);
-      }
-      ASSERT_EQ(plain, bottom_up);
-      ASSERT_TRUE(IsHeap(plain));
-      for (int round = 0; round < 50; ++round) {
-        // A new root value below, equal to or above the old one.
-        const float value =
-            distinct_values > 0
-                ? static_cast<float>(engine() % static_cast<unsigned>(distinct_values))
-                : std::uniform_real_distribution<float>(-1.0f, 1.0f)(engine);
-        plain[0] = bottom_up[0] = Pair(-round, value);
-        internal::SiftDownPlain(plain.data(), size, 0);
-        internal::SiftDownBottomUp(bottom_up.data(), size, 0);
-        ASSERT_EQ(plain, bottom_up) << size;
-        ASSERT_TRUE(IsHeap(plain));
-      }
-    }
-  }
-}
-
 TEST(KeyValueMaxHeapPairPriorityQueue, LargeArraysUseTheSameOrder) {
   // 500,000 pairs are 4,000,000 bytes (plain sift-down), 500,001 pairs take
-  // the bottom-up one; both must give the array a plain heap would.
+  // the bottom-up one; both must give the array a plain heap would, with many
+  // ties (1000 distinct values).
   std::mt19937 engine(3);
   for (std::size_t size : {500000u, 500001u}) {
     std::vector<Pair> pairs = RandomPairs(engine, size, 1000);

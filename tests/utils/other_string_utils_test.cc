@@ -7,17 +7,10 @@
 #include <string>
 #include <vector>
 
+#include "support/located_messages.h"
+
 namespace velmor {
 namespace {
-
-std::string MessageOf(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const std::exception& e) {
-    return e.what();
-  }
-  return "nothing thrown";
-}
 
 TEST(StringUtils, TokenCutting) {
   EXPECT_EQ(YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset("abc_1+x", 0), "abc_1");
@@ -25,10 +18,10 @@ TEST(StringUtils, TokenCutting) {
   EXPECT_EQ(YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset("abc_1+x", 6), "x");
   EXPECT_EQ(YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset("abc_1+x", 7), "");
   EXPECT_EQ(YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset("abc_1+x", 70), "");
-  EXPECT_NE(MessageOf([] { YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset("abc", -2); })
-                .find(":YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset]] Can't use "
-                      "negative offset = -2."),
-            std::string::npos);
+  testing::ExpectLocatedError<std::runtime_error>(
+      [] { YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset("abc", -2); },
+      "other_string_utils", "YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset",
+      "Can't use negative offset = -2.");
 }
 
 TEST(StringUtils, KeywordMatching) {
@@ -51,27 +44,21 @@ TEST(StringUtils, KeywordMatching) {
   const char* firsts[] = {"SCALE", "SHIFT"};
   EXPECT_EQ(FindBestPrefixMatchInStringList("S", 0, firsts, 1), std::make_pair(0, 1u));
 
-  // Two keywords agreeing equally, the later one not first: double match.
-  const std::string message =
-      MessageOf([&] { FindBestPrefixMatchInStringList("S(2)", 0, firsts, 2); });
-  EXPECT_NE(message.find("At least double match: match (1,1,'SHIFT') and previous match "
-                         "(0,1,'SCALE') for search key 'S(2)'."),
-            std::string::npos)
-      << message;
-  // Invalid offsets and null keywords.
-  EXPECT_NE(MessageOf([&] {
-              FindBestPrefixMatchInStringList("abc", 3, rows, 2);
-            }).find("Invalid starting offset 3 for search key 'abc' of size 3."),
-            std::string::npos);
-  EXPECT_NE(MessageOf([&] {
-              FindBestPrefixMatchInStringList("abc", -1, rows, 2);
-            }).find("Invalid starting offset -1"),
-            std::string::npos);
+  // Two keywords agreeing equally, the later one not first: double match;
+  // invalid offsets and null keywords.
   const char* with_null[] = {"abc", nullptr};
-  EXPECT_NE(MessageOf([&] {
-              FindBestPrefixMatchInStringList("abx", 0, with_null, 2);
-            }).find("found nullptr keyword."),
-            std::string::npos);
+  const std::string function = "FindBestPrefixMatchInStringList";
+  testing::ExpectLocatedErrors<std::runtime_error>(
+      "other_string_utils",
+      {{[&] { FindBestPrefixMatchInStringList("S(2)", 0, firsts, 2); }, function,
+        "At least double match: match (1,1,'SHIFT') and previous match (0,1,'SCALE') for search "
+        "key 'S(2)'."},
+       {[&] { FindBestPrefixMatchInStringList("abc", 3, rows, 2); }, function,
+        "Invalid starting offset 3 for search key 'abc' of size 3."},
+       {[&] { FindBestPrefixMatchInStringList("abc", -1, rows, 2); }, function,
+        "Invalid starting offset -1 for search key 'abc' of size 3."},
+       {[&] { FindBestPrefixMatchInStringList("abx", 0, with_null, 2); }, function,
+        "found nullptr keyword."}});
 }
 
 }  // namespace

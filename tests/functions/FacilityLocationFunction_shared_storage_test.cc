@@ -126,19 +126,6 @@ TYPED_TEST(SharedStorageFacilityLocation, WritesStayWithTheFunctionThatMakesThem
   EXPECT_EQ(f.Row(0), base);
   EXPECT_EQ(clone->Similarity(0, 0), m(0, 0));
 
-  // Assignment follows the same rules.
-  FacilityLocationFunction<T> assigned(m);
-  assigned = f;
-  EXPECT_TRUE(assigned.HasSharedStorage());
-  EXPECT_EQ(assigned.Row(0), base);
-  assigned.MutableElementMajorMatrix()(0, 0) = T(9);
-  EXPECT_FALSE(assigned.HasSharedStorage());
-  EXPECT_EQ(f.Similarity(0, 0), T(8));
-  EXPECT_EQ(assigned.Similarity(0, 0), T(9));
-  FacilityLocationFunction<T> moved(std::move(assigned));
-  EXPECT_EQ(moved.Similarity(0, 0), T(9));
-  EXPECT_EQ(moved.Similarity(2, 1), T(5));
-
   // An owned matrix is copied by a clone, as before.
   FacilityLocationFunction<T> owned(m);
   std::unique_ptr<FacilityLocationFunction<T>> owned_clone = owned.clone();

@@ -405,7 +405,7 @@ def test_programs(build_dir):
                   if name.endswith("_tests") and os.access(os.path.join(directory, name), os.X_OK))
 
 
-FAILED_TEST = re.compile(r"^\[  FAILED  \] (\S+)", re.M)
+FAILED_TEST = re.compile(r"^\[  FAILED  \] ([^\s,]+)", re.M)
 
 
 def run_suite(programs, timeouts, jobs, cwd):

@@ -83,10 +83,10 @@ bool FloatTieFree(const SubmodularFunction& f, const DownClosedSetConstraint& co
   return true;
 }
 
-TYPED_TEST(AcceleratedGreedyTest, SameOrderAndGainsAsStandardGreedy) {
+TYPED_TEST(AcceleratedGreedyTest, SameOrderAndGainsAsStandardAndWholeSetGreedy) {
   using T = TypeParam;
   std::mt19937 engine(2718);
-  int compared = 0;
+  int compared = 0, decided = 0;
   for (int trial = 0; trial < 45; ++trial) {
     const int n = 20 + static_cast<int>(engine() % 120);
     // Facility location, a mixture, and facility location under a contraction.
@@ -128,6 +128,14 @@ TYPED_TEST(AcceleratedGreedyTest, SameOrderAndGainsAsStandardGreedy) {
       for (int limit : {kNoLimit, 5}) {
         const GreedyRun standard =
             Standard(*f, *constraint, limit, candidates, inclusion, conditioning);
+        // The standard greedy against the whole-set greedy, when each step has
+        // a clear winner.
+        const auto naive =
+            testing::NaiveGreedy(*f, *constraint, limit, candidates, inclusion, conditioning);
+        if (naive.smallest_margin >= 1e-4) {
+          ++decided;
+          EXPECT_EQ(standard.order, naive.order);
+        }
         if (!FloatTieFree(*f, *constraint, candidates, inclusion, conditioning, standard.order))
           continue;
         ++compared;
@@ -149,6 +157,7 @@ TYPED_TEST(AcceleratedGreedyTest, SameOrderAndGainsAsStandardGreedy) {
     }
   }
   EXPECT_GT(compared, 200);
+  EXPECT_GT(decided, 100);
 }
 
 TYPED_TEST(AcceleratedGreedyTest, AncillaryResultsAreReused) {

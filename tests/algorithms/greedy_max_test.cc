@@ -44,45 +44,6 @@ GreedyRun RunAndCheck(const SubmodularFunction& f, const DownClosedSetConstraint
   return run;
 }
 
-TYPED_TEST(GreedyMaxTest, AgreesWithWholeSetGreedy) {
-  using T = TypeParam;
-  std::mt19937 engine(31);
-  int decided = 0;
-  for (int trial = 0; trial < 24; ++trial) {
-    const int n = 8 + static_cast<int>(engine() % 40);
-    auto f = testing::RandomFacilityLocation<T>(n, 1 + static_cast<int>(engine() % 30), engine);
-    std::vector<int> mapping(static_cast<std::size_t>(n));
-    for (int& b : mapping) b = static_cast<int>(engine() % 3);
-    const PartitionMatroidSetConstraint<std::vector<int>> partition(mapping,
-                                                                    std::vector<int>{2, 1, 3});
-    const CardinalitySetConstraint cardinality(n, 1 + static_cast<int>(engine() % 6));
-    // Conditioning and inclusion of a few elements, candidates most of V.
-    UnorderedHashSet candidates(n), inclusion(n), conditioning(n);
-    for (int e = 0; e < n; ++e) {
-      const unsigned r = engine() % 10;
-      if (r == 0) conditioning.insert(e);
-      if (r != 1) candidates.insert(e);
-    }
-    for (int e = 0; e < n && inclusion.size() < 1; ++e) {
-      if (!conditioning.contains(e) && mapping[static_cast<std::size_t>(e)] == 0)
-        inclusion.insert(e);
-    }
-    for (const DownClosedSetConstraint* constraint :
-         std::initializer_list<const DownClosedSetConstraint*>{&partition, &cardinality}) {
-      const int limit = trial % 2 == 0 ? kNoLimit : 4;
-      const GreedyRun run =
-          RunAndCheck<T>(*f, *constraint, limit, candidates, inclusion, conditioning);
-      const auto naive =
-          testing::NaiveGreedy(*f, *constraint, limit, candidates, inclusion, conditioning);
-      // Only a clear winner at every step decides the order.
-      if (naive.smallest_margin < 1e-4) continue;
-      ++decided;
-      EXPECT_EQ(run.order, naive.order);
-    }
-  }
-  EXPECT_GT(decided, 20);
-}
-
 TYPED_TEST(GreedyMaxTest, BruteForceGuaranteeAndUpperBound) {
   using T = TypeParam;
   std::mt19937 engine(5);

@@ -296,8 +296,9 @@ Eigen::SparseMatrix<T, Eigen::RowMajor, std::int32_t> RandomSparse(
   return m;
 }
 
-// Every entry point of f and of its contexts refuses the elements -1 and n and
-// a set over a larger ground set (contexts: any other ground set size),
+// Every entry point of f and of its contexts (owning and external) refuses the
+// elements -1 and n and a set over a larger ground set (contexts: any other
+// ground set size),
 // naming itself in the message; refused calls leave contexts as they were. A
 // set over a smaller ground set is accepted by the whole-set forms. `file` is
 // the source file named in the messages, `end` the text that ends the element
@@ -314,6 +315,8 @@ inline void CheckArgumentErrors(const SetFunction& f, const std::string& file,
   const std::string mismatch = "Invalid ground set size, " + larger_size + " != " + N + ".";
   auto growing = f.MakeGrowingContext(A);
   auto shrinking = f.MakeShrinkingContext(A);
+  auto growing_external = f.MakeGrowingContextExternal(A);
+  auto shrinking_external = f.MakeShrinkingContextExternal(A);
   const double value = growing->CurrentValue();
   std::vector<ErrorCase> cases = {
       {[&] { f.Evaluate(larger); }, "Evaluate", too_large},
@@ -329,6 +332,8 @@ inline void CheckArgumentErrors(const SetFunction& f, const std::string& file,
       {[&] { f.MakeShrinkingContext(larger); }, "MakeShrinkingContext", mismatch},
       {[&] { f.AssignContext(*growing, larger); }, "AssignContext", mismatch},
       {[&] { f.AssignContext(*shrinking, larger); }, "AssignContext", mismatch},
+      {[&] { f.AssignContext(*growing_external, larger); }, "AssignContext", mismatch},
+      {[&] { f.AssignContext(*shrinking_external, larger); }, "AssignContext", mismatch},
   };
   for (const int e : {-1, n}) {
     const std::string bad = "Invalid element = " + std::to_string(e) + end;
@@ -351,6 +356,8 @@ inline void CheckArgumentErrors(const SetFunction& f, const std::string& file,
       [&] { growing->AssignContext(larger); }, "SetFunction", "AssignContext",
       "Invalid element, mismatched ground set size, " + larger_size + " != " + N + ".");
   EXPECT_EQ(f.Evaluate(A), f.Evaluate(smaller)) << "a smaller ground set is accepted";
+  f.AssignContext(*growing_external, A);
+  f.AssignContext(*shrinking_external, A);
   EXPECT_EQ(value, growing->CurrentValue());
   EXPECT_EQ(1, growing->NumberOfElements());
   EXPECT_EQ(1, shrinking->NumberOfElements());

@@ -197,82 +197,6 @@ TEST_F(QuilloRun, EveryFunctionGroupAloneAndMixed) {
       << run;
 }
 
-// Every report alone and all together, on a mixture of two groups, under a
-// global contraction and with a group's CMI sets. (The balance report under a
-// global contraction is left out: the program loses the mixture it reports on
-// once the objective is wrapped.)
-TEST_F(QuilloRun, Reports) {
-  MakeSimilarity(20);
-  const char* curvature = "Conditional curvature of the summary: min = ";
-  const char* bound = "Modular Upper Bound on solution = ";
-  const char* vector = "Summary Conditional Curvature: ";
-  const char* balance = "Balance: SSD function (responsibility 0.2) contributes ";
-  const struct {
-    std::string options;
-    std::vector<const char*> lines;
-  } reports[] = {
-      {" -ctrl-logdetail", {curvature, bound}},
-      {" -ctrl-logccurvature", {vector}},
-      {" -ctrl-logdetail -ctrl-logccurvature", {curvature, bound, vector}},
-      {" -ctrl-logbalancereport 1",
-       {balance, "Balance: FL function (responsibility 1) contributes "}},
-      {" -ctrl-logdetail -ctrl-logccurvature -ctrl-logbalancereport 2",
-       {curvature, bound, vector, balance, "Balance: SSD function gains: "}},
-  };
-  for (const std::string modification :
-       {"", " -set-contraction 0,1", " -fl-set-attraction 2,3 -fl-set-neglect 4"}) {
-    for (const auto& r : reports) {
-      if (r.options.find("balance") != std::string::npos &&
-          modification.find("-set-contraction") != std::string::npos) {
-        continue;
-      }
-      const ChildOutcome run = Quillo(
-          "-flfilename sim.npy -ssdfilename sim.npy -ssdresponsibility 0.2 -sumsize 5 "
-          "-cloglevel info" +
-          r.options + modification);
-      EXPECT_EQ(run.status, 0) << r.options << modification << "\n" << run;
-      for (const char* line : r.lines)
-        EXPECT_TRUE(Has(run, line)) << r.options << modification << "\n" << run;
-      // The bound holds, 0 <= f(S) / bound <= 1; the components' shares add up to f(S).
-      const auto number_after = [&run](const std::string& marker, std::size_t from = 0) {
-        const std::size_t at = run.out.find(marker, from);
-        return at == std::string::npos ? -1.0 : std::stod(run.out.substr(at + marker.size()));
-      };
-      const double efficiency = number_after("Approximate Efficiency = f(Sol)/UBound = ");
-      if (efficiency != -1.0) {
-        EXPECT_TRUE(efficiency >= 0 && efficiency <= 1) << run;
-      }
-      const double shares = number_after(" contributes ") +
-                            number_after(" contributes ", run.out.find(" contributes ") + 1);
-      if (shares > 0) {
-        EXPECT_NEAR(shares, number_after("f(Solution) = "), 1e-7) << run;
-      }
-    }
-  }
-}
-
-// Integer codes expanded to one-hot columns give the run of the matrix numpy expands.
-TEST_F(QuilloRun, OneHotExpansion) {
-  Python(
-      "codes = np.random.default_rng(6).integers(0, 4, size=(25, 3))\n"
-      "np.save('codes.npy', codes.astype(np.float32))\n"
-      "np.save('onehot.npy', np.hstack([np.eye(c.max() + 1)[c] for c in codes.T]).astype("
-      "np.float32))\n");
-  std::string outputs[2];
-  for (const std::string input : {"codes.npy -flohexpand", "onehot.npy"}) {
-    const ChildOutcome run = Quillo("-flfilename " + input +
-                                    " -fltransformation 'DOT()' -sumsize 6 -outfilesummary o.npy "
-                                    "-outfilegains g.npy");
-    ASSERT_EQ(run.status, 0) << input << "\n" << run;
-    outputs[input == "onehot.npy"] =
-        velmor::testing::ReadFile(Path("o.npy")) + velmor::testing::ReadFile(Path("g.npy"));
-  }
-  EXPECT_EQ(outputs[0], outputs[1]);
-  Python("np.save('bad.npy', np.array([[0.5, 1]], dtype=np.float32))");
-  EXPECT_TRUE(Has(Quillo("-flfilename bad.npy -flohexpand -sumsize 1"),
-                  "one-hot expansion needs non-negative integer codes"));
-}
-
 TEST_F(QuilloRun, MatroidConstraintsFromJson) {
   MakeSimilarity(20);
   Python(
@@ -288,31 +212,15 @@ TEST_F(QuilloRun, MatroidConstraintsFromJson) {
   EXPECT_EQ(
       Python("o = np.load('o.npy').astype(int).ravel()\nprint(sorted(o // 5) == [0, 1, 2, 3])"),
       "True\n");
-
-}
-
-TEST_F(QuilloRun, OutputFilesAndPlotScript) {
-  MakeSimilarity(25);
-  ChildOutcome run = Quillo(
-      "-flfilename sim.npy -sumsize 7 -outfilesummary o.csv -outfilegains g.csv "
-      "-outasciiresultsfilename both.csv -pgpyplotfilename plot.py");
-  ASSERT_EQ(run.status, 0) << run;
-  EXPECT_EQ(Python("o = np.loadtxt('o.csv', delimiter=',').ravel()\n"
-                   "g = np.loadtxt('g.csv', delimiter=',').ravel()\n"
-                   "b = np.loadtxt('both.csv', delimiter=',')\n"
-                   "print(b.shape == (2, 7) and (b[0] == o).all() and np.allclose(b[1], g) and "
-                   "(np.diff(g) <= 0).all())"),
-            "True\n");
-  EXPECT_TRUE(fs::exists(Path("plot.py")));
 }
 
 TEST_F(QuilloRun, BadFilesGiveNestedReports) {
   std::ofstream(Path("bad.csv")) << "1,2\n3\n";
   ChildOutcome run = Quillo("-flfilename bad.csv -sumsize 1");
   EXPECT_EQ(run.status, 1) << run;
-  for (const char* part : {"ERROR DETECTED: Exception caught: [[@common-command-line-routines:",
-                           ":LoadAndTransformMatrix]] Problems loading FL matrix.\n++ ",
-                           "End of Backtrace."})
+  for (const char* part :
+       {"ERROR DETECTED: Exception caught: [[@common-command-line-routines:",
+        ":LoadAndTransformMatrix]] Problems loading FL matrix.\n++ ", "End of Backtrace."})
     EXPECT_NE(run.err.find(part), std::string::npos) << run;
 }
 
@@ -395,6 +303,311 @@ TEST_F(QuilloRun, Signals) {
   };
   run = velmor::testing::RunCommand(dir_.path(), command, options);
   EXPECT_TRUE(run.exited && run.status == 255) << run;
+}
+
+// The objective of a run on sim.npy (FL) and sim2.npy (FL2, weight 0.5), in
+// numpy: with attraction A (and neglect N) the FL term is its conditional
+// mutual information, and under a contraction C each weighted component c
+// counts c(X u C) - c(C). check(case, ...) reads the case's order, gains and
+// log and compares every report line with the objective.
+const char* kReportOracle = R"PY(
+import re
+def fl(name):
+    M = np.load(name).astype(np.float64); fV = M.max(axis=0).sum()
+    return lambda X: M[sorted(X)].max(axis=0).sum() / fV if X else 0.0
+def components(A, N):
+    f, h = fl('sim.npy'), fl('sim2.npy')
+    g = f if A is None else (lambda X: f(X | N) + (f(A | N) - f(N)) - f(X | A | N))
+    return [g, lambda X: 0.5 * h(X)]
+def array(line):
+    return np.array([float(x) for x in re.search(r'np\.array\(\[(.*)\]\)', line).group(1).split(',')])
+def close(a, b, what, rtol=2e-6):
+    assert np.allclose(a, b, rtol=rtol, atol=2e-7), (what, a, b)
+def check(case, A=None, N=frozenset(), C=frozenset(), n=30):
+    shares = [lambda X, c=c: c(X | C) - c(C) for c in components(A, N)]
+    F = lambda X: sum(s(X) for s in shares)
+    order = np.load(case + '_o.npy').astype(int).ravel().tolist()
+    gains = np.load(case + '_g.npy').ravel()
+    log = open(case + '.log').read().splitlines()
+    lines = lambda start: [l for l in log if l.startswith(start)]
+    # The greedy itself.
+    S, expected = set(), []
+    for _ in order:
+        v = max((v for v in range(n) if v not in S | C), key=lambda v: F(S | {v}) - F(S))
+        expected.append(v); S.add(v)
+    assert order == expected, (case, order, expected)
+    close(gains, [F(set(order[:i + 1])) - F(set(order[:i])) for i in range(len(order))], 'gains')
+    S = set(order)
+    close(float(lines('Summary valuation: f(Solution) = ')[0].split('= ')[1]), F(S), 'value')
+    # Balance: each component's share, its percentage and its gain at each step.
+    for i, l in enumerate([l for l in lines('Balance: ') if 'contributes' in l]):
+        value, percent = [float(x) for x in re.search(r'contributes (\S+) = (\S+)%', l).groups()]
+        close(value, shares[i](S), 'share')
+        close(percent, 100 * shares[i](S) / F(S), 'percent', rtol=6e-4)
+    for i, l in enumerate([l for l in lines('Balance: ') if 'gains:' in l]):
+        close(array(l), [shares[i](set(order[:t + 1])) - shares[i](set(order[:t])) for t in range(len(order))], 'step gains')
+    # Conditional curvature of each element, its summary and the modular upper bound.
+    curvature = [1 - (F(S) - F(S - {v})) / g for v, g in zip(order, gains.astype(np.float64))]
+    for l in lines('Summary Conditional Curvature: '):
+        close(array(l), curvature, 'curvature')
+    for l in lines('Conditional curvature of the summary: '):
+        summary = [float(part.split('= ')[1]) for part in l.rstrip('.').split(': ')[1].split(', ')]
+        close(summary, [min(curvature), np.mean(curvature), max(curvature)], 'curvature summary')
+    for l in lines('Modular Upper Bound on solution = '):
+        bound, efficiency = [float(x) for x in re.search(r'= (\S+), 0 <= .* = (\S+) <= 1.0', l).groups()]
+        close(bound, sum(F({v}) for v in order), 'bound'); close(efficiency, F(S) / bound, 'efficiency')
+    return [len(lines(p)) for p in ('Balance: ', 'Summary Conditional Curvature: ', 'Modular Upper Bound')]
+)PY";
+
+TEST_F(QuilloRun, EveryReportAloneWithContractionAndWithConditionalMutualInformation) {
+  MakeSimilarity(30);
+  Python("np.save('sim2.npy', np.random.default_rng(9).random((30, 30)).astype(np.float32))");
+  struct Setting {
+    std::string name, options, oracle_sets;
+  };
+  const std::vector<Setting> settings = {
+      {"plain", "", ""},
+      {"contraction", "-set-contraction 0,1", "C={0,1}"},
+      {"cmi", "-fl-set-attraction 3,4 -fl-set-neglect 5", "A={3,4}, N=frozenset({5})"},
+      {"both", "-fl-set-attraction 3,4 -fl-set-neglect 5 -set-contraction 0,1",
+       "A={3,4}, N=frozenset({5}), C={0,1}"}};
+  const std::vector<std::pair<std::string, std::string>> reports = {
+      {"balance1", "-ctrl-logbalancereport 1"},
+      {"balance2", "-ctrl-logbalancereport 2"},
+      {"detail", "-ctrl-logdetail"},
+      {"curvature", "-ctrl-logccurvature"},
+      {"all", "-ctrl-logbalancereport 2 -ctrl-logdetail -ctrl-logccurvature"}};
+  std::string checks = kReportOracle;
+  for (const Setting& setting : settings) {
+    for (const auto& [report, report_options] : reports) {
+      const std::string name = setting.name + "_" + report;
+      const ChildOutcome run = Quillo(
+          "-flfilename sim.npy -fl2filename sim2.npy -fl2responsibility 0.5 "
+          "-sumsize 6 -cloglevel info " +
+          setting.options + " " + report_options + " -outfilesummary " + name +
+          "_o.npy -outfilegains " + name + "_g.npy");
+      ASSERT_EQ(run.status, 0) << name << "\n" << run;
+      std::ofstream(Path(name + ".log")) << run.out;
+      checks += "print('" + name + "', check('" + name + "', " + setting.oracle_sets + "))\n";
+    }
+  }
+  // Each report appears when asked for, and only then: two balance lines per
+  // component at level 2, one at level 1.
+  const std::string got = Python(checks);
+  for (const Setting& setting : settings) {
+    const std::string& n = setting.name;
+    const std::string expected = n + "_balance1 [2, 0, 0]\n" + n + "_balance2 [4, 0, 0]\n" + n +
+                                 "_detail [0, 0, 1]\n" + n + "_curvature [0, 1, 0]\n" + n +
+                                 "_all [4, 1, 1]\n";
+    EXPECT_NE(got.find(expected), std::string::npos) << got;
+  }
+}
+
+TEST_F(QuilloRun, OneHotExpansion) {
+  // Integer codes of 4 categorical features; one-hot columns then DOT() give
+  // the number of features two items share.
+  Python(
+      "C = np.random.default_rng(2).integers(0, 3, (25, 4)); C[0, 3] = 5\n"
+      "np.savetxt('codes.csv', C, fmt='%d', delimiter=',')\n");
+  ChildOutcome run = Quillo(
+      "-flfilename codes.csv -flohexpand -fltransformation 'DOT()' -sumsize 5 "
+      "-flsavefinaltransformedmatrix expanded.npy -outfilesummary o.npy");
+  ASSERT_EQ(run.status, 0) << run;
+  // DOT() of one-hot rows ties often: each chosen element must have a largest gain.
+  EXPECT_EQ(Python("C = np.loadtxt('codes.csv', delimiter=',').astype(int)\n"
+                   "X = np.hstack([np.eye(c.max() + 1)[c] for c in C.T])\n"
+                   "assert X.shape == (25, 3 + 3 + 3 + 6), X.shape\n"
+                   "S = X @ X.T\n"
+                   "assert (np.load('expanded.npy') == S).all()\n"
+                   "m = np.zeros(25); best = []\n"
+                   "for v in np.load('o.npy').astype(int).ravel():\n"
+                   "    g = np.maximum(S - m, 0).sum(axis=1); best.append(g[v] == g.max())\n"
+                   "    m = np.maximum(m, S[v])\n"
+                   "print(len(best) == 5 and all(best))"),
+            "True\n");
+  // Codes must be non-negative whole numbers.
+  std::ofstream(Path("bad.csv")) << "0,1\n2,-1\n";
+  run = Quillo("-flfilename bad.csv -flohexpand -sumsize 1");
+  EXPECT_EQ(run.status, 1) << run;
+  EXPECT_TRUE(Has(run,
+                  "ERROR DETECTED: Command line argument: FL one-hot expansion needs "
+                  "non-negative integer codes, but entry (1,1) is -1."))
+      << run;
+  std::ofstream(Path("half.csv")) << "0,1.5\n2,1\n";
+  run = Quillo("-fl2filename half.csv -fl2ohexpand -sumsize 1");
+  EXPECT_TRUE(Has(run,
+                  "FL2 one-hot expansion needs non-negative integer codes, but entry (0,1) "
+                  "is 1.5."))
+      << run;
+}
+
+TEST_F(QuilloRun, LoadFailuresReportOneChainWhicheverPathReadsTheFile) {
+  // A C-order float32 file is mapped, a Fortran-order one read: the same
+  // broken contents give the same report, location prefixes included.
+  Python(
+      "S = np.random.default_rng(4).random((6, 6)).astype(np.float32)\n"
+      "np.save('c.npy', S); np.save('f.npy', np.asfortranarray(S))\n"
+      "S[2, 3] = np.nan; np.save('nan_c.npy', S); np.save('nan_f.npy', np.asfortranarray(S))\n"
+      "for name in ('c', 'f'):\n"
+      "    data = open(name + '.npy', 'rb').read(); open('short_' + name + '.npy', "
+      "'wb').write(data[:-5])\n");
+  for (const std::string broken : {"short", "nan"}) {
+    std::string reports[2];
+    for (int i = 0; i < 2; ++i) {
+      fs::copy_file(Path(broken + (i ? "_f.npy" : "_c.npy")), Path("bad.npy"),
+                    fs::copy_options::overwrite_existing);
+      const ChildOutcome run = Quillo("-flfilename bad.npy -sumsize 2");
+      EXPECT_EQ(run.status, 1) << run;
+      reports[i] = run.err;
+    }
+    EXPECT_EQ(reports[0], reports[1]) << broken;
+    EXPECT_NE(reports[0].find(":LoadAndTransformMatrix]] Problems loading FL matrix.\n++ [[@"
+                              "DenseMatrixIO:"),
+              std::string::npos)
+        << reports[0];
+    EXPECT_NE(reports[0].find(":LoadDenseMatrixFromFileOrRamOrMakeRandom]] Problems opening file "
+                              "'bad.npy'.\n++++ "),
+              std::string::npos)
+        << reports[0];
+  }
+}
+
+TEST_F(QuilloRun, OutputFilesByExtensionAndCheckedBeforeAnyWork) {
+  MakeSimilarity(20);
+  // .npy (either case) for numpy with the order as int32; anything else is
+  // .csv; the results file holds the order over the gains.
+  ChildOutcome run = Quillo(
+      "-flfilename sim.npy -sumsize 4 -outfilesummary o.NPY -outfilegains g.bin "
+      "-outasciiresultsfilename both.txt -pgpyplotfilename plot.py");
+  ASSERT_EQ(run.status, 0) << run;
+  EXPECT_EQ(Python(std::string(kGreedyOracle) +
+                   "o = np.load('o.NPY'); g = np.loadtxt('g.bin', delimiter=',')\n"
+                   "eo, eg = greedy(np.load('sim.npy'), 4)\n"
+                   "y = np.arange(20) * 10; b = np.loadtxt('both.txt', delimiter=',')\n"
+                   "print(o.dtype, o.shape, (y[o.ravel()] == np.array(eo) * 10).all(),\n"
+                   "      np.allclose(g, eg, rtol=1e-6), b.shape, (b[0] == eo).all(), "
+                   "np.allclose(b[1], g))"),
+            "int32 (4, 1) True True (2, 4) True True\n");
+  EXPECT_TRUE(fs::exists(Path("plot.py")));
+  // Unwritable outputs fail before the (missing) matrix is looked at; the
+  // check leaves an existing file as it was and creates none.
+  std::ofstream(Path("keep.csv")) << "keep\n";
+  for (const std::string option :
+       {"-outfilesummary", "-outfilegains", "-outasciiresultsfilename"}) {
+    for (const std::string path : {"nowhere/o.npy", "."}) {
+      run = Quillo("-flfilename missing.npy -sumsize 4 " + option + " " + path);
+      EXPECT_EQ(run.status, 1) << run;
+      EXPECT_TRUE(Has(run, "ERROR DETECTED: Specified input data: [[@dovetel-common:")) << run;
+      EXPECT_TRUE(Has(run, "Can't open file '" + path + "' for writing to output.\n++ ")) << run;
+      EXPECT_FALSE(Has(run, "missing.npy")) << run;
+    }
+  }
+  EXPECT_EQ(
+      Quillo("-flfilename missing.npy -sumsize 4 -outfilegains keep.csv -outfilesummary new.csv")
+          .status,
+      1);
+  EXPECT_EQ(velmor::testing::ReadFile(Path("keep.csv")), "keep\n");
+  EXPECT_FALSE(fs::exists(Path("new.csv")));
+  // The plot script's problem is told at once, and the run goes on.
+  run = Quillo(
+      "-flfilename sim.npy -sumsize 4 -pgpyplotfilename nowhere/plot.py -outfilesummary o.csv");
+  EXPECT_EQ(run.status, 0) << run;
+  const std::size_t early =
+      run.out.find("Can't open file 'nowhere/plot.py' for writing to output (");
+  EXPECT_LT(early, run.out.find("Can't open file 'nowhere/plot.py' for writing to output\n"))
+      << run;
+  EXPECT_TRUE(fs::exists(Path("o.csv")));
+}
+
+TEST_F(QuilloRun, SeedsSizesNumbersAndCentralityOptionsAsTheOptionsSay) {
+  MakeSimilarity(20);
+  const auto random_line = [this](const std::string& options) {
+    const ChildOutcome run =
+        Quillo("-flfilename sim.npy -cloglevel info -randomevaluations 10 " + options);
+    EXPECT_EQ(run.status, 0) << run;
+    const std::size_t at = run.out.find("Ran 10 random subsets of size ");
+    return at == std::string::npos ? run.out : run.out.substr(at, run.out.find('\n', at) - at);
+  };
+  // -rseed reaches the random evaluations; -seed makes them repeat.
+  EXPECT_NE(random_line("-sumsize 5 -rseed"), random_line("-sumsize 5 -rseed"));
+  EXPECT_EQ(random_line("-sumsize 5 -seed 3"), random_line("-sumsize 5 -seed 3"));
+  // The size reported is the size drawn: the matroids' limit (one per block
+  // of five), or all candidates when there are fewer.
+  Python(
+      "blocks = [{'block': list(range(b * 5, b * 5 + 5)), 'limit': 1} for b in range(4)]\n"
+      "json.dump({'intersection-of-matroids': {'partition-matroids': [\n"
+      "    {'partition-matroid': {'blocks': blocks}}]}}, open('im.json', 'w'))\n");
+  EXPECT_EQ(random_line("-imjson im.json").substr(0, 31), "Ran 10 random subsets of size 4");
+  EXPECT_EQ(random_line("-sumsize 5 -set-restriction 0-2").substr(0, 31),
+            "Ran 10 random subsets of size 3");
+
+  // Numbers out of range are narrowed as C converts them: 4294967293 is -3,
+  // so k = 20 + 1 - 3; -1 is the largest unsigned, the full balance report.
+  ChildOutcome run = Quillo(
+      "-flfilename sim.npy -sumsize 4294967293 -ctrl-logbalancereport -1 -cloglevel info "
+      "-outfilesummary o.npy");
+  EXPECT_EQ(run.status, 0) << run;
+  EXPECT_TRUE(Has(run, "Balance: FL function gains: ")) << run;
+  EXPECT_EQ(Python("print(np.load('o.npy').size)"), "18\n");
+
+  // Centrality options that cannot take effect are refused.
+  for (const auto& [options, message] : std::vector<std::pair<std::string, std::string>>{
+           {"-flsavefinalcentralityvector c.npy",
+            "-flsavefinalcentralityvector needs a centrality term: give "
+            "-flcentralityresponsibility above 0."},
+           {"-flcentralityspec 'ROWMEDIAN()'", "FL centrality 'ROWMEDIAN()' is not supported"},
+           {"-flcentralitytransformation 'SCALE(2)'",
+            "-flcentralitytransformation needs a centrality term"}}) {
+    run = Quillo("-flfilename sim.npy -sumsize 3 " + options);
+    EXPECT_EQ(run.status, 1) << run;
+    EXPECT_TRUE(Has(run, "ERROR DETECTED: Command line argument: " + message)) << run;
+  }
+  EXPECT_FALSE(fs::exists(Path("c.npy")));
+}
+
+TEST_F(QuilloRun, DoublePrecisionDataRunInDouble) {
+  // Similarities with more digits than single precision holds, as .npy, .csv,
+  // .bin and a sparse .npz (no near-ties among the greedy's gains); the oracle
+  // greedy runs in float64 on the float64 or the float32 matrix.
+  Python(
+      "rng = np.random.default_rng(10); X = rng.random((60, 3))\n"
+      "S = np.exp(-((X[:, None] - X[None]) ** 2).sum(-1)); S[S < 0.3] = 0\n"
+      "np.save('sim64.npy', S); np.savetxt('sim64.csv', S, delimiter=',', fmt='%.17g')\n"
+      "S.T.tofile('sim64.bin'); sp.save_npz('sim64.npz', sp.csr_matrix(S), compressed=False)\n");
+  const auto check = [this](const char* matrix) {
+    return Python(std::string(kGreedyOracle) + "o, g = greedy(" + matrix +
+                  ", 12); g = np.array(g)\n"
+                  "error = np.abs(np.load('g.npy').ravel() - g) / g\n"
+                  "print(np.load('o.npy').ravel().tolist() == o, error.max() <= 6e-8, "
+                  "error.max() <= 1e-6)\n");
+  };
+  for (const std::string input :
+       {"-flfilename sim64.npy", "-spflfilename sim64.npz",
+        "-flfilename sim64.csv -precision double",
+        "-flfilename sim64.bin -flrows 60 -flcols 60 -precision double"}) {
+    const ChildOutcome run = Quillo(input +
+                                    " -sumsize 12 -outfilesummary o.npy -outfilegains g.npy "
+                                    "-loglevels ctrl=debug -cloglevel debug");
+    ASSERT_EQ(run.status, 0) << input << "\n" << run;
+    EXPECT_EQ(check("np.load('sim64.npy')"), "True True True\n") << input;
+    // The float64 .npy is used where it lies.
+    EXPECT_EQ(Has(run, "FL matrix file 'sim64.npy' mapped into memory."),
+              input == "-flfilename sim64.npy")
+        << run;
+  }
+  // Single precision on request: off from the float64 gains by more than
+  // their rounding, close to those of the matrix rounded to float32.
+  ASSERT_EQ(Quillo("-flfilename sim64.npy -precision single -sumsize 12 -outfilesummary o.npy "
+                   "-outfilegains g.npy")
+                .status,
+            0);
+  EXPECT_EQ(check("np.load('sim64.npy')"), "True False True\n");
+  EXPECT_EQ(check("np.load('sim64.npy').astype(np.float32)"), "True False True\n");
+  const ChildOutcome run = Quillo("-flfilename sim64.npy -sumsize 3 -precision quad");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_TRUE(
+      Has(run, "Invalid precision 'quad' for option -precision: use file, single or double."))
+      << run;
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "functions/FacilityLocationFunction.h"
+#include "functions/SoftFacilityLocationFunction.h"
 #include "functions/set_function_oracle.h"
 #include "io/DenseNumpyFileIOSupport.h"
 #include "io/MappedNumpyMatrix.h"
@@ -49,7 +50,7 @@ template <typename T>
 class SharedStorageFacilityLocation : public ::testing::Test {};
 TYPED_TEST_SUITE(SharedStorageFacilityLocation, testing::FloatTypes);
 
-TYPED_TEST(SharedStorageFacilityLocation, MappedFileGivesTheReadFilesAnswers) {
+TYPED_TEST(SharedStorageFacilityLocation, MappedFileGivesTheReadFilesAnswersBitForBit) {
   using T = TypeParam;
   TempDir dir;
   const std::string name = dir.File("sim.npy");
@@ -72,6 +73,24 @@ TYPED_TEST(SharedStorageFacilityLocation, MappedFileGivesTheReadFilesAnswers) {
     UnorderedHashSet some(shape.n);
     for (int v = 0; v < shape.n; v += 3) some.insert(v);
     EXPECT_EQ(mapped.Evaluate(some), read.Evaluate(some));
+
+    // Soft facility location over the mapped file: the read function's
+    // answers, bit for bit.
+    auto shared = matrixio::MappedNumpyMatrix<T>::Map(name);
+    ASSERT_TRUE(shared);
+    const SoftFacilityLocationFunction<T> soft_mapped(
+        typename SoftFacilityLocationFunction<T>::ElementMajor{}, std::move(*shared).Share(),
+        shape.n, shape.k, 0.3);
+    const SoftFacilityLocationFunction<T> soft_read(matrixio::ReadMatrixFromNumpyFile<T>(name),
+                                                    0.3);
+    EXPECT_TRUE(soft_mapped.HasSharedStorage());
+    const auto soft_read_context = soft_read.MakeGrowingContext(some);
+    const auto soft_mapped_context = soft_mapped.MakeGrowingContext(some);
+    for (int v = 0; v < shape.n; ++v) {
+      EXPECT_EQ(mapped.Gain(v, some), read.Gain(v, some));
+      EXPECT_EQ(soft_mapped_context->DisjointGain(v), soft_read_context->DisjointGain(v));
+    }
+    EXPECT_EQ(soft_mapped.Evaluate(some), soft_read.Evaluate(some));
 
     // The mapped function against its own whole-set evaluation.
     testing::OracleOptions options;
@@ -152,6 +171,13 @@ TYPED_TEST(SharedStorageFacilityLocation, ConstructionErrors) {
               "Invalid argument, ground_set_size=" + std::to_string(too_many) + "."},
              {[&] { F(typename F::ElementMajor{}, values, 1, too_many); }, file,
               "Invalid argument, number_of_concepts=1."}});
+  const std::string soft = "SoftFacilityLocationFunction";
+  testing::ExpectLocatedError(
+      [] {
+        SoftFacilityLocationFunction<T>(typename SoftFacilityLocationFunction<T>::ElementMajor{},
+                                        nullptr, 2, 3, 1.0);
+      },
+      soft, soft, "Invalid argument, no similarity storage.");
   // A valid one reads the values where they are.
   values.get()[4] = T(2);
   F f(typename F::ElementMajor{}, values, 2, 3);

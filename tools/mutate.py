@@ -20,6 +20,10 @@ test checks.
         does not count; with --limit, the run goes on down the list until that
         many mutants built.
 
+  applicable  keeps the mutants of a list whose original line is still in a
+        tree: run on a later tree, it gives a sample that means the same
+        mutation in both trees.
+
 Mutant lists are tab-separated: id, file, line, original text, mutated text
 (an empty mutated text drops the line). A results file has the same columns
 after id, status, seconds and the first failing test, and is itself a valid
@@ -379,14 +383,14 @@ def save_object(build_dir, source, logs):
         shutil.copy2(object_path(build_dir, source), saved)
 
 
-def restore(path, text, stat, build_dir, source):
+def restore(path, text, stat, build_dir, source, logs):
     """Puts the source back with its old times and the unmutated object back,
     so the next build recompiles nothing for it; the library archive is
     removed so that it is assembled again from the unmutated objects."""
     with open(path, "w", encoding="utf-8") as f:
         f.write(text)
     os.utime(path, ns=(stat.st_atime_ns, stat.st_mtime_ns))
-    saved = os.path.join(os.path.dirname(build_dir), "logs", "objects", source + ".o")
+    saved = os.path.join(logs, "objects", source + ".o")
     shutil.copy2(saved, object_path(build_dir, source))
     library = os.path.join(build_dir, "libvelmor.a")
     if os.path.exists(library):
@@ -478,6 +482,10 @@ def run(args):
     tree = os.path.abspath(args.tree)
     work = os.path.abspath(args.work or os.path.join(tree, "build", "mutation"))
     src, build_dir = os.path.join(work, "src"), os.path.join(work, "build")
+    if args.in_place:
+        # The tree's own sources and an existing build folder of it: nothing
+        # to copy or configure; each mutated line is put back afterwards.
+        src, build_dir = tree, os.path.abspath(args.in_place)
     logs = os.path.join(work, "logs")
     os.makedirs(logs, exist_ok=True)
     mutants = read_mutants(args.mutants)
@@ -486,7 +494,9 @@ def run(args):
         done = {m["id"]: m for m in read_mutants(args.results)}
 
     os.makedirs(src, exist_ok=True)
-    if args.revision:
+    if args.in_place:
+        print(f"mutating {tree} in place, building in {build_dir}", flush=True)
+    elif args.revision:
         # The tree as committed at that revision, whatever the working tree holds.
         exported = os.path.join(work, "export")
         shutil.rmtree(exported, ignore_errors=True)
@@ -570,7 +580,7 @@ def run(args):
                             outcome["status"] = "killed" if failure else "survived"
                             outcome["detail"] = failure or ""
                     finally:
-                        restore(path, original_text, stat, build_dir, mutant["file"])
+                        restore(path, original_text, stat, build_dir, mutant["file"], logs)
             outcome["seconds"] = f"{time.monotonic() - started:.0f}"
             results.write(format_row(outcome, RESULT_COLUMNS))
             results.flush()
@@ -602,6 +612,18 @@ def summarize(path):
                   f"{m['mutated'].strip() or '(dropped)'}")
 
 
+def applicable(tree, path):
+    """The mutants of a list whose original line is still in `tree`."""
+    kept = []
+    for mutant in read_mutants(path):
+        source = os.path.join(tree, mutant["file"])
+        if os.path.exists(source):
+            with open(source, encoding="utf-8") as f:
+                if locate(f.read().split("\n"), mutant) is not None:
+                    kept.append({c: mutant[c] for c in COLUMNS})
+    return kept
+
+
 def compare(before_path, after_path):
     before = {m["id"]: m for m in read_mutants(before_path)}
     after = {m["id"]: m for m in read_mutants(after_path)}
@@ -630,12 +652,17 @@ def main():
     p.add_argument("--limit", type=int, default=0, help="stop after this many mutants built")
     p.add_argument("--sample-out", help="also write the mutants that built as a list")
     p.add_argument("--work", help="scratch folder (default: <tree>/build/mutation)")
+    p.add_argument("--in-place", metavar="BUILD_DIR",
+                   help="mutate the tree itself and build in this configured build folder of it")
     p.add_argument("--jobs", type=int, default=2)
     p.add_argument("--timeout-factor", type=float, default=5.0,
                    help="a test program times out after factor x its unmutated time + 60 s")
     p.add_argument("--resume", action="store_true", help="skip mutants already in --results")
     p = commands.add_parser("summary", help="counts of a results file")
     p.add_argument("results")
+    p = commands.add_parser("applicable", help="the mutants of a list that apply to a tree")
+    p.add_argument("--tree", default=".")
+    p.add_argument("mutants")
     p = commands.add_parser("compare", help="mutants killed in one results file but not another")
     p.add_argument("before")
     p.add_argument("after")
@@ -646,6 +673,10 @@ def main():
         write_mutants(sys.stdout, mutants)
     elif args.command == "run":
         run(args)
+    elif args.command == "applicable":
+        kept = applicable(os.path.abspath(args.tree), args.mutants)
+        sys.stdout.write(f"# {len(kept)} mutants of {args.mutants} whose line is in {args.tree}\n")
+        write_mutants(sys.stdout, kept)
     elif args.command == "summary":
         summarize(args.results)
     else:

@@ -8,7 +8,7 @@ JOBS ?= $(shell nproc)
 RELEASE_DIR := build/release
 SANITIZE_DIR := build/sanitize
 
-.PHONY: all deps build test test-release test-sanitize format-check bench demo clean
+.PHONY: all deps build test test-release test-sanitize format-check line-ratio bench demo clean
 
 all: build
 
@@ -33,6 +33,10 @@ $(RELEASE_DIR)/CMakeCache.txt: | deps
 $(SANITIZE_DIR)/CMakeCache.txt: | deps
 	cmake -S . -B $(SANITIZE_DIR) -DCMAKE_BUILD_TYPE=Sanitize -DCMAKE_CXX_FLAGS_SANITIZE="-O1" \
 	  -DVELMOR_SANITIZE=ON -DVELMOR_BUILD_BENCHMARKS=OFF
+
+# Size of the suite against the code (non-blank lines; see tools/line_ratio.sh).
+line-ratio:
+	@tools/line_ratio.sh
 
 build: deps $(RELEASE_DIR)/CMakeCache.txt
 	cmake --build $(RELEASE_DIR) -j $(JOBS)

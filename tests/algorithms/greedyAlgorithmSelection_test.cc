@@ -18,142 +18,105 @@
 namespace velmor {
 namespace {
 
-using testing_util::FullSet;
-using testing_util::OptmLogCapture;
-
-constexpr int kNoLimit = 2147483647;
+using testing::FullSet;
+using testing::kNoLimit;
 
 // The selector's flags and tuning values, with the values a caller would
 // typically give.
 struct Selection {
-  bool standard = false;
-  bool stochastic = false;
-  bool threshold = false;
-  int threads = 0;
-  int depth = 0;
-  int ary = 1;
+  bool standard = false, stochastic = false, threshold = false;
+  int threads = 0, depth = 0, ary = 1;
   GainPermit permit = kNeverStopOnGain;
-  double threshold_value = 0.2;
-  double starting_epsilon = 0.05, ending_epsilon = 0.2;
-  int seed = 3;
+  double epsilon = 0.05;
 };
 
-struct Outcome {
-  explicit Outcome(int n) : solution(n) {}
+struct Outcome : testing::GreedyRun {
+  explicit Outcome(int n) : GreedyRun(n) {}
   bool result = false;
-  UnorderedHashSet solution;
-  std::vector<int> order;
-  std::vector<float> gains;
-  double value = 0.0;
   std::vector<std::string> log;
+  bool Logged(const std::string& text) const {
+    return std::any_of(log.begin(), log.end(),
+                       [&](const std::string& line) { return line.find(text) != line.npos; });
+  }
 };
 
-Outcome Select(const Selection& s, const SubmodularFunction& f,
-               const DownClosedSetConstraint& constraint, bool want_order = true,
-               bool want_gains = true) {
+std::unique_ptr<Outcome> Select(const Selection& s, const SubmodularFunction& f,
+                                const DownClosedSetConstraint& constraint, bool want_order = true) {
   const int n = f.GroundSetSize();
-  Outcome out(n);
+  auto out = std::make_unique<Outcome>(n);
   const UnorderedHashSet empty(n);
-  OptmLogCapture capture;
-  out.result = RunOneOfTheGreedyAlgorithms(
-      s.standard, s.stochastic, s.starting_epsilon, 1, s.ending_epsilon, 0, 1.0, 0.0, 0, 1,
-      s.threshold, s.threshold_value, s.threads, s.depth, s.ary, true, 1.0f, 1.0f, s.seed, f,
-      constraint, kNoLimit, FullSet(n), empty, empty, 0.0, s.permit, &out.solution,
-      want_order ? &out.order : nullptr, want_gains ? &out.gains : nullptr, &out.value);
-  out.log = capture.Lines();
+  testing::OptmLogCapture capture;
+  out->result = RunOneOfTheGreedyAlgorithms(
+      s.standard, s.stochastic, s.epsilon, 1, s.epsilon, 0, 1.0, 0.0, 0, 1, s.threshold, 0.2,
+      s.threads, s.depth, s.ary, true, 1.0f, 1.0f, 3, f, constraint, kNoLimit, FullSet(n), empty,
+      empty, 0.0, s.permit, &out->solution, want_order ? &out->order : nullptr, &out->gains,
+      &out->value);
+  out->log = capture.Lines();
   return out;
-}
-
-bool Logged(const Outcome& out, const std::string& text) {
-  for (const std::string& line : out.log) {
-    if (line.find(text) != std::string::npos) return true;
-  }
-  return false;
 }
 
 TEST(GreedyAlgorithmSelection, PrecedenceAndHandOver) {
   std::mt19937 engine(51);
   const int n = 400;
-  const auto f = testing_util::RandomFacilityLocation<double>(n, 50, engine);
+  const auto f = testing::RandomFacilityLocation<double>(n, 50, engine);
   const CardinalitySetConstraint constraint(n, 15);
-  const UnorderedHashSet empty(n);
-  const UnorderedHashSet all = FullSet(n);
-
-  // No flag: the accelerated greedy, the same run as a direct call.
-  const Outcome accelerated = Select({}, *f, constraint);
-  std::vector<int> direct_order;
-  std::vector<float> direct_gains;
-  AcceleratedGreedyConstrainedMaximization(*f, constraint, kNoLimit, all, empty, empty, 0.0,
-                                           kStopAtNegativeGain, nullptr, &direct_order,
-                                           &direct_gains, nullptr, nullptr);
-  EXPECT_TRUE(accelerated.result);
-  EXPECT_TRUE(Logged(accelerated, "Finished running accelerated greedy"));
-  EXPECT_EQ(accelerated.order, direct_order);
-  EXPECT_EQ(accelerated.gains, direct_gains);
-
-  // Standard wins over stochastic; stochastic over threshold.
-  Selection both;
-  both.standard = both.stochastic = both.threshold = true;
-  const Outcome standard = Select(both, *f, constraint);
-  EXPECT_TRUE(Logged(standard, "Starting greedy max."));
-  EXPECT_FALSE(Logged(standard, "stochastic"));
-  EXPECT_EQ(standard.order, direct_order);
-
-  Selection stochastic;
-  stochastic.stochastic = stochastic.threshold = true;
-  const Outcome sampled = Select(stochastic, *f, constraint);
-  EXPECT_TRUE(Logged(sampled, "Starting stochastic accelerated greedy"));
-  std::vector<int> stochastic_order;
-  StochasticAcceleratedGreedyConstrainedMaximization(
-      stochastic.starting_epsilon, 1, stochastic.ending_epsilon, 0, 1.0, 0.0, 0, 1, *f, constraint,
-      kNoLimit, all, empty, empty, kStopAtNegativeGain, stochastic.seed, nullptr, &stochastic_order,
-      nullptr, nullptr, nullptr, 0.0);
-  EXPECT_EQ(sampled.order, stochastic_order);  // the values reached it in their places
-
+  const UnorderedHashSet empty(n), all = FullSet(n);
+  const auto direct = [&](auto run) {
+    std::vector<int> order;
+    run(&order);
+    return order;
+  };
+  // No flag: the accelerated greedy, the same run as a direct call; standard
+  // wins over stochastic, stochastic over threshold.
+  const std::vector<int> accelerated = direct([&](std::vector<int>* order) {
+    AcceleratedGreedyConstrainedMaximization(*f, constraint, kNoLimit, all, empty, empty, 0.0,
+                                             kStopAtNegativeGain, nullptr, order, nullptr, nullptr,
+                                             nullptr);
+  });
+  auto out = Select({}, *f, constraint);
+  EXPECT_TRUE(out->result);
+  EXPECT_TRUE(out->Logged("Finished running accelerated greedy"));
+  EXPECT_EQ(out->order, accelerated);
+  out = Select({.standard = true, .stochastic = true, .threshold = true}, *f, constraint);
+  EXPECT_TRUE(out->Logged("Starting greedy max."));
+  EXPECT_FALSE(out->Logged("stochastic"));
+  EXPECT_EQ(out->order, accelerated);
+  out = Select({.stochastic = true, .threshold = true}, *f, constraint);
+  EXPECT_EQ(out->order, direct([&](std::vector<int>* order) {
+              StochasticAcceleratedGreedyConstrainedMaximization(
+                  0.05, 1, 0.05, 0, 1.0, 0.0, 0, 1, *f, constraint, kNoLimit, all, empty, empty,
+                  kStopAtNegativeGain, 3, nullptr, order, nullptr, nullptr, nullptr, 0.0);
+            }));
   // Threshold: gains only through the fixed-order pass, which needs the order.
-  Selection threshold;
-  threshold.threshold = true;
-  const Outcome swept = Select(threshold, *f, constraint);
-  EXPECT_TRUE(Logged(swept, "Starting threshold greedy"));
-  std::vector<int> threshold_order;
-  ThresholdGreedyConstrainedMaximization(threshold.threshold_value, *f, constraint, kNoLimit, all,
-                                         empty, empty, kStopAtNegativeGain, nullptr,
-                                         &threshold_order, nullptr, nullptr);
-  EXPECT_EQ(swept.order, threshold_order);
-  ASSERT_EQ(swept.gains.size(), swept.order.size());
-  EXPECT_NEAR(std::accumulate(swept.gains.begin(), swept.gains.end(), 0.0), swept.value, 1e-5);
-  const Outcome no_order = Select(threshold, *f, constraint, false, true);
-  EXPECT_TRUE(no_order.result);
-  EXPECT_TRUE(no_order.gains.empty());
-  EXPECT_EQ(no_order.solution.size(), 15);
-
+  out = Select({.threshold = true}, *f, constraint);
+  EXPECT_EQ(out->order, direct([&](std::vector<int>* order) {
+              ThresholdGreedyConstrainedMaximization(0.2, *f, constraint, kNoLimit, all, empty,
+                                                     empty, kStopAtNegativeGain, nullptr, order,
+                                                     nullptr, nullptr);
+            }));
+  ASSERT_EQ(out->gains.size(), out->order.size());
+  EXPECT_NEAR(std::accumulate(out->gains.begin(), out->gains.end(), 0.0), out->value, 1e-5);
+  out = Select({.threshold = true}, *f, constraint, false);
+  EXPECT_TRUE(out->result);
+  EXPECT_TRUE(out->gains.empty());
+  EXPECT_EQ(out->solution.size(), 15);
   // Threads: flat unless a depth or an ary above 1 asks for the tree.
-  Selection flat;
-  flat.threads = 4;
-  const Outcome mgm = Select(flat, *f, constraint);
-  EXPECT_TRUE(Logged(mgm, "Starting multi-threaded greedy max (MGM)."));
-  EXPECT_FALSE(Logged(mgm, "(HGM)"));
-  EXPECT_EQ(mgm.order.size(), 15u);
-  Selection tree = flat;
-  tree.ary = 2;
-  const Outcome hgm = Select(tree, *f, constraint);
-  EXPECT_TRUE(Logged(hgm, "Starting hierarchical multi-threaded greedy max (HGM)."));
-  EXPECT_TRUE(Logged(hgm, "Finished running accelerated greedy"));
-  tree.ary = 1;
-  tree.depth = 1;
-  tree.threads = 1;
-  tree.threshold = true;
-  const Outcome deep = Select(tree, *f, constraint);
-  EXPECT_TRUE(Logged(deep, "(HGM)"));
-  EXPECT_TRUE(Logged(deep, "Starting threshold greedy"));
-  ASSERT_EQ(deep.gains.size(), 15u);  // one block: the threshold run with its gains filled
-  EXPECT_NEAR(std::accumulate(deep.gains.begin(), deep.gains.end(), 0.0), deep.value, 1e-5);
-
+  out = Select({.threads = 4}, *f, constraint);
+  EXPECT_TRUE(out->Logged("Starting multi-threaded greedy max (MGM)."));
+  EXPECT_FALSE(out->Logged("(HGM)"));
+  EXPECT_EQ(out->order.size(), 15u);
+  out = Select({.threads = 4, .ary = 2}, *f, constraint);
+  EXPECT_TRUE(out->Logged("Starting hierarchical multi-threaded greedy max (HGM)."));
+  EXPECT_TRUE(out->Logged("Finished running accelerated greedy"));
+  out = Select({.threshold = true, .threads = 1, .depth = 1}, *f, constraint);
+  EXPECT_TRUE(out->Logged("(HGM)"));
+  EXPECT_TRUE(out->Logged("Starting threshold greedy"));
+  ASSERT_EQ(out->gains.size(), 15u);  // one block: the threshold run with its gains filled
+  EXPECT_NEAR(std::accumulate(out->gains.begin(), out->gains.end(), 0.0), out->value, 1e-5);
   // Nothing to write: false from the standard greedy.
-  const UnorderedHashSet none(n);
   EXPECT_FALSE(RunOneOfTheGreedyAlgorithms(
       true, false, 0, 0, 0, 0, 1, 0, 0, 0, false, 0.1, 0, 0, 1, false, 1, 1, 0, *f, constraint, 10,
-      all, none, none, 0.0, kStopAtNegativeGain, nullptr, nullptr, nullptr, nullptr));
+      all, empty, empty, 0.0, kStopAtNegativeGain, nullptr, nullptr, nullptr, nullptr));
 }
 
 TEST(GreedyAlgorithmSelection, CallersPermitIsNeverUsed) {
@@ -164,19 +127,18 @@ TEST(GreedyAlgorithmSelection, CallersPermitIsNeverUsed) {
   for (GainPermit permit : {kStopAtZeroGain, kStopAtNegativeGain, kNeverStopOnGain}) {
     for (int algorithm = 0; algorithm < 4; ++algorithm) {
       for (int threads : {0, 2}) {
-        Selection s;
-        s.permit = permit;
-        s.standard = algorithm == 0;
-        s.stochastic = algorithm == 1;
-        s.starting_epsilon = s.ending_epsilon = 0.0;  // whole samples: exact steps
-        s.threshold = algorithm == 2;
-        s.threads = threads;
-        const Outcome out = Select(s, f, constraint);
-        std::vector<int> sorted = out.order;
+        const auto out = Select({.standard = algorithm == 0,
+                                 .stochastic = algorithm == 1,
+                                 .threshold = algorithm == 2,
+                                 .threads = threads,
+                                 .permit = permit,
+                                 .epsilon = 0.0},  // whole samples: exact steps
+                                f, constraint);
+        std::vector<int> sorted = out->order;
         std::sort(sorted.begin(), sorted.end());
         EXPECT_EQ(sorted, (std::vector<int>{1, 2, 4}))
             << "permit " << permit << ", algorithm " << algorithm;
-        EXPECT_EQ(out.value, 6.0);
+        EXPECT_EQ(out->value, 6.0);
       }
     }
   }

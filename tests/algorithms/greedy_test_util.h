@@ -2,8 +2,7 @@
 #define VELMOR_TESTS_ALGORITHMS_GREEDY_TEST_UTIL_H_
 
 // Shared by the algorithm tests: random objectives, a naive greedy built on
-// whole-set evaluation and capture of the "optm" log. Exact error checks
-// (ExpectError) come from the constraint tests' helpers.
+// whole-set evaluation and capture of the "optm" log.
 
 #include <gtest/gtest.h>
 #include <spdlog/sinks/ringbuffer_sink.h>
@@ -20,14 +19,56 @@
 
 #include "algorithms/greedy_max.h"
 #include "constraints/DownClosedSetConstraint.h"
-#include "constraints/constraint_test_util.h"
 #include "functions/FacilityLocationFunction.h"
 #include "functions/MixtureSetFunction.h"
 #include "functions/ModularFunction.h"
 #include "sets/UnorderedHashSet.h"
+#include "support/located_messages.h"
+#include "support/sets.h"
 #include "utils/logging.h"
 
-namespace velmor::testing_util {
+namespace velmor::testing {
+
+constexpr int kNoLimit = 2147483647;
+
+// What a greedy algorithm returns.
+struct GreedyRun {
+  explicit GreedyRun(int n) : solution(n) {}
+  UnorderedHashSet solution;
+  std::vector<int> order;
+  std::vector<float> gains;
+  double value = 0.0;
+  std::int64_t evaluations = 0;
+};
+
+// What must hold of any run: the solution is the inclusion plus the order,
+// feasible and within the limit; no conditioning element is chosen; gains (when
+// returned) are the marginal gains of the prefixes and the value is
+// f(solution ∪ C) - f(C), both within `tolerance` (gains are stored as float).
+inline void ExpectValidRun(const SetFunction& f, const DownClosedSetConstraint& constraint,
+                           int limit, const Set& inclusion, const Set& conditioning,
+                           const GreedyRun& run, double tolerance) {
+  UnorderedHashSet prefix(f.GroundSetSize());
+  prefix.insertSet(inclusion);
+  prefix.insertSet(conditioning);
+  EXPECT_TRUE(run.gains.empty() || run.gains.size() == run.order.size());
+  for (std::size_t i = 0; i < run.order.size(); ++i) {
+    const int e = run.order[i];
+    EXPECT_FALSE(prefix.contains(e)) << e;
+    EXPECT_TRUE(run.solution.contains(e)) << e;
+    const double before = f.Evaluate(prefix);
+    prefix.insert(e);
+    const double gain = f.Evaluate(prefix) - before;
+    if (!run.gains.empty()) {
+      EXPECT_NEAR(run.gains[i], gain, tolerance + std::abs(gain) * FLT_EPSILON) << i;
+    }
+  }
+  EXPECT_NEAR(run.value, f.Evaluate(prefix) - f.Evaluate(conditioning), tolerance);
+  EXPECT_EQ(run.solution.size(), inclusion.size() + static_cast<int>(run.order.size()));
+  for (int v : inclusion) EXPECT_TRUE(run.solution.contains(v));
+  EXPECT_TRUE(constraint.IsFeasible(run.solution));
+  EXPECT_LE(run.solution.size(), limit);
+}
 
 // A normalized dense facility location over n elements and `landmarks`
 // landmarks with similarities uniform in [0, 1).
@@ -57,18 +98,6 @@ std::unique_ptr<MixtureSetFunction> RandomMixture(int n, std::mt19937& engine) {
   components.push_back(std::make_unique<ModularFunction<T>>(weights));
   return std::make_unique<MixtureSetFunction>(std::move(components),
                                               std::vector<double>{1.0, 0.5, 2.0});
-}
-
-inline UnorderedHashSet FullSet(int n) {
-  UnorderedHashSet s(n);
-  s.MakeFull();
-  return s;
-}
-
-inline UnorderedHashSet MakeSet(int n, const std::vector<int>& elements) {
-  UnorderedHashSet s(n);
-  for (int v : elements) s.insert(v);
-  return s;
 }
 
 // Whole-set greedy: each step takes the candidate with the largest
@@ -239,6 +268,6 @@ class OptmLogCapture {
   spdlog::level::level_enum old_level_;
 };
 
-}  // namespace velmor::testing_util
+}  // namespace velmor::testing
 
 #endif  // VELMOR_TESTS_ALGORITHMS_GREEDY_TEST_UTIL_H_

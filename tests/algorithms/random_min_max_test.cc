@@ -17,8 +17,8 @@
 namespace velmor {
 namespace {
 
-using testing_util::FullSet;
-using testing_util::MakeSet;
+using testing::FullSet;
+using testing::SetOf;
 
 std::vector<int> Sorted(const Set& s) {
   std::vector<int> elements;
@@ -73,23 +73,19 @@ TEST(RandomMinMax, AgainstExhaustiveExtremes) {
   // Over all C(8, 3) = 56 subsets, the extremes are reached by 3000 draws.
   std::mt19937 engine(4);
   const int n = 8;
-  auto f = testing_util::RandomFacilityLocation<double>(n, 5, engine);
+  auto f = testing::RandomFacilityLocation<double>(n, 5, engine);
   const CardinalitySetConstraint constraint(n, 3);
   const UnorderedHashSet all = FullSet(n), empty(n);
   double lowest = 1e300, highest = -1e300, total = 0.0;
   int subsets = 0;
-  for (unsigned mask = 0; mask < (1u << n); ++mask) {
-    if (__builtin_popcount(mask) != 3) continue;
-    UnorderedHashSet s(n);
-    for (int e = 0; e < n; ++e) {
-      if (mask & (1u << e)) s.insert(e);
-    }
+  testing::ForEachSubset(n, 3, [&](const Set& s) {
+    if (s.size() != 3) return;
     const double v = f->Evaluate(s);
     lowest = std::min(lowest, v);
     highest = std::max(highest, v);
     total += v;
     ++subsets;
-  }
+  });
   const Draws d = Draw(3000, 77, *f, constraint, all, empty, empty);
   EXPECT_DOUBLE_EQ(d.min_value, lowest);
   EXPECT_DOUBLE_EQ(d.max_value, highest);
@@ -112,10 +108,10 @@ TEST(RandomMinMax, WarmStartConditioningAndOneAttempt) {
   for (int e = 0; e < n; ++e) weights[static_cast<std::size_t>(e)] = std::pow(2.0, e);
   const ModularFunction<double> f(weights, 0.25);
   const CardinalitySetConstraint constraint(n, 3);
-  const UnorderedHashSet warm_start = MakeSet(n, {0});
-  const UnorderedHashSet conditioning = MakeSet(n, {9});
+  const UnorderedHashSet warm_start = SetOf(n, {0});
+  const UnorderedHashSet conditioning = SetOf(n, {9});
   // Candidates include a conditioning element, which is drawn but not reported.
-  const UnorderedHashSet candidates = MakeSet(n, {0, 1, 2, 3, 9});
+  const UnorderedHashSet candidates = SetOf(n, {0, 1, 2, 3, 9});
 
   // One attempt: the extremes and the average coincide, both sets are the draw.
   const Draws one = Draw(1, 123, f, constraint, candidates, warm_start, conditioning);
@@ -154,12 +150,12 @@ TEST(RandomMinMax, EarlyReturnsAndErrors) {
                                    nullptr, nullptr, &value, nullptr, nullptr);
   };
   const std::string function = "RandomMaximizationMinimization";
-  testing_util::ExpectErrors<std::invalid_argument>(
+  testing::ExpectLocatedErrors<std::invalid_argument>(
       "random_min_max",
       {{[&] { draw(3, other, empty); }, function,
         "Invalid argument, ground set sizes 4,4,4,5,4 must all match."},
        {[&] {
-          draw(3, MakeSet(n, {0, 1, 2}), empty);
+          draw(3, SetOf(n, {0, 1, 2}), empty);
         },
         function, "Warm start set must itself be feasible."},
        {[&] { draw(0, empty, empty); }, function, "Number of attempts = 0 must be > 0."}});

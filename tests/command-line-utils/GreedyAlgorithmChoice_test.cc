@@ -2,12 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
-#include <vector>
 
-#include "command-line-utils/argument_record.h"
-#include "command-line-utils/velmor_arguments.h"
 #include "utils/exceptions.h"
 
 namespace velmor {
@@ -73,31 +69,6 @@ TEST(GreedyAlgorithmChoice, ParsesNamesPrefixesEpsilonsAndThreads) {
                                            "' for option -greedyalgorithm: " + b.reason);
     }
   }
-}
-
-// Every option prefix that names one option of the table without the rows
-// added after it (greedy algorithm, precision) still names exactly that
-// option with them.
-TEST(GreedyAlgorithmChoice, OptionRowLeavesEveryUniquePrefixUnique) {
-  std::vector<std::string> names;
-  for (const ArgumentRecord* row = ProgramArgumentTable(); !row->IsEnd(); ++row) {
-    if (!row->IsHeading()) names.emplace_back(row->name);
-  }
-  ASSERT_EQ(names.back(), "precision");
-  const std::vector<std::string> added(names.end() - 2, names.end());
-  names.resize(names.size() - 2);
-  int unique_prefixes = 0;
-  for (const std::string& name : names) {
-    for (std::size_t length = 1; length <= name.size(); ++length) {
-      const std::string prefix = name.substr(0, length);
-      int matches = 0;
-      for (const std::string& other : names) matches += other.compare(0, length, prefix) == 0;
-      if (matches != 1) continue;
-      ++unique_prefixes;
-      for (const std::string& row : added) EXPECT_NE(row.compare(0, length, prefix), 0) << prefix;
-    }
-  }
-  EXPECT_GT(unique_prefixes, 100);
 }
 
 }  // namespace

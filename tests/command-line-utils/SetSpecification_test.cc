@@ -3,12 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <fstream>
 #include <functional>
 #include <string>
 #include <vector>
 
+#include "support/temp_files.h"
 #include "utils/exceptions.h"
 
 namespace velmor {
@@ -20,13 +19,8 @@ std::vector<int> Sorted(const Set& s) {
   return v;
 }
 
-std::string Write(const std::string& name, const std::string& text) {
-  const std::string path = ::testing::TempDir() + "/" + name;
-  std::ofstream(path) << text;
-  return path;
-}
-
 TEST(SetSpecification, ListsRangesAndFiles) {
+  const testing::TempDir dir;
   std::mt19937 engine(1);
   EXPECT_TRUE(Sorted(ParseSetSpecification("", 10, engine, "set-inclusion")).empty());
   EXPECT_TRUE(Sorted(ParseSetSpecification("   ", 10, engine, "set-inclusion")).empty());
@@ -34,19 +28,13 @@ TEST(SetSpecification, ListsRangesAndFiles) {
             (std::vector<int>{0, 5, 7, 8, 9}));
   EXPECT_EQ(Sorted(ParseSetSpecification("3-3", 10, engine, "x")), std::vector<int>{3});
 
-  const std::string text = Write("velmor_set.txt", "# chosen\n1 2,3\n\n9 # last\n");
+  const std::string text = dir.Write("set.txt", "# chosen\n1 2,3\n\n9 # last\n");
   EXPECT_EQ(Sorted(ParseSetSpecification(text, 10, engine, "x")), (std::vector<int>{1, 2, 3, 9}));
-  const std::string json = Write("velmor_set.json", R"({"set": [4, 0, 4]})");
+  const std::string json = dir.Write("set.json", R"({"set": [4, 0, 4]})");
   EXPECT_EQ(Sorted(ParseSetSpecification(json, 10, engine, "x")), (std::vector<int>{0, 4}));
-  const std::string npy = ::testing::TempDir() + "/velmor_set.npy";
-  const std::string command = std::string(VELMOR_TEST_PYTHON) +
-                              " -c \"import numpy as np; np.save('" + npy +
-                              "', np.array([8, 1, 6], dtype=np.int64))\"";
-  ASSERT_EQ(std::system(command.c_str()), 0);
-  EXPECT_EQ(Sorted(ParseSetSpecification(npy, 10, engine, "x")), (std::vector<int>{1, 6, 8}));
-  std::remove(text.c_str());
-  std::remove(json.c_str());
-  std::remove(npy.c_str());
+  testing::RunPython(dir, "np.save('set.npy', np.array([8, 1, 6], dtype=np.int64))");
+  EXPECT_EQ(Sorted(ParseSetSpecification(dir.File("set.npy"), 10, engine, "x")),
+            (std::vector<int>{1, 6, 8}));
 }
 
 TEST(SetSpecification, RandomDraws) {
@@ -68,6 +56,7 @@ TEST(SetSpecification, RandomDraws) {
 }
 
 TEST(SetSpecification, Errors) {
+  const testing::TempDir dir;
   std::mt19937 engine(1);
   const auto error = [&](const std::string& set_string,
                          int n) -> std::pair<std::string, std::string> {
@@ -100,12 +89,9 @@ TEST(SetSpecification, Errors) {
   }
   // Unreadable or malformed files are data errors naming the file.
   EXPECT_EQ(error("/nonexistent/set.txt", 10).first, "input");
-  const std::string json = Write("velmor_bad_set.json", R"({"set": [1, "two"]})");
-  EXPECT_EQ(error(json, 10).first, "input");
-  const std::string not_json = Write("velmor_bad_set2.json", "{set: ");
-  EXPECT_NE(error(not_json, 10).second.find("is not valid JSON"), std::string::npos);
-  std::remove(json.c_str());
-  std::remove(not_json.c_str());
+  EXPECT_EQ(error(dir.Write("bad.json", R"({"set": [1, "two"]})"), 10).first, "input");
+  EXPECT_NE(error(dir.Write("bad2.json", "{set: "), 10).second.find("is not valid JSON"),
+            std::string::npos);
 }
 
 }  // namespace

@@ -2,57 +2,21 @@
 // loading helper, and whole runs of the program over a mapped file against
 // runs over the same matrix read into memory.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
-#include <exception>
-#include <filesystem>
 #include <optional>
 #include <string>
 
 #include "command-line-utils/common-command-line-routines.h"
 #include "io/DenseNumpyFileIOSupport.h"
-#include "tests/command-line-utils/child_process.h"
+#include "support/child_process.h"
+#include "support/located_messages.h"
+#include "support/temp_files.h"
 
 namespace velmor {
 namespace {
 
-using testing_support::MakeTemporaryDirectory;
-using testing_support::ReadWholeFile;
-
-// `text` without its "[[@File:line:function]] " location prefixes.
-std::string StripLocations(std::string text) {
-  for (std::size_t at = text.find("[[@"); at != std::string::npos; at = text.find("[[@", at)) {
-    const std::size_t end = text.find("]] ", at);
-    if (end == std::string::npos) break;
-    text.erase(at, end + 3 - at);
-  }
-  return text;
-}
-
-std::string ChainWithoutLocations(const std::exception& e) {
-  std::string text = StripLocations(e.what());
-  try {
-    std::rethrow_if_nested(e);
-  } catch (const std::exception& inner) {
-    text += "\n" + ChainWithoutLocations(inner);
-  }
-  return text;
-}
-
-template <typename F>
-std::optional<std::string> FailureOf(F&& call) {
-  try {
-    call();
-  } catch (const std::invalid_argument& e) {
-    return ChainWithoutLocations(e);
-  } catch (const std::exception& e) {
-    return "unexpected type: " + ChainWithoutLocations(e);
-  }
-  return std::nullopt;
-}
+using testing::FailureOf;
 
 matrixio::DenseMatrix<float> Similarities(int n) {
   matrixio::DenseMatrix<float> m(n, n);
@@ -64,43 +28,35 @@ matrixio::DenseMatrix<float> Similarities(int n) {
   return m;
 }
 
-class MappedInput : public ::testing::Test {
- protected:
-  void SetUp() override { dir_ = MakeTemporaryDirectory(); }
-  void TearDown() override { std::filesystem::remove_all(dir_); }
-  std::string Path(const std::string& name) const { return dir_ + "/" + name; }
-
-  std::string dir_;
-};
-
-TEST_F(MappedInput, MapsOnlyWhatCanBeUsedInPlaceAndFailsAsTheLoaderFails) {
+TEST(MappedInput, MapsOnlyWhatCanBeUsedInPlaceAndFailsAsTheLoaderFails) {
+  const testing::TempDir dir;
   const matrixio::DenseMatrix<float> m = Similarities(7);
-  matrixio::WriteMatrixToNumpyFile<float>(Path("c.npy"), m, false);
-  matrixio::WriteMatrixToNumpyFile<float>(Path("C.NPY"), m, false);
-  matrixio::WriteMatrixToNumpyFile<float>(Path("fortran.npy"), m, true);
-  matrixio::WriteMatrixToNumpyFile<double>(Path("double.npy"), m.cast<double>(), false);
+  matrixio::WriteMatrixToNumpyFile<float>(dir.File("c.npy"), m, false);
+  matrixio::WriteMatrixToNumpyFile<float>(dir.File("C.NPY"), m, false);
+  matrixio::WriteMatrixToNumpyFile<float>(dir.File("fortran.npy"), m, true);
+  matrixio::WriteMatrixToNumpyFile<double>(dir.File("double.npy"), m.cast<double>(), false);
 
   // Mapped: our own type in C order, by either spelling of the extension.
   for (const char* name : {"c.npy", "C.NPY"}) {
     std::optional<matrixio::MappedNumpyMatrix<float>> mapped =
-        MapNumpyMatrixInPlace<float>("FL", Path(name).c_str());
+        MapNumpyMatrixInPlace<float>("FL", dir.File(name).c_str());
     ASSERT_TRUE(mapped.has_value()) << name;
-    EXPECT_EQ(mapped->rows(), 7);
     EXPECT_TRUE((mapped->ElementMajor().transpose().array() == m.array()).all());
   }
   // Left to the loader: other orders, types and formats, and no file at all.
-  EXPECT_FALSE(MapNumpyMatrixInPlace<float>("FL", Path("fortran.npy").c_str()).has_value());
-  EXPECT_FALSE(MapNumpyMatrixInPlace<float>("FL", Path("double.npy").c_str()).has_value());
-  EXPECT_TRUE(MapNumpyMatrixInPlace<double>("FL", Path("double.npy").c_str()).has_value());
-  std::rename(Path("fortran.npy").c_str(), Path("matrix.csv").c_str());
-  EXPECT_FALSE(MapNumpyMatrixInPlace<float>("FL", Path("matrix.csv").c_str()).has_value());
+  EXPECT_FALSE(MapNumpyMatrixInPlace<float>("FL", dir.File("fortran.npy").c_str()).has_value());
+  EXPECT_FALSE(MapNumpyMatrixInPlace<float>("FL", dir.File("double.npy").c_str()).has_value());
+  EXPECT_TRUE(MapNumpyMatrixInPlace<double>("FL", dir.File("double.npy").c_str()).has_value());
+  std::rename(dir.File("fortran.npy").c_str(), dir.File("matrix.csv").c_str());
+  EXPECT_FALSE(MapNumpyMatrixInPlace<float>("FL", dir.File("matrix.csv").c_str()).has_value());
   EXPECT_FALSE(MapNumpyMatrixInPlace<float>("FL", nullptr).has_value());
 
-  // Failures: the loader's chain, message for message.
-  const std::string bytes = ReadWholeFile(Path("c.npy"));
-  const std::string bad = Path("bad.npy");
-  auto expect_loader_failure = [&bad](const std::string& what) {
-    SCOPED_TRACE(what);
+  // Failures: the loader's chain, message for message; missing, and truncated.
+  const std::string bytes = testing::ReadFile(dir.File("c.npy"));
+  const std::string bad = dir.File("bad.npy");
+  for (const long size : {-1L, 0L, 9L, 50L, static_cast<long>(bytes.size()) - 1}) {
+    SCOPED_TRACE(size);  // -1: no file
+    if (size >= 0) testing::WriteFile(bad, bytes.substr(0, static_cast<std::size_t>(size)));
     const std::optional<std::string> loaded =
         FailureOf([&] { LoadAndTransformMatrix<float>("FL", bad.c_str(), 0, 0, ""); });
     const std::optional<std::string> mapped =
@@ -110,38 +66,30 @@ TEST_F(MappedInput, MapsOnlyWhatCanBeUsedInPlaceAndFailsAsTheLoaderFails) {
     EXPECT_EQ(
         mapped->rfind("Problems loading FL matrix.\nProblems opening file '" + bad + "'.\n", 0), 0u)
         << *mapped;
-  };
-  expect_loader_failure("missing");
-  for (const std::size_t size :
-       {std::size_t{0}, std::size_t{9}, std::size_t{50}, bytes.size() - 1}) {
-    std::FILE* file = std::fopen(bad.c_str(), "wb");
-    ASSERT_NE(file, nullptr);
-    std::fwrite(bytes.data(), 1, size, file);
-    std::fclose(file);
-    expect_loader_failure("truncated to " + std::to_string(size));
   }
 }
 
-TEST_F(MappedInput, MappedAndReadInputsGiveTheSameRun) {
+TEST(MappedInput, MappedAndReadInputsGiveTheSameRun) {
+  const testing::TempDir dir;
   const matrixio::DenseMatrix<float> m = Similarities(60);
-  matrixio::WriteMatrixToNumpyFile<float>(Path("c.npy"), m, false);       // mapped
-  matrixio::WriteMatrixToNumpyFile<float>(Path("fortran.npy"), m, true);  // read
+  matrixio::WriteMatrixToNumpyFile<float>(dir.File("c.npy"), m, false);       // mapped
+  matrixio::WriteMatrixToNumpyFile<float>(dir.File("fortran.npy"), m, true);  // read
   for (const std::string options : {"", " -flsoftness 0.05", " -fl-set-contraction 0-3"}) {
     SCOPED_TRACE(options);
     std::string outputs[2];
     for (int read = 0; read < 2; ++read) {
       const std::string input = read ? "fortran.npy" : "c.npy";
-      const std::string command =
-          "cd '" + dir_ + "' && '" + VELMOR_TEST_QUILLO + "' -flfilename " + input + options +
-          " -sumsize 12 -loglevels ctrl=debug -cloglevel debug -outfilesummary order.npy"
-          " -outfilegains gains.npy > log.txt 2>&1";
-      const int status = std::system(command.c_str());
-      const std::string log = ReadWholeFile(Path("log.txt"));
-      ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << log;
-      EXPECT_EQ(log.find("FL matrix file '" + input + "' mapped into memory.") != std::string::npos,
+      const testing::ChildOutcome run = testing::RunCommand(
+          dir.path(), std::string("'") + VELMOR_TEST_QUILLO + "' -flfilename " + input + options +
+                          " -sumsize 12 -loglevels ctrl=debug -cloglevel debug"
+                          " -outfilesummary order.npy -outfilegains gains.npy");
+      ASSERT_TRUE(run.exited && run.status == 0) << run;
+      EXPECT_EQ((run.out + run.err).find("FL matrix file '" + input + "' mapped into memory.") !=
+                    std::string::npos,
                 !read)
-          << log;
-      outputs[read] = ReadWholeFile(Path("order.npy")) + ReadWholeFile(Path("gains.npy"));
+          << run;
+      outputs[read] =
+          testing::ReadFile(dir.File("order.npy")) + testing::ReadFile(dir.File("gains.npy"));
     }
     EXPECT_EQ(outputs[0], outputs[1]);
   }

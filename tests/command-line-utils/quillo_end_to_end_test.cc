@@ -4,94 +4,54 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "support/child_process.h"
+#include "support/temp_files.h"
+
 namespace {
 
 namespace fs = std::filesystem;
+using velmor::testing::ChildOutcome;
 
-std::string ReadFile(const fs::path& path) {
-  std::ifstream in(path);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
+bool Has(const ChildOutcome& run, const std::string& text) {
+  return run.out.find(text) != std::string::npos || run.err.find(text) != std::string::npos;
 }
 
-struct Outcome {
-  int status = -1;
-  std::string out, err;
-  bool Has(const std::string& text) const {
-    return out.find(text) != std::string::npos || err.find(text) != std::string::npos;
-  }
-};
-
-std::ostream& operator<<(std::ostream& os, const Outcome& r) {
-  return os << "status " << r.status << "\n--- stdout\n" << r.out << "--- stderr\n" << r.err;
-}
-
-// A scratch directory per test, removed afterwards.
+// A scratch directory per test.
 class QuilloRun : public ::testing::Test {
  protected:
-  void SetUp() override {
-    dir_ =
-        fs::path(::testing::TempDir()) /
-        ("quillo_" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()) +
-         "_" + std::to_string(getpid()));
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-  }
-  void TearDown() override { fs::remove_all(dir_); }
-
-  std::string Path(const std::string& name) const { return (dir_ / name).string(); }
+  std::string Path(const std::string& name) const { return dir_.File(name); }
 
   // Runs quillo with the arguments (a shell word list) in the scratch directory.
-  Outcome Quillo(const std::string& arguments) const {
-    const std::string command = "cd '" + dir_.string() + "' && '" + VELMOR_TEST_QUILLO + "' " +
-                                arguments + " > out.txt 2> err.txt";
-    const int raw = std::system(command.c_str());
-    Outcome run;
-    run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    run.out = ReadFile(dir_ / "out.txt");
-    run.err = ReadFile(dir_ / "err.txt");
-    return run;
+  ChildOutcome Quillo(const std::string& arguments) const {
+    return velmor::testing::RunCommand(dir_.path(),
+                                       std::string("'") + VELMOR_TEST_QUILLO + "' " + arguments);
   }
 
   // Runs a python snippet in the scratch directory (numpy as np, scipy.sparse as sp).
   std::string Python(const std::string& code) const {
-    const std::string script = Path("snippet.py");
-    std::ofstream(script) << "import numpy as np, scipy.sparse as sp, json, sys\n" << code << "\n";
-    const std::string command =
-        "cd '" + dir_.string() + "' && " + VELMOR_TEST_PYTHON + " snippet.py > py.txt 2>&1";
-    const int raw = std::system(command.c_str());
-    const std::string output = ReadFile(dir_ / "py.txt");
-    EXPECT_EQ(WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, 0) << output;
-    return output;
+    return velmor::testing::RunPython(dir_, code);
   }
 
   // A random n x n similarity matrix in [0, 1) saved as sim.npy, sim.csv and sim.bin (float32).
   void MakeSimilarity(int n, int seed = 1) const {
-    Python("rng = np.random.default_rng(" + std::to_string(seed) +
-           ")\n"
-           "S = rng.random((" +
-           std::to_string(n) + ", " + std::to_string(n) +
+    Python("S = np.random.default_rng(" + std::to_string(seed) + ").random((" + std::to_string(n) +
+           ", " + std::to_string(n) +
            ")).astype(np.float32)\n"
            "np.save('sim.npy', S)\n"
            "np.savetxt('sim.csv', S, delimiter=',', fmt='%.9g')\n"
-           "S.astype(np.float32).T.tofile('sim.bin')\n");
+           "S.T.tofile('sim.bin')\n");
   }
 
-  fs::path dir_;
+  velmor::testing::TempDir dir_;
 };
 
 // Facility-location greedy in numpy: the oracle for the summaries below.
@@ -106,72 +66,52 @@ const char* kGreedyOracle =
     "        v = int(np.argmax(g)); order.append(v); gains.append(g[v]); m = np.maximum(m, S[v])\n"
     "    return order, gains\n";
 
-TEST_F(QuilloRun, CommandLineErrorsAndHelp) {
-  // No arguments at all.
-  Outcome run = Quillo("");
-  EXPECT_EQ(run.status, 1) << run;
-  EXPECT_TRUE(
-      run.Has("ERROR DETECTED: Command line argument: Need to give command line arguments. Use "
-              "-help for help.\nEnd of Backtrace."))
-      << run;
-
-  // Help: usage on standard output, status 0.
-  run = Quillo("-help");
-  EXPECT_EQ(run.status, 0) << run;
-  EXPECT_NE(run.out.find("Usage: "), std::string::npos) << run;
-  EXPECT_NE(run.out.find("**** Facility location (FL) function"), std::string::npos);
-
-  // Ambiguous and unknown switches.
-  run = Quillo("-flc 3");
-  EXPECT_EQ(run.status, 1);
-  EXPECT_TRUE(run.Has("Argument Error: Ambiguous switch: -flc")) << run;
-  EXPECT_TRUE(run.Has("Poorly formed command line arguments. Use -help for help.")) << run;
-  run = Quillo("-nosuchswitch 3");
-  EXPECT_EQ(run.status, 1);
-  EXPECT_TRUE(run.Has("Argument Error: Unknown switch: -nosuchswitch")) << run;
-
-  // No function, bad summary sizes, bad responsibilities, bad log levels.
+TEST_F(QuilloRun, CommandLineAndInputErrors) {
   MakeSimilarity(10);
-  run = Quillo("-sumsize 3");
-  EXPECT_EQ(run.status, 1);
-  EXPECT_TRUE(run.Has("Need to specify at least one function on command line.")) << run;
-  run = Quillo("-flfilename sim.npy -sumsize -12");
-  EXPECT_EQ(run.status, 1);
-  EXPECT_TRUE(run.Has("but got (|V|+1+k)=-1.")) << run;
-  run = Quillo("-flfilename sim.npy");
-  EXPECT_EQ(run.status, 1);
-  EXPECT_TRUE(run.Has("Must give valid summary size k")) << run;
-  run = Quillo("-flfilename sim.npy -sumsize 3 -flresponsibility 0");
-  EXPECT_EQ(run.status, 1);
-  EXPECT_TRUE(run.Has("Error: a non-positive sum of responsibilities (0) is invalid.")) << run;
-  run = Quillo("-flfilename sim.npy -sumsize 3 -flresponsibility -1");
-  EXPECT_TRUE(run.Has("FL weight = '-1', but must be non-negative")) << run;
-  run = Quillo("-flfilename sim.npy -sumsize 3 -cloglevel loud");
-  EXPECT_EQ(run.status, 1);
-  EXPECT_TRUE(run.Has("Unable to set up velmor logging.")) << run;
-  EXPECT_TRUE(run.Has("Unknown console level given.")) << run;
-  run = Quillo("-flfilename sim.npy -sumsize 3 -flasymiterations 2");
-  EXPECT_EQ(run.status, 1);
-  EXPECT_TRUE(run.Has("asymmetric iterations (2) are not supported")) << run;
-}
-
-TEST_F(QuilloRun, ArgumentFiles) {
-  MakeSimilarity(12);
-  std::ofstream(Path("args.txt")) << "# summary of three\n"
-                                  << "flfilename=sim.npy\n"
-                                  << "  sumsize 3   # trailing comment\n"
-                                  << "nosuchoption 5\n"
-                                  << "ctrl-logorder\n";
-  Outcome run = Quillo("-argsfilename args.txt -cloglevel info");
-  EXPECT_EQ(run.status, 0) << run;
-  EXPECT_TRUE(run.Has("Argument Warning: Skipping unknown switch in args.txt : nosuchoption,"))
-      << run;
-  EXPECT_TRUE(run.Has("Summary Solution: elements_in_rank_order = np.array([")) << run;
-
-  std::ofstream(Path("recursive.txt")) << "argsfilename args.txt\n";
-  run = Quillo("-argsfilename recursive.txt");
-  EXPECT_EQ(run.status, 1) << run;
-  EXPECT_TRUE(run.Has("Can not recursively parse arguments from files")) << run;
+  Python("np.save('zeros.npy', np.zeros((4, 4), dtype=np.float32))");
+  std::ofstream(Path("broken.json")) << "{\"intersection-of-matroids\": ";
+  std::ofstream(Path("nolist.json")) << "{\"intersection-of-matroids\": {}}";
+  const struct {
+    std::string arguments;
+    int status;
+    std::string message;
+  } cases[] = {
+      {"", 1,
+       "ERROR DETECTED: Command line argument: Need to give command line arguments. Use -help for "
+       "help.\nEnd of Backtrace."},
+      {"-help", 0, "**** Facility location (FL) function"},
+      {"-flc 3", 1, "Argument Error: Ambiguous switch: -flc"},
+      {"-flc 3", 1, "Poorly formed command line arguments. Use -help for help."},
+      {"-nosuchswitch 3", 1, "Argument Error: Unknown switch: -nosuchswitch"},
+      {"-sumsize 3", 1, "Need to specify at least one function on command line."},
+      {"-flfilename sim.npy -sumsize -12", 1, "but got (|V|+1+k)=-1."},
+      {"-flfilename sim.npy", 1, "Must give valid summary size k"},
+      {"-flfilename sim.npy -sumsize 3 -flresponsibility 0", 1,
+       "Error: a non-positive sum of responsibilities (0) is invalid."},
+      {"-flfilename sim.npy -sumsize 3 -flresponsibility -1", 1,
+       "FL weight = '-1', but must be non-negative"},
+      {"-flfilename sim.npy -sumsize 3 -cloglevel loud", 1, "Unknown console level given."},
+      {"-flfilename sim.npy -sumsize 3 -flasymiterations 2", 1,
+       "asymmetric iterations (2) are not supported"},
+      {"-flfilename missing.npy -sumsize 1", 1, "Problems opening file 'missing.npy'."},
+      {"-flfilename data.txt -sumsize 1", 1, "Unknown file type 'data.txt'."},
+      {"-flfilename sim.npy -sumsize 1 -fltransformation 'NOPE()'", 1,
+       "Problems with matrix transformation string 'NOPE()' for FL function."},
+      {"-flfilename sim.npy -sumsize 1 -set-inclusion 99", 1,
+       "ERROR DETECTED: Specified input data:"},
+      {"-flfilename zeros.npy -sumsize 1", 1, "Problems opening an FL function."},
+      {"-flfilename sim.npy -imjson broken.json -sumsize 3", 1,
+       "Error reading through JSON file 'broken.json'."},
+      {"-flfilename sim.npy -imjson nolist.json -sumsize 3", 1,
+       "Can't find JSON object list named 'partition-matroids'"},
+      {"-flfilename sim.npy -sumsize 3 -outfilesummary /nonexistent/dir/o.npy", 1,
+       "Can't open file '/nonexistent/dir/o.npy' for writing to output."},
+  };
+  for (const auto& c : cases) {
+    const ChildOutcome run = Quillo(c.arguments);
+    EXPECT_EQ(run.status, c.status) << c.arguments << "\n" << run;
+    EXPECT_TRUE(Has(run, c.message)) << c.arguments << "\n" << run;
+  }
 }
 
 TEST_F(QuilloRun, FacilityLocationMatchesOracleFromEveryDenseFormat) {
@@ -181,7 +121,8 @@ TEST_F(QuilloRun, FacilityLocationMatchesOracleFromEveryDenseFormat) {
                                       "print(' '.join(map(str, o)))\n");
   for (const std::string input : {"-flfilename sim.npy", "-flfilename sim.csv",
                                   "-flfilename sim.bin -flrows 40 -flcols 40"}) {
-    Outcome run = Quillo(input + " -sumsize 6 -outfilesummary order.csv -outfilegains gains.npy");
+    ChildOutcome run =
+        Quillo(input + " -sumsize 6 -outfilesummary order.csv -outfilegains gains.npy");
     ASSERT_EQ(run.status, 0) << input << "\n" << run;
     const std::string got = Python(
         "o = np.loadtxt('order.csv', delimiter=',').astype(int).ravel()\n"
@@ -193,10 +134,10 @@ TEST_F(QuilloRun, FacilityLocationMatchesOracleFromEveryDenseFormat) {
     EXPECT_EQ(got, expected) << input;
   }
   // The summary value line, on the console at info level.
-  Outcome run = Quillo("-flfilename sim.npy -sumsize 6 -cloglevel info");
-  EXPECT_TRUE(run.Has("Summary valuation: f(Solution) = ")) << run;
-  EXPECT_TRUE(run.Has("Creating a Facility Location Function with a 40x40 matrix.")) << run;
-  EXPECT_TRUE(run.Has("Mixing in FL function, relative responsibility 1.")) << run;
+  ChildOutcome run = Quillo("-flfilename sim.npy -sumsize 6 -cloglevel info");
+  EXPECT_TRUE(Has(run, "Summary valuation: f(Solution) = ")) << run;
+  EXPECT_TRUE(Has(run, "Creating a Facility Location Function with a 40x40 matrix.")) << run;
+  EXPECT_TRUE(Has(run, "Mixing in FL function, relative responsibility 1.")) << run;
   // sumsize -1 on |V| = 40 takes every element.
   run = Quillo("-flfilename sim.npy -sumsize -1 -outfilesummary all.npy");
   ASSERT_EQ(run.status, 0) << run;
@@ -233,15 +174,15 @@ TEST_F(QuilloRun, EveryFunctionGroupAloneAndMixed) {
       "-flfilename sim.npy -partialenumeration 1",
   };
   for (const std::string& arguments : runs) {
-    Outcome run =
+    ChildOutcome run =
         Quillo(arguments +
                " -sumsize 5 -cloglevel info -ctrl-logorder -ctrl-logdetail -outfilesummary o.npy");
     EXPECT_EQ(run.status, 0) << arguments << "\n" << run;
-    EXPECT_TRUE(run.Has("Summary valuation: f(Solution) = ")) << arguments << "\n" << run;
+    EXPECT_TRUE(Has(run, "Summary valuation: f(Solution) = ")) << arguments << "\n" << run;
   }
   // The order respects the set modifications: deleted and contracted elements never appear,
   // the inclusion comes first.
-  Outcome run = Quillo(
+  ChildOutcome run = Quillo(
       "-flfilename sim.npy -set-contraction 0,1 -set-deletion 2-5 -set-inclusion 6 -sumsize 5 "
       "-outfilesummary o.npy");
   ASSERT_EQ(run.status, 0) << run;
@@ -249,10 +190,10 @@ TEST_F(QuilloRun, EveryFunctionGroupAloneAndMixed) {
                    "print(len(o) == 4 and not set(o) & {0,1,2,3,4,5,6})"),
             "True\n");
   run = Quillo("-flfilename sim.npy -randomevaluations 20 -sumsize 5 -cloglevel info");
-  EXPECT_TRUE(run.Has("Ran 20 random subsets of size 5, (minvalue <= avgvalue <= maxvalue) = ("))
+  EXPECT_TRUE(Has(run, "Ran 20 random subsets of size 5, (minvalue <= avgvalue <= maxvalue) = ("))
       << run;
   run = Quillo("-flfilename sim.npy -partialenumeration 1 -sumsize 4 -cloglevel info");
-  EXPECT_TRUE(run.Has("Partial enumeration finished, reordering final best solution of size 4."))
+  EXPECT_TRUE(Has(run, "Partial enumeration finished, reordering final best solution of size 4."))
       << run;
 }
 
@@ -263,76 +204,24 @@ TEST_F(QuilloRun, MatroidConstraintsFromJson) {
       "range(4)]\n"
       "json.dump({'intersection-of-matroids': {'partition-matroids': [\n"
       "    {'partition-matroid': {'blocks': blocks(1)}}]}}, open('im.json', 'w'))\n");
-  Outcome run = Quillo("-flfilename sim.npy -imjson im.json -outfilesummary o.npy -cloglevel info");
+  ChildOutcome run =
+      Quillo("-flfilename sim.npy -imjson im.json -outfilesummary o.npy -cloglevel info");
   ASSERT_EQ(run.status, 0) << run;
-  EXPECT_TRUE(run.Has("using a intersection of matroids constraint")) << run;
+  EXPECT_TRUE(Has(run, "using a intersection of matroids constraint")) << run;
   // One element per block of five.
   EXPECT_EQ(
       Python("o = np.load('o.npy').astype(int).ravel()\nprint(sorted(o // 5) == [0, 1, 2, 3])"),
       "True\n");
-
-  std::ofstream(Path("broken.json")) << "{\"intersection-of-matroids\": ";
-  run = Quillo("-flfilename sim.npy -imjson broken.json -sumsize 3");
-  EXPECT_EQ(run.status, 1) << run;
-  EXPECT_TRUE(run.Has("Error reading through JSON file 'broken.json'.")) << run;
-  std::ofstream(Path("nolist.json")) << "{\"intersection-of-matroids\": {}}";
-  run = Quillo("-flfilename sim.npy -imjson nolist.json -sumsize 3");
-  EXPECT_EQ(run.status, 1) << run;
-  EXPECT_TRUE(run.Has("Can't find JSON object list named 'partition-matroids'")) << run;
-}
-
-TEST_F(QuilloRun, OutputFilesAndPlotScript) {
-  MakeSimilarity(25);
-  Outcome run = Quillo(
-      "-flfilename sim.npy -sumsize 7 -outfilesummary o.csv -outfilegains g.csv "
-      "-outasciiresultsfilename both.csv -pgpyplotfilename plot.py");
-  ASSERT_EQ(run.status, 0) << run;
-  EXPECT_EQ(Python("o = np.loadtxt('o.csv', delimiter=',').ravel()\n"
-                   "g = np.loadtxt('g.csv', delimiter=',').ravel()\n"
-                   "b = np.loadtxt('both.csv', delimiter=',')\n"
-                   "print(b.shape == (2, 7) and (b[0] == o).all() and np.allclose(b[1], g) and "
-                   "(np.diff(g) <= 0).all())"),
-            "True\n");
-  const std::string plot =
-      "import matplotlib\nmatplotlib.use('Agg')\nimport matplotlib.pyplot as plt\n"
-      "plt.show = lambda: plt.savefig('plot.png')\nexec(open('plot.py').read())\n";
-  Python(plot);
-  EXPECT_TRUE(fs::exists(dir_ / "plot.png"));
-  // An output file that cannot be written is an error of the run.
-  run = Quillo("-flfilename sim.npy -sumsize 3 -outfilesummary /nonexistent/dir/o.npy");
-  EXPECT_EQ(run.status, 1) << run;
 }
 
 TEST_F(QuilloRun, BadFilesGiveNestedReports) {
   std::ofstream(Path("bad.csv")) << "1,2\n3\n";
-  Outcome run = Quillo("-flfilename bad.csv -sumsize 1");
+  ChildOutcome run = Quillo("-flfilename bad.csv -sumsize 1");
   EXPECT_EQ(run.status, 1) << run;
-  const std::string& report = run.err;
-  const auto first =
-      report.find("ERROR DETECTED: Exception caught: [[@common-command-line-routines:");
-  ASSERT_NE(first, std::string::npos) << run;
-  EXPECT_NE(report.find(":LoadAndTransformMatrix]] Problems loading FL matrix.\n++ "),
-            std::string::npos)
-      << run;
-  EXPECT_NE(report.find("End of Backtrace."), std::string::npos) << run;
-
-  run = Quillo("-flfilename missing.npy -sumsize 1");
-  EXPECT_EQ(run.status, 1) << run;
-  EXPECT_TRUE(run.Has("Problems opening file 'missing.npy'.")) << run;
-  run = Quillo("-flfilename data.txt -sumsize 1");
-  EXPECT_TRUE(run.Has("Unknown file type 'data.txt'.")) << run;
-  MakeSimilarity(5);
-  run = Quillo("-flfilename sim.npy -sumsize 1 -fltransformation 'NOPE()'");
-  EXPECT_EQ(run.status, 1) << run;
-  EXPECT_TRUE(run.Has("Problems with matrix transformation string 'NOPE()' for FL function."))
-      << run;
-  run = Quillo("-flfilename sim.npy -sumsize 1 -set-inclusion 99");
-  EXPECT_EQ(run.status, 1) << run;
-  EXPECT_TRUE(run.Has("ERROR DETECTED: Specified input data:")) << run;
-  Python("np.save('zeros.npy', np.zeros((4, 4), dtype=np.float32))");
-  run = Quillo("-flfilename zeros.npy -sumsize 1");
-  EXPECT_EQ(run.status, 1) << run;
-  EXPECT_TRUE(run.Has("Problems opening an FL function.")) << run;
+  for (const char* part :
+       {"ERROR DETECTED: Exception caught: [[@common-command-line-routines:",
+        ":LoadAndTransformMatrix]] Problems loading FL matrix.\n++ ", "End of Backtrace."})
+    EXPECT_NE(run.err.find(part), std::string::npos) << run;
 }
 
 TEST_F(QuilloRun, GreedyAlgorithmChoices) {
@@ -346,11 +235,11 @@ TEST_F(QuilloRun, GreedyAlgorithmChoices) {
   // close in value (or beat it); every one writes order and gains of the same length.
   for (const std::string choice : {"accelerated", "acc:2", "stochastic", "sto(0.3):2",
                                    "threshold(0.05)", "threshold:3", "standard:2"}) {
-    const Outcome run =
+    const ChildOutcome run =
         Quillo("-flfilename sim.npy -sumsize 8 -greedyalgorithm '" + choice +
                "' -outfilesummary order.npy -outfilegains gains.npy -cloglevel info");
     ASSERT_EQ(run.status, 0) << choice << "\n" << run;
-    EXPECT_TRUE(run.Has("Greedy algorithm: ")) << run;
+    EXPECT_TRUE(Has(run, "Greedy algorithm: ")) << run;
     const std::string got = Python(
         "o = np.load('order.npy').astype(int).ravel(); g = np.load('gains.npy').ravel()\n"
         "assert len(o) == 8 and len(g) == 8 and len(set(o)) == 8, (o, g)\n"
@@ -361,43 +250,23 @@ TEST_F(QuilloRun, GreedyAlgorithmChoices) {
     }
     EXPECT_GE(value, 0.9 * expected_value) << choice;
   }
-  // The same seed gives the same stochastic summary; bad texts are command-line errors.
-  Quillo(
-      "-flfilename sim.npy -sumsize 8 -greedyalgorithm stochastic -outfilesummary a.npy -seed 9");
-  Quillo(
-      "-flfilename sim.npy -sumsize 8 -greedyalgorithm stochastic -outfilesummary b.npy -seed 9");
-  EXPECT_EQ(Python("print((np.load('a.npy') == np.load('b.npy')).all())"), "True\n");
-  for (const std::string bad :
-       {"st", "fast", "accelerated(0.1)", "threshold(1)", "stochastic:0", "threshold(x"}) {
-    const Outcome run = Quillo("-flfilename sim.npy -sumsize 8 -greedyalgorithm '" + bad + "'");
-    EXPECT_EQ(run.status, 1) << bad << "\n" << run;
-    EXPECT_TRUE(run.Has("Invalid greedy algorithm '" + bad + "' for option -greedyalgorithm: "))
-        << run;
+  // The same seed gives the same stochastic summary; a bad text is a
+  // command-line error; the option answers to a prefix.
+  for (const char* file : {"a.npy", "b.npy"}) {
+    Quillo("-flfilename sim.npy -sumsize 8 -greedyalgorithm stochastic -seed 9 -outfilesummary " +
+           std::string(file));
   }
-  // The option answers to a prefix too.
+  EXPECT_EQ(velmor::testing::ReadFile(Path("a.npy")), velmor::testing::ReadFile(Path("b.npy")));
+  EXPECT_TRUE(Has(Quillo("-flfilename sim.npy -sumsize 8 -greedyalgorithm 'threshold(1)'"),
+                  "Invalid greedy algorithm 'threshold(1)' for option -greedyalgorithm: "));
   EXPECT_EQ(Quillo("-flfilename sim.npy -sumsize 8 -g accelerated").status, 0);
 }
 
 TEST_F(QuilloRun, Signals) {
   // A run long enough to be interrupted: the standard greedy over 2500 elements.
   Python("np.save('big.npy', np.random.default_rng(5).random((2500, 2500)).astype(np.float32))");
-  const auto start = [&](const char* redirect) {
-    const pid_t pid = fork();
-    if (pid == 0) {
-      setpgid(0, 0);
-      const std::string command = "exec '" + std::string(VELMOR_TEST_QUILLO) +
-                                  "' -flfilename big.npy -sumsize 2500 " + redirect;
-      if (chdir(dir_.c_str()) != 0) _exit(99);
-      execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
-      _exit(99);
-    }
-    return pid;
-  };
-  const auto finish = [](pid_t pid) {
-    int status = 0;
-    waitpid(pid, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  };
+  const std::string command =
+      std::string("exec '") + VELMOR_TEST_QUILLO + "' -flfilename big.npy -sumsize 2500";
   const auto child_of = [](pid_t parent) -> pid_t {
     for (int attempt = 0; attempt < 200; ++attempt) {
       std::ifstream children("/proc/" + std::to_string(parent) + "/task/" + std::to_string(parent) +
@@ -408,27 +277,32 @@ TEST_F(QuilloRun, Signals) {
     }
     return 0;
   };
-
-  // SIGTERM to the worker: its message, and the supervisor exits with 255.
-  pid_t supervisor = start("2> term.txt");
-  pid_t worker = child_of(supervisor);
-  ASSERT_GT(worker, 0);
-  std::this_thread::sleep_for(std::chrono::milliseconds(300));
-  kill(worker, SIGUSR1);  // the user signals do not end it
-  kill(worker, SIGUSR2);
-  std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  ASSERT_EQ(kill(worker, 0), 0) << "worker ended on SIGUSR1/SIGUSR2";
-  kill(worker, SIGTERM);
-  EXPECT_EQ(finish(supervisor), 255);
-  EXPECT_NE(ReadFile(dir_ / "term.txt").find("Received SIGTERM signal, terminating..."),
-            std::string::npos);
+  // SIGTERM to the worker (after the user signals, which do not end it): its
+  // message, and the supervisor exits with 255.
+  velmor::testing::ChildOptions options;
+  options.own_group = true;
+  options.started = [&](pid_t supervisor) {
+    const pid_t worker = child_of(supervisor);
+    ASSERT_GT(worker, 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    kill(worker, SIGUSR1);
+    kill(worker, SIGUSR2);
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_EQ(kill(worker, 0), 0) << "worker ended on SIGUSR1/SIGUSR2";
+    kill(worker, SIGTERM);
+  };
+  ChildOutcome run = velmor::testing::RunCommand(dir_.path(), command, options);
+  EXPECT_TRUE(run.exited && run.status == 255) << run;
+  EXPECT_TRUE(Has(run, "Received SIGTERM signal, terminating...")) << run;
 
   // SIGINT to the group: the supervisor forwards it and exits with 255.
-  supervisor = start("2> int.txt");
-  ASSERT_GT(child_of(supervisor), 0);
-  std::this_thread::sleep_for(std::chrono::milliseconds(300));
-  kill(-supervisor, SIGINT);
-  EXPECT_EQ(finish(supervisor), 255);
+  options.started = [&](pid_t supervisor) {
+    ASSERT_GT(child_of(supervisor), 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    kill(-supervisor, SIGINT);
+  };
+  run = velmor::testing::RunCommand(dir_.path(), command, options);
+  EXPECT_TRUE(run.exited && run.status == 255) << run;
 }
 
 // The objective of a run on sim.npy (FL) and sim2.npy (FL2, weight 0.5), in
@@ -507,7 +381,7 @@ TEST_F(QuilloRun, EveryReportAloneWithContractionAndWithConditionalMutualInforma
   for (const Setting& setting : settings) {
     for (const auto& [report, report_options] : reports) {
       const std::string name = setting.name + "_" + report;
-      const Outcome run = Quillo(
+      const ChildOutcome run = Quillo(
           "-flfilename sim.npy -fl2filename sim2.npy -fl2responsibility 0.5 "
           "-sumsize 6 -cloglevel info " +
           setting.options + " " + report_options + " -outfilesummary " + name +
@@ -535,7 +409,7 @@ TEST_F(QuilloRun, OneHotExpansion) {
   Python(
       "C = np.random.default_rng(2).integers(0, 3, (25, 4)); C[0, 3] = 5\n"
       "np.savetxt('codes.csv', C, fmt='%d', delimiter=',')\n");
-  Outcome run = Quillo(
+  ChildOutcome run = Quillo(
       "-flfilename codes.csv -flohexpand -fltransformation 'DOT()' -sumsize 5 "
       "-flsavefinaltransformedmatrix expanded.npy -outfilesummary o.npy");
   ASSERT_EQ(run.status, 0) << run;
@@ -555,15 +429,15 @@ TEST_F(QuilloRun, OneHotExpansion) {
   std::ofstream(Path("bad.csv")) << "0,1\n2,-1\n";
   run = Quillo("-flfilename bad.csv -flohexpand -sumsize 1");
   EXPECT_EQ(run.status, 1) << run;
-  EXPECT_TRUE(
-      run.Has("ERROR DETECTED: Command line argument: FL one-hot expansion needs "
-              "non-negative integer codes, but entry (1,1) is -1."))
+  EXPECT_TRUE(Has(run,
+                  "ERROR DETECTED: Command line argument: FL one-hot expansion needs "
+                  "non-negative integer codes, but entry (1,1) is -1."))
       << run;
   std::ofstream(Path("half.csv")) << "0,1.5\n2,1\n";
   run = Quillo("-fl2filename half.csv -fl2ohexpand -sumsize 1");
-  EXPECT_TRUE(
-      run.Has("FL2 one-hot expansion needs non-negative integer codes, but entry (0,1) "
-              "is 1.5."))
+  EXPECT_TRUE(Has(run,
+                  "FL2 one-hot expansion needs non-negative integer codes, but entry (0,1) "
+                  "is 1.5."))
       << run;
 }
 
@@ -584,15 +458,15 @@ TEST_F(QuilloRun, LoadFailuresReportOneChainWhicheverPathReadsTheFile) {
     for (const std::string type : {"float32", "float64"}) {
       std::string reports[2];
       for (int i = 0; i < 2; ++i) {
-        fs::copy_file(dir_ / (broken + (i ? "f" : "c") + type + ".npy"), dir_ / "bad.npy",
+        fs::copy_file(Path(broken + (i ? "f" : "c") + type + ".npy"), Path("bad.npy"),
                       fs::copy_options::overwrite_existing);
-        const Outcome run = Quillo("-flfilename bad.npy -sumsize 2");
+        const ChildOutcome run = Quillo("-flfilename bad.npy -sumsize 2");
         EXPECT_EQ(run.status, 1) << run;
         reports[i] = run.err;
       }
       EXPECT_EQ(reports[0], reports[1]) << broken << type;
-      EXPECT_NE(reports[0].find(":LoadAndTransformMatrix]] Problems loading FL matrix.\n++ [[@"
-                                "DenseMatrixIO:"),
+      EXPECT_NE(reports[0].find(":LoadAndTransformMatrix]] Problems loading FL matrix.\n++ [["
+                                "@DenseMatrixIO:"),
                 std::string::npos)
           << reports[0];
       EXPECT_NE(reports[0].find(":LoadDenseMatrixFromFileOrRamOrMakeRandom]] Problems opening "
@@ -605,19 +479,21 @@ TEST_F(QuilloRun, LoadFailuresReportOneChainWhicheverPathReadsTheFile) {
 
 TEST_F(QuilloRun, OutputFilesByExtensionAndCheckedBeforeAnyWork) {
   MakeSimilarity(20);
-  // .npy (either case) for numpy with the order as int32; anything else is .csv.
-  Outcome run = Quillo(
+  // .npy (either case) for numpy with the order as int32; anything else is
+  // .csv; the results file holds the order over the gains.
+  ChildOutcome run = Quillo(
       "-flfilename sim.npy -sumsize 4 -outfilesummary o.NPY -outfilegains g.bin "
-      "-outasciiresultsfilename both.txt");
+      "-outasciiresultsfilename both.txt -pgpyplotfilename plot.py");
   ASSERT_EQ(run.status, 0) << run;
-  EXPECT_EQ(
-      Python(std::string(kGreedyOracle) +
-             "o = np.load('o.NPY'); g = np.loadtxt('g.bin', delimiter=',')\n"
-             "eo, eg = greedy(np.load('sim.npy'), 4)\n"
-             "y = np.arange(20) * 10\n"
-             "print(o.dtype, o.shape, (y[o.ravel()] == np.array(eo) * 10).all(),\n"
-             "      np.allclose(g, eg, rtol=1e-6), np.loadtxt('both.txt', delimiter=',').shape)"),
-      "int32 (4, 1) True True (2, 4)\n");
+  EXPECT_EQ(Python(std::string(kGreedyOracle) +
+                   "o = np.load('o.NPY'); g = np.loadtxt('g.bin', delimiter=',')\n"
+                   "eo, eg = greedy(np.load('sim.npy'), 4)\n"
+                   "y = np.arange(20) * 10; b = np.loadtxt('both.txt', delimiter=',')\n"
+                   "print(o.dtype, o.shape, (y[o.ravel()] == np.array(eo) * 10).all(),\n"
+                   "      np.allclose(g, eg, rtol=1e-6), b.shape, (b[0] == eo).all(), "
+                   "np.allclose(b[1], g))"),
+            "int32 (4, 1) True True (2, 4) True True\n");
+  EXPECT_TRUE(fs::exists(Path("plot.py")));
   // Unwritable outputs fail before the (missing) matrix is looked at; the
   // check leaves an existing file as it was and creates none.
   std::ofstream(Path("keep.csv")) << "keep\n";
@@ -626,17 +502,17 @@ TEST_F(QuilloRun, OutputFilesByExtensionAndCheckedBeforeAnyWork) {
     for (const std::string path : {"nowhere/o.npy", "."}) {
       run = Quillo("-flfilename missing.npy -sumsize 4 " + option + " " + path);
       EXPECT_EQ(run.status, 1) << run;
-      EXPECT_TRUE(run.Has("ERROR DETECTED: Specified input data: [[@dovetel-common:")) << run;
-      EXPECT_TRUE(run.Has("Can't open file '" + path + "' for writing to output.\n++ ")) << run;
-      EXPECT_FALSE(run.Has("missing.npy")) << run;
+      EXPECT_TRUE(Has(run, "ERROR DETECTED: Specified input data: [[@dovetel-common:")) << run;
+      EXPECT_TRUE(Has(run, "Can't open file '" + path + "' for writing to output.\n++ ")) << run;
+      EXPECT_FALSE(Has(run, "missing.npy")) << run;
     }
   }
   EXPECT_EQ(
       Quillo("-flfilename missing.npy -sumsize 4 -outfilegains keep.csv -outfilesummary new.csv")
           .status,
       1);
-  EXPECT_EQ(ReadFile(dir_ / "keep.csv"), "keep\n");
-  EXPECT_FALSE(fs::exists(dir_ / "new.csv"));
+  EXPECT_EQ(velmor::testing::ReadFile(Path("keep.csv")), "keep\n");
+  EXPECT_FALSE(fs::exists(Path("new.csv")));
   // The plot script's problem is told at once, and the run goes on.
   run = Quillo(
       "-flfilename sim.npy -sumsize 4 -pgpyplotfilename nowhere/plot.py -outfilesummary o.csv");
@@ -645,13 +521,13 @@ TEST_F(QuilloRun, OutputFilesByExtensionAndCheckedBeforeAnyWork) {
       run.out.find("Can't open file 'nowhere/plot.py' for writing to output (");
   EXPECT_LT(early, run.out.find("Can't open file 'nowhere/plot.py' for writing to output\n"))
       << run;
-  EXPECT_TRUE(fs::exists(dir_ / "o.csv"));
+  EXPECT_TRUE(fs::exists(Path("o.csv")));
 }
 
 TEST_F(QuilloRun, SeedsSizesNumbersAndCentralityOptionsAsTheOptionsSay) {
   MakeSimilarity(20);
   const auto random_line = [this](const std::string& options) {
-    const Outcome run =
+    const ChildOutcome run =
         Quillo("-flfilename sim.npy -cloglevel info -randomevaluations 10 " + options);
     EXPECT_EQ(run.status, 0) << run;
     const std::size_t at = run.out.find("Ran 10 random subsets of size ");
@@ -683,11 +559,11 @@ TEST_F(QuilloRun, SeedsSizesNumbersAndCentralityOptionsAsTheOptionsSay) {
 
   // Numbers out of range are narrowed as C converts them: 4294967293 is -3,
   // so k = 20 + 1 - 3; -1 is the largest unsigned, the full balance report.
-  Outcome run = Quillo(
+  ChildOutcome run = Quillo(
       "-flfilename sim.npy -sumsize 4294967293 -ctrl-logbalancereport -1 -cloglevel info "
       "-outfilesummary o.npy");
   EXPECT_EQ(run.status, 0) << run;
-  EXPECT_TRUE(run.Has("Balance: FL function gains: ")) << run;
+  EXPECT_TRUE(Has(run, "Balance: FL function gains: ")) << run;
   EXPECT_EQ(Python("print(np.load('o.npy').size)"), "18\n");
 
   // Centrality options that cannot take effect are refused.
@@ -700,9 +576,9 @@ TEST_F(QuilloRun, SeedsSizesNumbersAndCentralityOptionsAsTheOptionsSay) {
             "-flcentralitytransformation needs a centrality term"}}) {
     run = Quillo("-flfilename sim.npy -sumsize 3 " + options);
     EXPECT_EQ(run.status, 1) << run;
-    EXPECT_TRUE(run.Has("ERROR DETECTED: Command line argument: " + message)) << run;
+    EXPECT_TRUE(Has(run, "ERROR DETECTED: Command line argument: " + message)) << run;
   }
-  EXPECT_FALSE(fs::exists(dir_ / "c.npy"));
+  EXPECT_FALSE(fs::exists(Path("c.npy")));
 }
 
 TEST_F(QuilloRun, DoublePrecisionDataRunInDouble) {
@@ -725,13 +601,13 @@ TEST_F(QuilloRun, DoublePrecisionDataRunInDouble) {
        {"-flfilename sim64.npy", "-spflfilename sim64.npz",
         "-flfilename sim64.csv -precision double",
         "-flfilename sim64.bin -flrows 60 -flcols 60 -precision double"}) {
-    const Outcome run = Quillo(input +
-                               " -sumsize 12 -outfilesummary o.npy -outfilegains g.npy "
-                               "-loglevels ctrl=debug -cloglevel debug");
+    const ChildOutcome run = Quillo(input +
+                                    " -sumsize 12 -outfilesummary o.npy -outfilegains g.npy "
+                                    "-loglevels ctrl=debug -cloglevel debug");
     ASSERT_EQ(run.status, 0) << input << "\n" << run;
     EXPECT_EQ(check("np.load('sim64.npy')"), "True True True\n") << input;
     // The float64 .npy is used where it lies.
-    EXPECT_EQ(run.Has("FL matrix file 'sim64.npy' mapped into memory."),
+    EXPECT_EQ(Has(run, "FL matrix file 'sim64.npy' mapped into memory."),
               input == "-flfilename sim64.npy")
         << run;
   }
@@ -743,10 +619,10 @@ TEST_F(QuilloRun, DoublePrecisionDataRunInDouble) {
             0);
   EXPECT_EQ(check("np.load('sim64.npy')"), "True False True\n");
   EXPECT_EQ(check("np.load('sim64.npy').astype(np.float32)"), "True False True\n");
-  const Outcome run = Quillo("-flfilename sim64.npy -sumsize 3 -precision quad");
+  const ChildOutcome run = Quillo("-flfilename sim64.npy -sumsize 3 -precision quad");
   EXPECT_EQ(run.status, 1);
   EXPECT_TRUE(
-      run.Has("Invalid precision 'quad' for option -precision: use file, single or double."))
+      Has(run, "Invalid precision 'quad' for option -precision: use file, single or double."))
       << run;
 }
 

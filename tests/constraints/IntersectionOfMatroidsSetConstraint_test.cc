@@ -2,18 +2,17 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <fstream>
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "constraints/CardinalitySetConstraint.h"
 #include "constraints/PartitionMatroidSetConstraint.h"
 #include "constraints/constraint_test_util.h"
 #include "sets/UnorderedHashSet.h"
+#include "support/temp_files.h"
 #include "utils/exceptions.h"
 
 namespace velmor {
@@ -21,65 +20,11 @@ namespace {
 
 using Partition = PartitionMatroidSetConstraint<std::vector<int>>;
 using exception::InputDataError;
-using testing_util::CheckAgainstOracle;
-using testing_util::ExpectError;
-using testing_util::PartitionsOracle;
+using testing::CheckAgainstOracle;
+using testing::ExpectLocatedError;
+using testing::PartitionsOracle;
 
 constexpr const char* kFile = "IntersectionOfMatroidsSetConstraint";
-
-// A matroid that answers as a cardinality constraint and counts how often its
-// external contexts are asked IsDisjointUnionFeasible.
-class CountingMatroid : public MatroidSetConstraint {
- public:
-  CountingMatroid(int n, int k, int* calls) : inner_(n, k), calls_(calls) {}
-  CountingMatroid* CopyNew() const override { return new CountingMatroid(*this); }
-  bool IsFeasible(const Set& s) const override { return inner_.IsFeasible(s); }
-  bool IsUnionFeasible(int e, const Set& s) const override { return inner_.IsUnionFeasible(e, s); }
-  bool IsDisjointUnionFeasible(int e, const Set& s) const override {
-    return inner_.IsDisjointUnionFeasible(e, s);
-  }
-  bool IsMaximal(const Set& s) const override { return inner_.IsMaximal(s); }
-  int GroundSetSize() const override { return inner_.GroundSetSize(); }
-  bool IsPartitionMatroid() const override { return false; }
-  std::unique_ptr<ConstraintGrowingContextExternal> MakeGrowingContextExternal(
-      const Set& s) const override {
-    return std::make_unique<Context>(inner_.MakeGrowingContextExternal(s), calls_);
-  }
-  std::unique_ptr<ConstraintGrowingContext> MakeGrowingContext() const override {
-    return inner_.MakeGrowingContext();
-  }
-  std::unique_ptr<ConstraintGrowingContext> MakeGrowingContext(const Set& s) const override {
-    return inner_.MakeGrowingContext(s);
-  }
-  int SizeLimit() const override { return inner_.SizeLimit(); }
-  int RankOfSet(const Set& s) const override { return inner_.RankOfSet(s); }
-  bool IsACycle(const Set& s) const override { return inner_.IsACycle(s); }
-
- private:
-  class Context : public ConstraintGrowingContextExternal {
-   public:
-    Context(std::unique_ptr<ConstraintGrowingContextExternal> inner, int* calls)
-        : inner_(std::move(inner)), calls_(calls) {}
-    void AssignContext(const Set& s) override { inner_->AssignContext(s); }
-    bool IsFeasible() const override { return inner_->IsFeasible(); }
-    bool IsMaximal(const Set& s) const override { return inner_->IsMaximal(s); }
-    int GroundSetSize() const override { return inner_->GroundSetSize(); }
-    bool IsDisjointUnionFeasible(int e, const Set& s) const override {
-      ++*calls_;
-      return inner_->IsDisjointUnionFeasible(e, s);
-    }
-    bool AddNewElementToContext(int e, Set& s, bool also_insert) override {
-      return inner_->AddNewElementToContext(e, s, also_insert);
-    }
-
-   private:
-    std::unique_ptr<ConstraintGrowingContextExternal> inner_;
-    int* calls_;
-  };
-
-  CardinalitySetConstraint inner_;
-  int* calls_;
-};
 
 std::vector<std::unique_ptr<MatroidSetConstraint>> Members(std::vector<Partition> partitions) {
   std::vector<std::unique_ptr<MatroidSetConstraint>> members;
@@ -91,14 +36,12 @@ TEST(IntersectionOfMatroidsSetConstraint, AgreesWithBruteForce) {
   std::mt19937 engine(99);
   for (int trial = 0; trial < 25; ++trial) {
     const int n = 1 + static_cast<int>(engine() % 18);
-    const int number_of_members = 1 + static_cast<int>(engine() % 3);
     PartitionsOracle oracle;
     std::vector<Partition> partitions;
-    for (int m = 0; m < number_of_members; ++m) {
+    for (int m = 0, members = 1 + static_cast<int>(engine() % 3); m < members; ++m) {
       const int blocks = 1 + static_cast<int>(engine() % 4);
       std::vector<int> mapping, limit;
-      for (int e = 0; e < n; ++e)
-        mapping.push_back(static_cast<int>(engine() % static_cast<unsigned>(blocks)));
+      for (int e = 0; e < n; ++e) mapping.push_back(static_cast<int>(engine() % blocks));
       for (int b = 0; b < blocks; ++b) limit.push_back(static_cast<int>(engine() % 4));
       partitions.emplace_back(mapping, limit);
       oracle.mappings.push_back(mapping);
@@ -113,33 +56,29 @@ TEST(IntersectionOfMatroidsSetConstraint, AgreesWithBruteForce) {
     for (auto& p : partitions) smallest = std::min(smallest, p.SizeLimit());
     EXPECT_EQ(constraint.SizeLimit(), smallest);
   }
+  // A 3 x 4 grid: at most row_limits[r] cells per row, column_limits[c] per column.
+  const std::vector<int> row_limits = {1, 2, 0}, column_limits = {1, 1, 2, 1};
+  const IntersectionOfMatroidsSetConstraint grid(3, 4, row_limits, column_limits);
+  EXPECT_EQ(grid.NumberOfMatroids(), 2);
+  // As two partition matroids: cell e lies in row e / 4 and column e % 4.
+  PartitionsOracle oracle{{{}, {}}, {row_limits, column_limits}};
+  for (int e = 0; e < 12; ++e) {
+    oracle.mappings[0].push_back(e / 4);
+    oracle.mappings[1].push_back(e % 4);
+  }
+  CheckAgainstOracle(grid, oracle, 8u, 6, true);
 }
 
-TEST(IntersectionOfMatroidsSetConstraint, MemberWalk) {
-  // One member: the intersection answers exactly as that member.
-  const Partition single(std::vector<int>{0, 0, 1, 1, 1}, std::vector<int>{1, 2});
-  const IntersectionOfMatroidsSetConstraint alone(Members({single}));
-  CheckAgainstOracle(alone, PartitionsOracle{{{0, 0, 1, 1, 1}}, {{1, 2}}}, 3u, 4, true);
-  EXPECT_EQ(alone.Description(), "intersection of 1 matroids, |V|=5, down closed set constraint");
-
-  // A member that refuses stops the walk: the second member is not asked.
-  int first_calls = 0;
-  int second_calls = 0;
-  std::vector<std::unique_ptr<MatroidSetConstraint>> members;
-  members.push_back(std::make_unique<CountingMatroid>(4, 1, &first_calls));
-  members.push_back(std::make_unique<CountingMatroid>(4, 3, &second_calls));
-  const IntersectionOfMatroidsSetConstraint walked(std::move(members));
+TEST(IntersectionOfMatroidsSetConstraint, InfeasibleContexts) {
+  // An element that makes a member infeasible turns the context infeasible for good.
+  const IntersectionOfMatroidsSetConstraint walked(
+      Members({Partition(std::vector<int>{0, 0, 0, 0}, std::vector<int>{1}),
+               Partition(std::vector<int>{0, 0, 0, 0}, std::vector<int>{3})}));
   UnorderedHashSet s(4);
   auto context = walked.MakeGrowingContextExternal(s);
   EXPECT_TRUE(context->IsDisjointUnionFeasible(0, s));
-  EXPECT_EQ(first_calls, 1);
-  EXPECT_EQ(second_calls, 1);
   context->AddNewElementToContext(0, s, true);
   EXPECT_FALSE(context->IsDisjointUnionFeasible(1, s));
-  EXPECT_EQ(first_calls, 2);
-  EXPECT_EQ(second_calls, 1);
-
-  // An element that makes a member infeasible turns all_feasible false for good.
   context->AddNewElementToContext(1, s, true);
   EXPECT_FALSE(context->IsFeasible());
   EXPECT_FALSE(context->IsUnionFeasible(0, s));
@@ -153,29 +92,12 @@ TEST(IntersectionOfMatroidsSetConstraint, MemberWalk) {
   EXPECT_TRUE(context->IsFeasible());
 }
 
-TEST(IntersectionOfMatroidsSetConstraint, Grid) {
-  // 3 x 4 grid: at most V_limits[r] cells per row, U_limits[c] per column.
-  const int rows = 3, cols = 4;
-  const std::vector<int> row_limits = {1, 2, 0};
-  const std::vector<int> column_limits = {1, 1, 2, 1};
-  const IntersectionOfMatroidsSetConstraint grid(rows, cols, row_limits, column_limits);
-  EXPECT_EQ(grid.GroundSetSize(), 12);
-  EXPECT_EQ(grid.NumberOfMatroids(), 2);
-  // As two partition matroids: cell e lies in row e / cols and column e % cols.
-  PartitionsOracle oracle{{{}, {}}, {row_limits, column_limits}};
-  for (int e = 0; e < rows * cols; ++e) {
-    oracle.mappings[0].push_back(e / cols);
-    oracle.mappings[1].push_back(e % cols);
-  }
-  CheckAgainstOracle(grid, oracle, 8u, 6, true);
-}
-
 TEST(IntersectionOfMatroidsSetConstraint, ArgumentErrors) {
   const std::string constructor = "IntersectionOfMatroidsSetConstraint";
   const IntersectionOfMatroidsSetConstraint grid(2, 2, {1, 1}, {1, 1});
   UnorderedHashSet s(4);
   auto context = grid.MakeGrowingContextExternal(s);
-  std::vector<testing_util::ErrorCase> cases = {
+  std::vector<testing::ErrorCase> cases = {
       {[] {
          IntersectionOfMatroidsSetConstraint(2, 3, {1, 1}, {1, 1});
        },
@@ -217,7 +139,7 @@ TEST(IntersectionOfMatroidsSetConstraint, ArgumentErrors) {
     cases.push_back(
         {[&, e] { (void)context->AddElementToContext(e, s, true); }, "AddElementToContext", text});
   }
-  testing_util::ExpectErrors<std::invalid_argument>(kFile, cases);
+  testing::ExpectLocatedErrors<std::invalid_argument>(kFile, cases);
   EXPECT_TRUE(context->IsFeasible());
   EXPECT_EQ(s.size(), 0);
 }
@@ -233,40 +155,22 @@ TEST(IntersectionOfMatroidsSetConstraint, Json) {
   const IntersectionOfMatroidsSetConstraint from_vectors(
       Members({Partition(std::vector<int>{0, 0, 1, 1}, std::vector<int>{1, 1}),
                Partition(std::vector<int>{0, 1, 0, 1}, std::vector<int>{1, 2})}));
-  for (unsigned mask = 0; mask < 16; ++mask) {
-    UnorderedHashSet s(4);
-    for (int e = 0; e < 4; ++e) {
-      if (mask & (1u << e)) s.insert(e);
-    }
-    EXPECT_EQ(from_json.IsFeasible(s), from_vectors.IsFeasible(s)) << mask;
-  }
-
-  // The same through a file.
-  const std::string path =
-      std::string(VELMOR_TEST_BINARY_DIR) + "/intersection_of_matroids_test.json";
-  {
-    std::ofstream out(path);
-    out << text;
-  }
+  // The same through a file; a truncated file; no file.
+  const testing::TempDir dir;
+  const std::string path = dir.Write("im.json", text);
   const auto from_file = IntersectionOfMatroidsSetConstraint::FromJSONFile(path);
-  EXPECT_EQ(from_file->NumberOfMatroids(), 2);
-  EXPECT_EQ(from_file->SizeLimit(), from_json.SizeLimit());
-  {
-    std::ofstream out(path);
-    out << R"({"intersection-of-matroids": {"partition-matroids": [)";
-  }
-  try {
-    (void)IntersectionOfMatroidsSetConstraint::FromJSONFile(path);
-    ADD_FAILURE() << "truncated file accepted";
-  } catch (const InputDataError& e) {
-    EXPECT_NE(std::string(e.what()).find("Can't parse JSON file '" + path + "'."),
-              std::string::npos);
-    EXPECT_THROW(std::rethrow_if_nested(e), nlohmann::json::parse_error);
-  }
-  std::remove(path.c_str());
-  ExpectError<InputDataError>(
-      [&] { (void)IntersectionOfMatroidsSetConstraint::FromJSONFile(path); }, kFile, "FromJSONFile",
-      "Can't open JSON file '" + path + "'.");
+  testing::ForEachSubset(4, 4, [&](const Set& s) {
+    EXPECT_EQ(from_json.IsFeasible(s), from_vectors.IsFeasible(s));
+    EXPECT_EQ(from_file->IsFeasible(s), from_vectors.IsFeasible(s));
+  });
+  dir.Write("im.json", R"({"intersection-of-matroids": {"partition-matroids": [)");
+  const std::string chain = testing::ExpectErrorContaining<InputDataError>(
+      [&] { (void)IntersectionOfMatroidsSetConstraint::FromJSONFile(path); },
+      "Can't parse JSON file '" + path + "'.");
+  EXPECT_NE(chain.find('\n'), std::string::npos) << "the parser's error is nested";
+  ExpectLocatedError<InputDataError>(
+      [&] { (void)IntersectionOfMatroidsSetConstraint::FromJSONFile(dir.File("none.json")); },
+      kFile, "FromJSONFile", "Can't open JSON file '" + dir.File("none.json") + "'.");
 
   // Malformed objects.
   const std::string function = "IntersectionOfMatroidsSetConstraint";
@@ -294,12 +198,12 @@ TEST(IntersectionOfMatroidsSetConstraint, Json) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.json);
-    ExpectError<InputDataError>(
+    ExpectLocatedError<InputDataError>(
         [&] { IntersectionOfMatroidsSetConstraint constraint(nlohmann::json::parse(c.json)); },
         kFile, function, c.message);
   }
   // A member's own error passes through.
-  ExpectError<InputDataError>(
+  ExpectLocatedError<InputDataError>(
       [] {
         IntersectionOfMatroidsSetConstraint constraint(nlohmann::json::parse(
             R"({"intersection-of-matroids": {"partition-matroids": [{"partition-matroid": {"blocks": 1}}]}})"));

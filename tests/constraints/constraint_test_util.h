@@ -1,60 +1,24 @@
 #ifndef VELMOR_TESTS_CONSTRAINTS_CONSTRAINT_TEST_UTIL_H_
 #define VELMOR_TESTS_CONSTRAINTS_CONSTRAINT_TEST_UTIL_H_
 
-// Shared by the constraint tests: exact error-message checks, and a driver
-// that grows random sets and compares every answer of a constraint and of its
-// two kinds of growing context with a brute-force feasibility oracle.
+// Shared by the constraint tests: a driver that grows random sets and compares every answer of a
+// constraint and of its two kinds of growing context with a brute-force feasibility oracle.
 
 #include <gtest/gtest.h>
 
-#include <cctype>
+#include <algorithm>
 #include <functional>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "constraints/DownClosedSetConstraint.h"
+#include "constraints/MatroidSetConstraint.h"
 #include "sets/UnorderedHashSet.h"
+#include "support/located_messages.h"
+#include "support/sets.h"
 
-namespace velmor::testing_util {
-
-// Runs `call`, which must throw exactly `Exception` with the message
-// "[[@file:<line>:function]] text".
-template <class Exception, class Call>
-void ExpectError(Call&& call, const std::string& file, const std::string& function,
-                 const std::string& text) {
-  try {
-    call();
-    ADD_FAILURE() << "no exception; expected: " << text;
-  } catch (const Exception& e) {
-    const std::string what = e.what();
-    const std::string head = "[[@" + file + ":";
-    const std::string tail = ":" + function + "]] " + text;
-    ASSERT_GT(what.size(), head.size() + tail.size()) << what;
-    EXPECT_EQ(what.substr(0, head.size()), head) << what;
-    EXPECT_EQ(what.substr(what.size() - tail.size()), tail) << what;
-    const std::string line = what.substr(head.size(), what.size() - head.size() - tail.size());
-    EXPECT_FALSE(line.empty()) << what;
-    for (char c : line) EXPECT_TRUE(std::isdigit(static_cast<unsigned char>(c))) << what;
-  } catch (const std::exception& e) {
-    ADD_FAILURE() << "wrong exception type: " << e.what() << "; expected: " << text;
-  }
-}
-
-// A call expected to fail with "[[@<file>:<line>:<function>]] <text>".
-struct ErrorCase {
-  std::function<void()> call;
-  std::string function;
-  std::string text;
-};
-
-template <class Exception>
-void ExpectErrors(const std::string& file, const std::vector<ErrorCase>& cases) {
-  for (const ErrorCase& c : cases) {
-    SCOPED_TRACE(c.function + ": " + c.text);
-    ExpectError<Exception>(c.call, file, c.function, c.text);
-  }
-}
+namespace velmor::testing {
 
 using FeasibilityOracle = std::function<bool(const std::vector<bool>& members)>;
 // Whether element e (not a member) may join the members; by default, whether
@@ -184,6 +148,39 @@ inline void CheckAgainstOracle(const DownClosedSetConstraint& constraint,
       [&](const std::vector<bool>& m, int e) { return oracle.Addable(m, e); });
 }
 
-}  // namespace velmor::testing_util
+// For every subset S of [0, n) (n small): the rank is the size of the largest
+// feasible subset of S, and S is a circuit when it is infeasible and every
+// one-smaller subset is feasible.
+inline void CheckRankAndCircuits(const MatroidSetConstraint& matroid,
+                                 const FeasibilityOracle& feasible) {
+  const int n = matroid.GroundSetSize();
+  const auto feasible_mask = [&](unsigned mask) {
+    std::vector<bool> members(static_cast<std::size_t>(n));
+    for (int e = 0; e < n; ++e) members[static_cast<std::size_t>(e)] = (mask >> e) & 1u;
+    return feasible(members);
+  };
+  for (unsigned mask = 0; mask < (1u << n); ++mask) {
+    int rank = 0;
+    for (unsigned sub = mask;; sub = (sub - 1) & mask) {
+      if (feasible_mask(sub)) rank = std::max(rank, __builtin_popcount(sub));
+      if (sub == 0) break;
+    }
+    bool circuit = !feasible_mask(mask) && mask != 0;
+    for (int e = 0; circuit && e < n; ++e) {
+      if (mask & (1u << e)) circuit = feasible_mask(mask & ~(1u << e));
+    }
+    UnorderedHashSet s(n);
+    for (int e = 0; e < n; ++e) {
+      if (mask & (1u << e)) s.insert(e);
+    }
+    ASSERT_EQ(matroid.RankOfSet(s), rank) << mask;
+    ASSERT_EQ(matroid.IsACycle(s), circuit) << mask;
+    if (mask == (1u << n) - 1) {
+      EXPECT_EQ(matroid.SizeLimit(), rank);
+    }
+  }
+}
+
+}  // namespace velmor::testing
 
 #endif  // VELMOR_TESTS_CONSTRAINTS_CONSTRAINT_TEST_UTIL_H_

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <limits>
+#include <cmath>
 #include <memory>
 #include <random>
 #include <set>
@@ -13,20 +13,18 @@
 #include "functions/FacilityLocationFunction.h"
 #include "functions/SumSumDispersionFunction.h"
 #include "functions/set_function_oracle.h"
-#include "sets/UnorderedHashSet.h"
+#include "support/float_types.h"
 
 namespace velmor {
 namespace {
 
-using testing::ExpectMessage;
 using testing::RandomMatrix;
 using testing::RandomSet;
 using testing::Union;
 
 template <typename T>
 class ContractionWrapperTest : public ::testing::Test {};
-using ElementTypes = ::testing::Types<float, double>;
-TYPED_TEST_SUITE(ContractionWrapperTest, ElementTypes);
+TYPED_TEST_SUITE(ContractionWrapperTest, testing::FloatTypes);
 
 TYPED_TEST(ContractionWrapperTest, IncrementalAnswersMatchWholeSetEvaluation) {
   using T = TypeParam;
@@ -36,29 +34,24 @@ TYPED_TEST(ContractionWrapperTest, IncrementalAnswersMatchWholeSetEvaluation) {
   fl.ComputeNormalizationConstant(false);
   SumSumDispersionFunction<T> dispersion(RandomMatrix<T>(n, n, 2));
   dispersion.ComputeNormalizationConstant(false);
-  std::uint32_t seed = 70;
+  testing::OracleOptions options;
+  options.steps = 60;
+  // Float gains are summed in float (facility location's lanes, dispersion's
+  // M(v, u) + M(u, v)); values in double.
+  options.tolerance = std::is_same_v<T, float> ? 1e-5 : 1e-12;
   for (const double p : {0.0, 0.2, 0.6}) {
     const UnorderedHashSet C = RandomSet(n, p, rng);
     SCOPED_TRACE("|C| = " + std::to_string(C.size()));
-    testing::OracleOptions options;
-    options.steps = 60;
-    // Float gains are summed in float (dense facility location's lanes,
-    // dispersion's M(v, u) + M(u, v)); values in double.
-    options.tolerance = std::is_same_v<T, float> ? 1e-5 : 1e-12;
     options.excluded = std::set<int>(C.begin(), C.end());
-    options.seed = ++seed;
-    ContractionWrapperSetFunction<SubmodularFunction> submodular(fl, C);
-    testing::CheckSetFunctionAgainstEvaluation(submodular, options);
-    options.seed = ++seed;
-    ContractionWrapperSetFunction<SubmodularFunction> scaled(fl, C, 2.5);
-    testing::CheckSetFunctionAgainstEvaluation(scaled, options);
-    options.seed = ++seed;
-    ContractionWrapperSetFunction<SetFunction> negative(static_cast<const SetFunction&>(fl), C,
-                                                        -0.75);
-    testing::CheckSetFunctionAgainstEvaluation(negative, options);
-    options.seed = ++seed;
-    ContractionWrapperSetFunction<SupermodularFunction> supermodular(dispersion, C, 1.5);
-    testing::CheckSetFunctionAgainstEvaluation(supermodular, options);
+    const ContractionWrapperSetFunction<SubmodularFunction> submodular(fl, C), scaled(fl, C, 2.5);
+    const ContractionWrapperSetFunction<SetFunction> negative(static_cast<const SetFunction&>(fl),
+                                                              C, -0.75);
+    const ContractionWrapperSetFunction<SupermodularFunction> supermodular(dispersion, C, 1.5);
+    for (const SetFunction* f : std::initializer_list<const SetFunction*>{
+             &submodular, &scaled, &negative, &supermodular}) {
+      ++options.seed;
+      testing::CheckSetFunctionAgainstEvaluation(*f, options);
+    }
   }
 }
 
@@ -71,13 +64,11 @@ TYPED_TEST(ContractionWrapperTest, ContractionIdentities) {
   const UnorderedHashSet empty(n);
   for (const double m : {1.0, 3.0}) {
     for (int trial = 0; trial < 10; ++trial) {
-      const UnorderedHashSet C = RandomSet(n, 0.3, rng);
-      const UnorderedHashSet A = RandomSet(n, 0.3, rng);
-      ContractionWrapperSetFunction<SubmodularFunction> g(f, C, m);
+      const UnorderedHashSet C = RandomSet(n, 0.3, rng), A = RandomSet(n, 0.3, rng);
+      const ContractionWrapperSetFunction<SubmodularFunction> g(f, C, m);
       EXPECT_EQ(f.Evaluate(C), g.ContractionValue());
-      // f'(A) = m (f(A u C) - f(C)).
+      // f'(A) = m (f(A u C) - f(C)); 0 on subsets of C.
       EXPECT_NEAR(m * (f.Evaluate(Union(A, C)) - f.Evaluate(C)), g.Evaluate(A), 1e-14);
-      // A subset of C: 0.
       UnorderedHashSet inside(n);
       for (int c : C) {
         if (c % 2 == 0) inside.insert(c);
@@ -111,25 +102,24 @@ TYPED_TEST(ContractionWrapperTest, ContractionIdentities) {
       }
     }
     // C empty: m (f(A) - f(empty)).
-    ContractionWrapperSetFunction<SubmodularFunction> plain(f, empty, m);
+    const ContractionWrapperSetFunction<SubmodularFunction> plain(f, empty, m);
     const UnorderedHashSet A = RandomSet(n, 0.5, rng);
     EXPECT_NEAR(m * (f.Evaluate(A) - f.Evaluate(empty)), plain.Evaluate(A), 1e-14);
     for (int v = 0; v < n; ++v) EXPECT_NEAR(m * f.Evaluate(v), plain.Evaluate(v), 1e-14);
   }
 }
 
-TYPED_TEST(ContractionWrapperTest, CopiesOwnTheirFunction) {
+TYPED_TEST(ContractionWrapperTest, CopiesOwnTheirFunctionAndArgumentErrors) {
   using T = TypeParam;
   const int n = 10;
   std::mt19937 rng(1);
-  const UnorderedHashSet C = RandomSet(n, 0.3, rng);
-  const UnorderedHashSet A = RandomSet(n, 0.5, rng);
+  const UnorderedHashSet C = RandomSet(n, 0.3, rng), A = RandomSet(n, 0.5, rng);
   std::unique_ptr<SetFunction> copy;
   double expected = 0;
   {
     auto inner = std::make_unique<FacilityLocationFunction<T>>(RandomMatrix<T>(n, 4, 5));
     inner->ComputeNormalizationConstant(false);
-    ContractionWrapperSetFunction<SubmodularFunction> g(std::move(inner), C, 2.0);
+    const ContractionWrapperSetFunction<SubmodularFunction> g(std::move(inner), C, 2.0);
     expected = g.Evaluate(A);
     copy = g.clone();
     EXPECT_EQ("contraction wrapped Dense FL, |V|=10, #landmarks=4", g.Description());
@@ -137,28 +127,19 @@ TYPED_TEST(ContractionWrapperTest, CopiesOwnTheirFunction) {
     EXPECT_EQ(4, g.NumberOfLandmarks());
   }
   EXPECT_EQ(expected, copy->Evaluate(A)) << "the clone must not refer to the destroyed original";
-  auto context = copy->MakeGrowingContext(A);
-  EXPECT_NEAR(expected, context->CurrentValue(), 1e-6);
-}
+  EXPECT_NEAR(expected, copy->MakeGrowingContext(A)->CurrentValue(), 1e-6);
 
-TYPED_TEST(ContractionWrapperTest, ArgumentErrors) {
-  using T = TypeParam;
   const std::string file = "ContractionWrapperSetFunction";
-  const int n = 5;
-  FacilityLocationFunction<T> f(RandomMatrix<T>(n, 3, 4));
-  const UnorderedHashSet C = testing::SetOf(n, {1});
-  ExpectMessage(
-      [&] { ContractionWrapperSetFunction<SubmodularFunction> g(f, UnorderedHashSet(3)); }, file,
-      file, "Invalid ground set size, 3 != 5.");
-  ExpectMessage(
-      [&] {
-        ContractionWrapperSetFunction<SubmodularFunction> g(std::unique_ptr<SubmodularFunction>(),
-                                                            C);
-      },
-      file, file, "Invalid argument, the wrapped function must be present.");
-  ExpectMessage([&] { ContractionWrapperSetFunction<SubmodularFunction> g(f, C, std::nan("")); },
-                file, file, "Invalid argument, multiplier (=nan) must be finite.");
-  testing::CheckArgumentErrors(ContractionWrapperSetFunction<SubmodularFunction>(f, C), file);
+  const FacilityLocationFunction<T> f(RandomMatrix<T>(5, 3, 4));
+  const UnorderedHashSet one = testing::SetOf(5, {1});
+  using Wrapper = ContractionWrapperSetFunction<SubmodularFunction>;
+  testing::ExpectLocatedErrors(
+      file, {{[&] { Wrapper(f, UnorderedHashSet(3)); }, file, "Invalid ground set size, 3 != 5."},
+             {[&] { Wrapper(std::unique_ptr<SubmodularFunction>(), one); }, file,
+              "Invalid argument, the wrapped function must be present."},
+             {[&] { Wrapper(f, one, std::nan("")); }, file,
+              "Invalid argument, multiplier (=nan) must be finite."}});
+  testing::CheckArgumentErrors(Wrapper(f, one), file);
 }
 
 }  // namespace

@@ -12,11 +12,12 @@
 #include "functions/set_function_oracle.h"
 #include "matrixvector/eigen_matrix_checks.h"
 #include "sets/UnorderedHashSet.h"
+#include "support/float_types.h"
 
 namespace velmor {
 namespace {
 
-using testing::ExpectMessage;
+using testing::ExpectLocatedError;
 using testing::RandomMatrix;
 using testing::RandomSet;
 using testing::SetOf;
@@ -39,8 +40,7 @@ double BruteForceValue(const Matrix<T>& m, const Set& A, double lambda) {
 
 template <typename T>
 class SoftFacilityLocationTest : public ::testing::Test {};
-using ElementTypes = ::testing::Types<float, double>;
-TYPED_TEST_SUITE(SoftFacilityLocationTest, ElementTypes);
+TYPED_TEST_SUITE(SoftFacilityLocationTest, testing::FloatTypes);
 
 TYPED_TEST(SoftFacilityLocationTest, IncrementalAnswersMatchWholeSetEvaluation) {
   using T = TypeParam;
@@ -96,6 +96,14 @@ TYPED_TEST(SoftFacilityLocationTest, ValuesAgainstBruteForce) {
   EXPECT_NEAR(4 * 0.25 * std::log(2.0), zeros.Evaluate(1), 1e-15);
   EXPECT_NEAR(4 * 0.25 * std::log(2.0), zeros.Evaluate(SetOf(3, {1})), 1e-15);
   EXPECT_NEAR(4 * 0.25 * std::log(3.0), zeros.Evaluate(SetOf(3, {1, 2})), 1e-15);
+  // More than one 64 x 64 block of the matrix each way: every row where it belongs.
+  const Matrix<T> big = RandomMatrix<T>(70, 67, 4);
+  SoftFacilityLocationFunction<T> g(big, 0.5);
+  g.ComputeNormalizationConstant(true);
+  for (int v = 0; v < 70; ++v) {
+    const double expected = BruteForceValue<T>(big, SetOf(70, {v}), 0.5);
+    EXPECT_NEAR(expected, g.Evaluate(v), 1e-12 * (1 + expected));
+  }
 }
 
 TYPED_TEST(SoftFacilityLocationTest, ApproachesHardFacilityLocation) {
@@ -158,28 +166,9 @@ TYPED_TEST(SoftFacilityLocationTest, StaysFiniteFarBelowTheMatrixScale) {
   EXPECT_NEAR(3.0, g.Evaluate(0), 1e-9);
 }
 
-TYPED_TEST(SoftFacilityLocationTest, ContextEdgeCases) {
+TYPED_TEST(SoftFacilityLocationTest, TiesInTheShrinkingContext) {
   using T = TypeParam;
-  Matrix<T> m(3, 2);
-  m << T(1), T(0), T(0.5), T(0), T(1), T(2);
-  SoftFacilityLocationFunction<T> f(m, 0.5);
-  f.ComputeNormalizationConstant(true);
-  typename SoftFacilityLocationFunction<T>::SoftFacilityLocationFunctionGrowingContext context(
-      &f, UnorderedHashSet(3));
-  EXPECT_EQ(0.0, context.CurrentValue());
-  // The first element raises only landmark 0's shift (S = 1 > 0).
-  EXPECT_TRUE(context.AddNewElementToContext(0, true));
-  // Element 1 is below the shifts everywhere: no shift changes, but the value grows.
-  const double before = context.CurrentValue();
-  EXPECT_FALSE(context.AddNewElementToContext(1, true));
-  EXPECT_GT(context.CurrentValue(), before);
-  EXPECT_EQ(std::vector<T>({T(1), T(0)}), context.external().Shifts());
-  // Adding without inserting changes the state but not the set.
-  EXPECT_TRUE(context.AddNewElementToContext(2, false));
-  EXPECT_EQ(2, context.NumberOfElements());
-  EXPECT_FALSE(context.CurrentSet().contains(2));
-
-  // Ties in the shrinking context: two members holding the same maximum.
+  // Two members holding the same maximum.
   Matrix<T> tie(3, 1);
   tie << T(1), T(1), T(0.25);
   SoftFacilityLocationFunction<T> t(tie, 0.01);
@@ -214,28 +203,28 @@ TYPED_TEST(SoftFacilityLocationTest, Errors) {
        "Invalid argument, softness_value (=9.999889e-321) must be finite with a finite inverse."},
   };
   for (const auto& c : softness) {
-    ExpectMessage([&] { SoftFacilityLocationFunction<T> f(2, 2, c.lambda); }, file,
-                  "CheckAndAssignSoftnessValue", c.text);
+    ExpectLocatedError([&] { SoftFacilityLocationFunction<T> f(2, 2, c.lambda); }, file,
+                       "CheckAndAssignSoftnessValue", c.text);
   }
   SoftFacilityLocationFunction<T> f(4, 3, 0.5);
   EXPECT_THROW(f.CheckAndAssignSoftnessValue(0.0), std::invalid_argument);
   EXPECT_EQ(0.5, f.SoftnessValue()) << "a refused softness changed the function";
   EXPECT_EQ(2.0, f.InverseSoftnessValue());
-  ExpectMessage([] { SoftFacilityLocationFunction<T> g(0, 2, 1.0); }, file,
-                "SoftFacilityLocationFunction", "Invalid argument, ground_set_size=0.");
-  ExpectMessage([] { SoftFacilityLocationFunction<T> g(5, 0, 1.0); }, file,
-                "SoftFacilityLocationFunction", "Invalid argument, number_of_concepts=5.");
+  ExpectLocatedError([] { SoftFacilityLocationFunction<T> g(0, 2, 1.0); }, file,
+                     "SoftFacilityLocationFunction", "Invalid argument, ground_set_size=0.");
+  ExpectLocatedError([] { SoftFacilityLocationFunction<T> g(5, 0, 1.0); }, file,
+                     "SoftFacilityLocationFunction", "Invalid argument, number_of_concepts=5.");
   f.MutableRow(0)[0] = T(1);
   f.ComputeNormalizationConstant(false);
   testing::CheckArgumentErrors(f, file);
-  EXPECT_EQ("Soft Dense FL, |V|=4, #landmarks=3", f.Description());
 
   // Normalization: a NaN (nested, scale unchanged; skipped with the checks
   // off), and strongly negative rows where f(V) = k lambda log(1 + n e^(-big)) rounds to 0.
   SoftFacilityLocationFunction<T> nan(3, 2, 1.0);
   nan.MutableRow(1)[1] = std::numeric_limits<T>::quiet_NaN();
-  ExpectMessage([&] { nan.ComputeNormalizationConstant(false); }, file,
-                "ComputeNormalizationConstant", "Invalid soft facility location matrix.", "NaN");
+  ExpectLocatedError([&] { nan.ComputeNormalizationConstant(false); }, file,
+                     "ComputeNormalizationConstant", "Invalid soft facility location matrix.",
+                     "NaN");
   EXPECT_EQ(1.0, nan.NormalizationScale());
   SetMatrixValueChecksEnabled(false);
   EXPECT_NO_THROW(nan.ComputeNormalizationConstant(true));
@@ -244,8 +233,8 @@ TYPED_TEST(SoftFacilityLocationTest, Errors) {
   for (int v = 0; v < 2; ++v) {
     for (int i = 0; i < 2; ++i) negative.MutableRow(v)[i] = T(-1e4);
   }
-  ExpectMessage([&] { negative.ComputeNormalizationConstant(false); }, file,
-                "ComputeNormalizationConstant", "Invalid matrix, f(V) = 0 <= 0.");
+  ExpectLocatedError([&] { negative.ComputeNormalizationConstant(false); }, file,
+                     "ComputeNormalizationConstant", "Invalid matrix, f(V) = 0 <= 0.");
 }
 
 }  // namespace

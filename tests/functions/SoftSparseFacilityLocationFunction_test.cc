@@ -14,11 +14,12 @@
 #include "functions/set_function_oracle.h"
 #include "sets/FixedGroundSet.h"
 #include "sets/UnorderedHashSet.h"
+#include "support/float_types.h"
 
 namespace velmor {
 namespace {
 
-using testing::ExpectMessage;
+using testing::ExpectLocatedError;
 using testing::RandomSet;
 using testing::SetOf;
 
@@ -27,40 +28,15 @@ using Sparse = typename SoftSparseFacilityLocationFunction<T>::SparseMatrix;
 template <typename T>
 using Dense = typename SoftFacilityLocationFunction<T>::DenseMatrix;
 
-// Random n x k matrix storing each entry with probability `density`, values
-// scale * [0, 1); `stored` receives the pattern and `dense` the values.
+// sum_i lambda log(1 + sum over members with a stored (a, i) of exp(S / lambda));
+// the random matrices store no zeros.
 template <typename T>
-Sparse<T> RandomSparse(int n, int k, double density, double scale, std::uint32_t seed,
-                       Dense<T>& dense, std::vector<std::vector<bool>>& stored) {
-  std::mt19937 rng(seed);
-  std::uniform_real_distribution<double> unit(0.0, 1.0);
-  std::bernoulli_distribution coin(density);
-  std::vector<Eigen::Triplet<T, std::int32_t>> triplets;
-  dense.setZero(n, k);
-  stored.assign(static_cast<std::size_t>(n), std::vector<bool>(static_cast<std::size_t>(k), false));
-  for (int v = 0; v < n; ++v) {
-    for (int i = 0; i < k; ++i) {
-      if (!coin(rng)) continue;
-      const T x = static_cast<T>(scale * unit(rng));
-      triplets.emplace_back(v, i, x);
-      dense(v, i) = x;
-      stored[static_cast<std::size_t>(v)][static_cast<std::size_t>(i)] = true;
-    }
-  }
-  Sparse<T> m(n, k);
-  m.setFromTriplets(triplets.begin(), triplets.end());
-  return m;
-}
-
-// sum_i lambda log(1 + sum over members with a stored (a, i) of exp(S / lambda)).
-template <typename T>
-double BruteForceValue(const Dense<T>& m, const std::vector<std::vector<bool>>& stored,
-                       const Set& A, double lambda) {
+double BruteForceValue(const Dense<T>& m, const Set& A, double lambda) {
   long double total = 0;
   for (int i = 0; i < m.cols(); ++i) {
     long double sum = 1;
     for (int a : A) {
-      if (stored[static_cast<std::size_t>(a)][static_cast<std::size_t>(i)]) {
+      if (m(a, i) != T(0)) {
         sum += std::exp(static_cast<long double>(m(a, i)) / lambda);
       }
     }
@@ -71,8 +47,7 @@ double BruteForceValue(const Dense<T>& m, const std::vector<std::vector<bool>>& 
 
 template <typename T>
 class SoftSparseFacilityLocationTest : public ::testing::Test {};
-using ElementTypes = ::testing::Types<float, double>;
-TYPED_TEST_SUITE(SoftSparseFacilityLocationTest, ElementTypes);
+TYPED_TEST_SUITE(SoftSparseFacilityLocationTest, testing::FloatTypes);
 
 TYPED_TEST(SoftSparseFacilityLocationTest, IncrementalAnswersMatchWholeSetEvaluation) {
   using T = TypeParam;
@@ -86,9 +61,8 @@ TYPED_TEST(SoftSparseFacilityLocationTest, IncrementalAnswersMatchWholeSetEvalua
     SCOPED_TRACE("n=" + std::to_string(c.n) + " k=" + std::to_string(c.k) +
                  " lambda=" + std::to_string(c.lambda));
     Dense<T> dense;
-    std::vector<std::vector<bool>> stored;
     SoftSparseFacilityLocationFunction<T> f(
-        RandomSparse<T>(c.n, c.k, c.density, c.scale, ++seed, dense, stored), c.lambda, false);
+        testing::RandomSparse<T>(c.n, c.k, c.density, ++seed, dense, c.scale), c.lambda, false);
     testing::OracleOptions options;
     options.seed = seed;
     options.steps = 70;
@@ -106,14 +80,13 @@ TYPED_TEST(SoftSparseFacilityLocationTest, ValuesFollowTheAbsentEntryRule) {
     for (const double lambda : {0.1, 1.0}) {
       SCOPED_TRACE("density " + std::to_string(density) + " lambda " + std::to_string(lambda));
       Dense<T> dense;
-      std::vector<std::vector<bool>> stored;
       SoftSparseFacilityLocationFunction<T> sparse(
-          RandomSparse<T>(n, k, density, 1.0, 5, dense, stored), lambda, true);
+          testing::RandomSparse<T>(n, k, density, 5, dense), lambda, true);
       SoftFacilityLocationFunction<T> reference(dense, lambda);
       reference.ComputeNormalizationConstant(true);
       for (int trial = 0; trial < 20; ++trial) {
         const UnorderedHashSet A = RandomSet(n, 0.3, rng);
-        const double expected = BruteForceValue<T>(dense, stored, A, lambda);
+        const double expected = BruteForceValue<T>(dense, A, lambda);
         EXPECT_NEAR(expected, sparse.Evaluate(A), 1e-12 * (1 + expected));
         if (density == 1.0) {
           // Everything stored: the dense soft function on the same values.
@@ -127,8 +100,7 @@ TYPED_TEST(SoftSparseFacilityLocationTest, ValuesFollowTheAbsentEntryRule) {
         }
       }
       for (int v = 0; v < n; ++v) {
-        EXPECT_NEAR(BruteForceValue<T>(dense, stored, SetOf(n, {v}), lambda), sparse.Evaluate(v),
-                    1e-12);
+        EXPECT_NEAR(BruteForceValue<T>(dense, SetOf(n, {v}), lambda), sparse.Evaluate(v), 1e-12);
       }
     }
   }
@@ -163,22 +135,22 @@ TYPED_TEST(SoftSparseFacilityLocationTest, FailuresLeaveTheCallersMatrix) {
   // Softness is checked before the matrix is taken.
   Sparse<T> m(3, 2);
   m.insert(0, 1) = T(1);
-  ExpectMessage([&] { SoftSparseFacilityLocationFunction<T> f(std::move(m), -1.0, false); }, file,
-                "CheckAndAssignSoftnessValue",
-                "Invalid argument, must have softness_value (=-1.000000e+00) > 0.");
+  ExpectLocatedError([&] { SoftSparseFacilityLocationFunction<T> f(std::move(m), -1.0, false); },
+                     file, "CheckAndAssignSoftnessValue",
+                     "Invalid argument, must have softness_value (=-1.000000e+00) > 0.");
   EXPECT_EQ(1, m.nonZeros());
   // No stored entries: f(V) = 0; the caller keeps its matrix.
   Sparse<T> empty(4, 4);
-  ExpectMessage([&] { SoftSparseFacilityLocationFunction<T> f(std::move(empty), 1.0, false); },
-                file, file, "Invalid matrix, f(V) = 0 <= 0.");
+  ExpectLocatedError([&] { SoftSparseFacilityLocationFunction<T> f(std::move(empty), 1.0, false); },
+                     file, file, "Invalid matrix, f(V) = 0 <= 0.");
   EXPECT_EQ(4, empty.rows());
   EXPECT_EQ(4, empty.cols());
   // NaN: nested value-check failure.
   Sparse<T> nan(2, 2);
   nan.insert(1, 1) = std::numeric_limits<T>::quiet_NaN();
   nan.insert(0, 0) = T(2);
-  ExpectMessage([&] { SoftSparseFacilityLocationFunction<T> f(std::move(nan), 1.0, false); }, file,
-                file, "Invalid sparse facility location matrix.", "NaN");
+  ExpectLocatedError([&] { SoftSparseFacilityLocationFunction<T> f(std::move(nan), 1.0, false); },
+                     file, file, "Invalid sparse facility location matrix.", "NaN");
   EXPECT_EQ(2, nan.nonZeros());
   // Success takes the matrix; with skip the scale stays 1.
   SoftSparseFacilityLocationFunction<T> f(std::move(m), 0.5, true);

@@ -13,42 +13,18 @@
 #include "functions/set_function_oracle.h"
 #include "sets/FixedGroundSet.h"
 #include "sets/UnorderedHashSet.h"
+#include "support/float_types.h"
 
 namespace velmor {
 namespace {
 
-using testing::ExpectMessage;
+using testing::ExpectLocatedError;
 using testing::SetOf;
 
 template <typename T>
 using Sparse = typename SparseFacilityLocationFunction<T>::SparseMatrix;
 template <typename T>
 using Dense = typename FacilityLocationFunction<T>::DenseMatrix;
-
-// A random n x k matrix: each entry is stored with probability `density`
-// (values in [0, 1)), and rows listed in `empty_rows` store nothing. `dense`
-// receives the same matrix with zeros where nothing is stored.
-template <typename T>
-Sparse<T> RandomSparse(int n, int k, double density, std::uint32_t seed, Dense<T>& dense,
-                       const std::vector<int>& empty_rows = {}) {
-  std::mt19937 rng(seed);
-  std::uniform_real_distribution<double> unit(0.0, 1.0);
-  std::bernoulli_distribution stored(density);
-  std::vector<Eigen::Triplet<T, std::int32_t>> triplets;
-  dense.setZero(n, k);
-  for (int v = 0; v < n; ++v) {
-    const bool empty = std::find(empty_rows.begin(), empty_rows.end(), v) != empty_rows.end();
-    for (int i = 0; i < k; ++i) {
-      if (empty || !stored(rng)) continue;
-      const T x = static_cast<T>(unit(rng));
-      triplets.emplace_back(v, i, x);
-      dense(v, i) = x;
-    }
-  }
-  Sparse<T> m(n, k);
-  m.setFromTriplets(triplets.begin(), triplets.end());
-  return m;
-}
 
 template <typename T>
 Sparse<T> FromTriplets(int rows, int cols,
@@ -60,8 +36,7 @@ Sparse<T> FromTriplets(int rows, int cols,
 
 template <typename T>
 class SparseFacilityLocationTest : public ::testing::Test {};
-using ElementTypes = ::testing::Types<float, double>;
-TYPED_TEST_SUITE(SparseFacilityLocationTest, ElementTypes);
+TYPED_TEST_SUITE(SparseFacilityLocationTest, testing::FloatTypes);
 
 TYPED_TEST(SparseFacilityLocationTest, IncrementalAnswersMatchWholeSetEvaluation) {
   using T = TypeParam;
@@ -76,7 +51,7 @@ TYPED_TEST(SparseFacilityLocationTest, IncrementalAnswersMatchWholeSetEvaluation
     std::vector<int> empty_rows;
     if (c.n > 3) empty_rows = {0, c.n / 2};
     SparseFacilityLocationFunction<T> f(
-        RandomSparse<T>(c.n, c.k, c.density, ++seed, dense, empty_rows), false);
+        testing::RandomSparse<T>(c.n, c.k, c.density, ++seed, dense, 1.0, empty_rows), false);
     testing::OracleOptions options;
     options.seed = seed;
     options.steps = 80;
@@ -94,7 +69,8 @@ TYPED_TEST(SparseFacilityLocationTest, EqualsDenseFacilityLocationWithZerosForAb
   for (const double density : {1.0, 0.35, 0.05}) {
     SCOPED_TRACE("density " + std::to_string(density));
     Dense<T> dense;
-    SparseFacilityLocationFunction<T> sparse(RandomSparse<T>(n, k, density, 77, dense, {3}), false);
+    SparseFacilityLocationFunction<T> sparse(
+        testing::RandomSparse<T>(n, k, density, 77, dense, 1.0, {3}), false);
     FacilityLocationFunction<T> reference(dense);
     reference.ComputeNormalizationConstant(false);
     EXPECT_NEAR(reference.NormalizationScale(), sparse.NormalizationScale(),
@@ -169,28 +145,28 @@ TYPED_TEST(SparseFacilityLocationTest, FailuresLeaveTheCallersMatrix) {
   // No stored entry, or only negative ones: f(V) = 0; the matrix goes back
   // to the caller intact.
   Sparse<T> empty(5, 4);
-  ExpectMessage([&] { SparseFacilityLocationFunction<T> f(std::move(empty), false); }, file, file,
-                "Invalid matrix, f(V) = 0 <= 0.");
+  ExpectLocatedError([&] { SparseFacilityLocationFunction<T> f(std::move(empty), false); }, file,
+                     file, "Invalid matrix, f(V) = 0 <= 0.");
   EXPECT_EQ(5, empty.rows());
   EXPECT_EQ(4, empty.cols());
   Sparse<T> negative = FromTriplets<T>(2, 2, {{1, 0, T(-3)}, {0, 1, T(-1)}});
-  ExpectMessage([&] { SparseFacilityLocationFunction<T> f(std::move(negative), false); }, file,
-                file, "Invalid matrix, f(V) = 0 <= 0.");
+  ExpectLocatedError([&] { SparseFacilityLocationFunction<T> f(std::move(negative), false); }, file,
+                     file, "Invalid matrix, f(V) = 0 <= 0.");
   ASSERT_EQ(2, negative.nonZeros());
   EXPECT_EQ(T(-3), negative.coeff(1, 0));
   EXPECT_EQ(T(-1), negative.coeff(0, 1));
   // Infinity: nested value-check error, matrix given back.
   Sparse<T> infinite = FromTriplets<T>(2, 3, {{1, 2, std::numeric_limits<T>::infinity()}});
-  ExpectMessage([&] { SparseFacilityLocationFunction<T> f(std::move(infinite), true); }, file, file,
-                "Invalid sparse facility location matrix.", "Inf");
+  ExpectLocatedError([&] { SparseFacilityLocationFunction<T> f(std::move(infinite), true); }, file,
+                     file, "Invalid sparse facility location matrix.", "Inf");
   EXPECT_EQ(1, infinite.nonZeros());
   // Shapes are refused before anything is taken.
-  ExpectMessage([&] { SparseFacilityLocationFunction<T> f(Sparse<T>(3, 0), true); }, file, file,
-                "Invalid argument, number_of_concepts=3.");
-  ExpectMessage([&] { SparseFacilityLocationFunction<T> f(Sparse<T>(0, 3), true); }, file, file,
-                "Invalid argument, ground_set_size=0.");
+  ExpectLocatedError([&] { SparseFacilityLocationFunction<T> f(Sparse<T>(3, 0), true); }, file,
+                     file, "Invalid argument, number_of_concepts=3.");
+  ExpectLocatedError([&] { SparseFacilityLocationFunction<T> f(Sparse<T>(0, 3), true); }, file,
+                     file, "Invalid argument, ground_set_size=0.");
   Dense<T> dense;
-  SparseFacilityLocationFunction<T> f(RandomSparse<T>(6, 3, 0.7, 2, dense), false);
+  SparseFacilityLocationFunction<T> f(testing::RandomSparse<T>(6, 3, 0.7, 2, dense), false);
   testing::CheckArgumentErrors(f, file);
 }
 

@@ -2,21 +2,19 @@
 
 #include <gtest/gtest.h>
 
-#include <Eigen/SparseCore>
 #include <limits>
 #include <random>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "functions/SumSumDispersionFunction.h"
 #include "functions/set_function_oracle.h"
-#include "sets/UnorderedHashSet.h"
+#include "support/float_types.h"
 
 namespace velmor {
 namespace {
 
-using testing::ExpectMessage;
+using testing::ExpectLocatedError;
 using testing::SetOf;
 
 template <typename T>
@@ -24,29 +22,18 @@ using Sparse = typename SparseSumSumDispersionFunction<T>::SparseMatrix;
 template <typename T>
 using Dense = typename SumSumDispersionFunction<T>::DenseMatrix;
 
-// Random non-negative n x n matrix with each entry stored with probability
-// `density` (mirrored when symmetric); `dense` gets zeros where nothing is stored.
+// Random non-negative n x n matrix (symmetric on request); `dense` gets zeros
+// where nothing is stored.
 template <typename T>
 Sparse<T> RandomSparse(int n, double density, bool symmetric, std::uint32_t seed, Dense<T>& dense) {
-  std::mt19937 rng(seed);
-  std::uniform_real_distribution<double> unit(0.0, 1.0);
-  std::bernoulli_distribution coin(density);
-  dense.setZero(n, n);
-  for (int a = 0; a < n; ++a) {
-    for (int b = symmetric ? a : 0; b < n; ++b) {
-      if (!coin(rng)) continue;
-      dense(a, b) = static_cast<T>(unit(rng));
-      if (symmetric) dense(b, a) = dense(a, b);
-    }
-  }
-  Sparse<T> m = dense.sparseView();
-  return m;
+  testing::RandomSparse<T>(n, n, density, seed, dense);
+  if (symmetric) dense = (dense + dense.transpose()).eval();
+  return dense.sparseView();
 }
 
 template <typename T>
 class SparseSumSumDispersionTest : public ::testing::Test {};
-using ElementTypes = ::testing::Types<float, double>;
-TYPED_TEST_SUITE(SparseSumSumDispersionTest, ElementTypes);
+TYPED_TEST_SUITE(SparseSumSumDispersionTest, testing::FloatTypes);
 
 TYPED_TEST(SparseSumSumDispersionTest, IncrementalAnswersMatchWholeSetEvaluation) {
   using T = TypeParam;
@@ -142,25 +129,25 @@ TYPED_TEST(SparseSumSumDispersionTest, Errors) {
   // Refused matrices stay with the caller.
   Sparse<T> wide(2, 3);
   wide.insert(0, 2) = T(1);
-  ExpectMessage([&] { SparseSumSumDispersionFunction<T> f(std::move(wide)); }, file, file,
-                "Matrix is 2x3 but must be square.");
+  ExpectLocatedError([&] { SparseSumSumDispersionFunction<T> f(std::move(wide)); }, file, file,
+                     "Matrix is 2x3 but must be square.");
   EXPECT_EQ(1, wide.nonZeros());
   Sparse<T> negative(3, 3);
   negative.insert(1, 2) = T(-1);
-  ExpectMessage([&] { SparseSumSumDispersionFunction<T> f(std::move(negative)); }, file, file,
-                "Matrix must be non-negative.");
+  ExpectLocatedError([&] { SparseSumSumDispersionFunction<T> f(std::move(negative)); }, file, file,
+                     "Matrix must be non-negative.");
   EXPECT_EQ(1, negative.nonZeros());
-  ExpectMessage([&] { SparseSumSumDispersionFunction<T> f(Sparse<T>(0, 0)); }, file, file,
-                "Invalid argument, ground_set_size=0.");
+  ExpectLocatedError([&] { SparseSumSumDispersionFunction<T> f(Sparse<T>(0, 0)); }, file, file,
+                     "Invalid argument, ground_set_size=0.");
   SparseSumSumDispersionFunction<T> empty(Sparse<T>(4, 4));
-  ExpectMessage([&] { empty.ComputeNormalizationConstant(false); }, file,
-                "ComputeNormalizationConstant",
-                "Invalid possibly all zero or negative Sparse SumSumDisp matrix, f(V) = 0 <= 0.");
+  ExpectLocatedError(
+      [&] { empty.ComputeNormalizationConstant(false); }, file, "ComputeNormalizationConstant",
+      "Invalid possibly all zero or negative Sparse SumSumDisp matrix, f(V) = 0 <= 0.");
   Sparse<T> infinite(2, 2);
   infinite.insert(0, 1) = std::numeric_limits<T>::infinity();
   SparseSumSumDispersionFunction<T> inf(std::move(infinite));
-  ExpectMessage([&] { inf.ComputeNormalizationConstant(true); }, file,
-                "ComputeNormalizationConstant", "Invalid Sparse SumSumDisp matrix.", "Inf");
+  ExpectLocatedError([&] { inf.ComputeNormalizationConstant(true); }, file,
+                     "ComputeNormalizationConstant", "Invalid Sparse SumSumDisp matrix.", "Inf");
   // No final period in the element and size messages; the pair form
   // delegates to EvaluateUnion.
   testing::CheckArgumentErrors(SparseSumSumDispersionFunction<T>(Dense<T>::Ones(4, 4).sparseView()),

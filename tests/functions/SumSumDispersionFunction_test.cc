@@ -11,11 +11,12 @@
 
 #include "functions/set_function_oracle.h"
 #include "sets/UnorderedHashSet.h"
+#include "support/float_types.h"
 
 namespace velmor {
 namespace {
 
-using testing::ExpectMessage;
+using testing::ExpectLocatedError;
 using testing::SetOf;
 
 template <typename T>
@@ -40,8 +41,7 @@ double BruteForceValue(const Matrix<T>& m, const Set& A) {
 
 template <typename T>
 class SumSumDispersionTest : public ::testing::Test {};
-using ElementTypes = ::testing::Types<float, double>;
-TYPED_TEST_SUITE(SumSumDispersionTest, ElementTypes);
+TYPED_TEST_SUITE(SumSumDispersionTest, testing::FloatTypes);
 
 TYPED_TEST(SumSumDispersionTest, IncrementalAnswersMatchWholeSetEvaluation) {
   using T = TypeParam;
@@ -81,40 +81,29 @@ TYPED_TEST(SumSumDispersionTest, ValuesAgainstBruteForce) {
   }
 }
 
-TYPED_TEST(SumSumDispersionTest, GainArraysOfContexts) {
+TYPED_TEST(SumSumDispersionTest, MembersAndNonMembersInContexts) {
   using T = TypeParam;
-  const Matrix<T> m = RandomMatrix<T>(6, false, 2);
-  SumSumDispersionFunction<T> f(m);
-  UnorderedHashSet empty(6);
-  typename SumSumDispersionFunction<T>::SumSumDispersionFunctionGrowingContext context(&f, empty);
-  for (int u = 0; u < 6; ++u)
-    EXPECT_EQ(static_cast<double>(m(u, u)), context.external().Gains()[u]);
-  EXPECT_TRUE(context.AddNewElementToContext(2, true));
-  const double member_gain = context.external().Gains()[2];
-  EXPECT_TRUE(context.AddNewElementToContext(4, true));
-  // g of a member stays as it was; g of a non-member grows by both directions.
-  EXPECT_EQ(member_gain, context.external().Gains()[2]);
-  EXPECT_NEAR(static_cast<double>(m(1, 1)) + m(1, 2) + m(2, 1) + m(1, 4) + m(4, 1),
-              context.external().Gains()[1], 1e-6);
-  // Adding a member again changes nothing.
-  const double value = context.CurrentValue();
-  EXPECT_FALSE(context.AddNewElementToContext(2, true));
-  EXPECT_EQ(value, context.CurrentValue());
-
+  SumSumDispersionFunction<T> f(RandomMatrix<T>(6, false, 2));
+  // Adding a member again, or removing a non-member, changes nothing.
+  auto growing = f.MakeGrowingContext(SetOf(6, {2, 4}));
+  const double value = growing->CurrentValue();
+  EXPECT_FALSE(growing->AddNewElementToContext(2, true));
+  EXPECT_EQ(value, growing->CurrentValue());
   UnorderedHashSet full(6);
   full.MakeFull();
-  typename SumSumDispersionFunction<T>::SumSumDispersionFunctionShrinkingContext shrinking(&f,
-                                                                                           full);
-  shrinking.RemoveExistingElementFromContext(0, true);
-  const double non_member_loss = shrinking.external().Losses()[0];
-  shrinking.RemoveExistingElementFromContext(5, true);
-  EXPECT_EQ(non_member_loss, shrinking.external().Losses()[0]) << "a removal changed a non-member";
-  // Removing a non-member changes nothing.
-  const double before = shrinking.CurrentValue();
-  shrinking.RemoveExistingElementFromContext(0, false);
-  EXPECT_EQ(before, shrinking.CurrentValue());
+  auto shrinking = f.MakeShrinkingContext(full);
+  shrinking->RemoveExistingElementFromContext(0, true);
+  const double before = shrinking->CurrentValue();
+  shrinking->RemoveExistingElementFromContext(0, false);
+  EXPECT_EQ(before, shrinking->CurrentValue());
+  // Losses of members after further removals still match evaluation.
+  shrinking->RemoveExistingElementFromContext(5, true);
+  const UnorderedHashSet rest = SetOf(6, {1, 2, 3, 4});
+  for (int v : rest) {
+    EXPECT_NEAR(f.Evaluate(rest) - f.EvaluateAfterSubtraction(rest, v), shrinking->SubsetLoss(v),
+                1e-6);
+  }
   EXPECT_EQ("SumSumDisp, |V|=6", f.Description());
-  EXPECT_STREQ("supermodular", SumSumDispersionFunction<T>::KindName());
 }
 
 TYPED_TEST(SumSumDispersionTest, Errors) {
@@ -133,18 +122,18 @@ TYPED_TEST(SumSumDispersionTest, Errors) {
                  {both, "Matrix must be non-negative."},
                  {Matrix<T>(0, 0), "Invalid argument, ground_set_size=0."}};
   for (const auto& c : refused) {
-    ExpectMessage([&] { SumSumDispersionFunction<T> f(c.m); }, file, file, c.text);
+    ExpectLocatedError([&] { SumSumDispersionFunction<T> f(c.m); }, file, file, c.text);
   }
   SumSumDispersionFunction<T> zero(Matrix<T>::Zero(4, 4));
-  ExpectMessage([&] { zero.ComputeNormalizationConstant(false); }, file,
-                "ComputeNormalizationConstant",
-                "Invalid possibly all zero or negative SumSumDisp matrix, f(V) = 0 <= 0.");
+  ExpectLocatedError([&] { zero.ComputeNormalizationConstant(false); }, file,
+                     "ComputeNormalizationConstant",
+                     "Invalid possibly all zero or negative SumSumDisp matrix, f(V) = 0 <= 0.");
   Matrix<T> with_nan = Matrix<T>::Ones(2, 2);
   with_nan(1, 0) = std::numeric_limits<T>::quiet_NaN();
   SumSumDispersionFunction<T> nan(with_nan);
   EXPECT_FALSE(nan.IsSymmetric());
-  ExpectMessage([&] { nan.ComputeNormalizationConstant(false); }, file,
-                "ComputeNormalizationConstant", "Invalid SumSumDisp matrix.", "NaN");
+  ExpectLocatedError([&] { nan.ComputeNormalizationConstant(false); }, file,
+                     "ComputeNormalizationConstant", "Invalid SumSumDisp matrix.", "NaN");
   // No final period in this family's element and size messages; the pair
   // form delegates to EvaluateUnion.
   testing::CheckArgumentErrors(SumSumDispersionFunction<T>(Matrix<T>::Ones(4, 4)), file, "");

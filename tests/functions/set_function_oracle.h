@@ -31,30 +31,30 @@
 //     EvaluateAfterSubtraction(A, B) against evaluation of the explicit sets.
 // Failures are reported through gtest with the seed and step in the trace.
 //
-// Also here, shared by the function tests: random matrices and sets, exact
-// error-message checks, and CheckArgumentErrors, which drives every entry
+// Also here, shared by the function tests: random matrices and sets, and
+// CheckArgumentErrors, which drives every entry
 // point of a function and its contexts with an element outside [0, n) or a set
 // of the wrong ground set size.
 
 #include <gtest/gtest.h>
 
 #include <Eigen/Core>
+#include <Eigen/SparseCore>
 #include <algorithm>
-#include <cctype>
 #include <cmath>
 #include <cstdint>
-#include <exception>
-#include <functional>
 #include <initializer_list>
+#include <limits>
 #include <memory>
 #include <random>
 #include <set>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "functions/SetFunction.h"
 #include "sets/UnorderedHashSet.h"
+#include "support/located_messages.h"
+#include "support/sets.h"
 
 namespace velmor::testing {
 
@@ -276,73 +276,35 @@ Eigen::Matrix<T, Eigen::Dynamic, Eigen::Dynamic> RandomMatrix(int rows, int cols
   return m;
 }
 
-// Each element of [0, n) with probability p.
-inline UnorderedHashSet RandomSet(int n, double p, std::mt19937& rng) {
-  std::bernoulli_distribution coin(p);
-  UnorderedHashSet set(n);
+// A random n x k matrix storing each entry with probability `density`, values
+// scale * uniform (0, 1); rows listed in `empty_rows` store nothing. `dense`
+// receives the same matrix with zeros where nothing is stored.
+template <typename T>
+Eigen::SparseMatrix<T, Eigen::RowMajor, std::int32_t> RandomSparse(
+    int n, int k, double density, std::uint32_t seed,
+    Eigen::Matrix<T, Eigen::Dynamic, Eigen::Dynamic>& dense, double scale = 1.0,
+    const std::vector<int>& empty_rows = {}) {
+  std::mt19937 rng(seed);
+  std::uniform_real_distribution<double> unit(0.0, 1.0);
+  std::bernoulli_distribution stored(density);
+  std::vector<Eigen::Triplet<T, std::int32_t>> triplets;
+  dense.setZero(n, k);
   for (int v = 0; v < n; ++v) {
-    if (coin(rng)) set.insert(v);
-  }
-  return set;
-}
-
-inline UnorderedHashSet SetOf(int n, std::initializer_list<int> elements) {
-  UnorderedHashSet set(n);
-  for (int v : elements) set.insert(v);
-  return set;
-}
-
-inline UnorderedHashSet Union(const Set& a, const Set& b) {
-  UnorderedHashSet u(std::max(a.GroundSetSize(), b.GroundSetSize()));
-  for (int v : a) u.insert(v);
-  for (int v : b) u.insert(v);
-  return u;
-}
-
-namespace internal {
-
-// Whether `what` is exactly "[[@<file>:<line>:<function>]] <text>".
-inline bool HasMessage(const std::string& what, const std::string& file,
-                       const std::string& function, const std::string& text) {
-  const std::string head = "[[@" + file + ":";
-  const std::string tail = ":" + function + "]] " + text;
-  if (what.size() <= head.size() + tail.size() || what.compare(0, head.size(), head) != 0 ||
-      what.compare(what.size() - tail.size(), tail.size(), tail) != 0) {
-    return false;
-  }
-  for (std::size_t i = head.size(); i < what.size() - tail.size(); ++i) {
-    if (!std::isdigit(static_cast<unsigned char>(what[i]))) return false;
-  }
-  return true;
-}
-
-}  // namespace internal
-
-// `call` must throw std::invalid_argument "[[@<file>:<line>:<function>]] <text>";
-// with `nested` non-empty, the exception must carry a nested one whose message
-// contains `nested`.
-inline void ExpectMessage(const std::function<void()>& call, const std::string& file,
-                          const std::string& function, const std::string& text,
-                          const std::string& nested = "") {
-  try {
-    call();
-    ADD_FAILURE() << "no exception, expected " << function << ": " << text;
-  } catch (const std::invalid_argument& e) {
-    EXPECT_TRUE(internal::HasMessage(e.what(), file, function, text))
-        << "got:      " << e.what() << "\nexpected: [[@" << file << ":<line>:" << function << "]] "
-        << text;
-    if (nested.empty()) return;
-    try {
-      std::rethrow_if_nested(e);
-      ADD_FAILURE() << "no nested exception in " << e.what();
-    } catch (const std::exception& inner) {
-      EXPECT_NE(std::string(inner.what()).find(nested), std::string::npos) << inner.what();
+    const bool empty = std::find(empty_rows.begin(), empty_rows.end(), v) != empty_rows.end();
+    for (int i = 0; i < k; ++i) {
+      if (empty || !stored(rng)) continue;
+      dense(v, i) = static_cast<T>(scale * unit(rng)) + std::numeric_limits<T>::min();
+      triplets.emplace_back(v, i, dense(v, i));
     }
   }
+  Eigen::SparseMatrix<T, Eigen::RowMajor, std::int32_t> m(n, k);
+  m.setFromTriplets(triplets.begin(), triplets.end());
+  return m;
 }
 
-// Every entry point of f and of its contexts refuses an element outside [0, n)
-// and a set over a larger ground set (contexts: any other ground set size),
+// Every entry point of f and of its contexts (owning and external) refuses the
+// elements -1 and n and a set over a larger ground set (contexts: any other
+// ground set size),
 // naming itself in the message; refused calls leave contexts as they were. A
 // set over a smaller ground set is accepted by the whole-set forms. `file` is
 // the source file named in the messages, `end` the text that ends the element
@@ -353,58 +315,55 @@ inline void CheckArgumentErrors(const SetFunction& f, const std::string& file,
                                 const std::string& pair_function = "EvaluateUnionAndSecondArg") {
   const int n = f.GroundSetSize();
   ASSERT_GE(n, 2);
-  const std::string N = std::to_string(n);
-  const std::string larger_size = std::to_string(n + 1);
-  const UnorderedHashSet A = SetOf(n, {0});
-  const UnorderedHashSet larger(n + 1);
-  const UnorderedHashSet smaller = SetOf(n - 1, {0});
-  const std::string bad_element = "Invalid element = ";
+  const std::string N = std::to_string(n), larger_size = std::to_string(n + 1);
+  const UnorderedHashSet A = SetOf(n, {0}), larger(n + 1), smaller = SetOf(n - 1, {0});
   const std::string too_large = "Too large ground set size = " + larger_size + end;
-  const std::string mismatch_larger = "Invalid ground set size, " + larger_size + " != " + N + ".";
-  const struct {
-    std::function<void()> call;
-    std::string function;
-    std::string text;
-  } cases[] = {
-      {[&] { f.Evaluate(n); }, "Evaluate", bad_element + N + end},
+  const std::string mismatch = "Invalid ground set size, " + larger_size + " != " + N + ".";
+  auto growing = f.MakeGrowingContext(A);
+  auto shrinking = f.MakeShrinkingContext(A);
+  auto growing_external = f.MakeGrowingContextExternal(A);
+  auto shrinking_external = f.MakeShrinkingContextExternal(A);
+  const double value = growing->CurrentValue();
+  std::vector<ErrorCase> cases = {
       {[&] { f.Evaluate(larger); }, "Evaluate", too_large},
-      {[&] { f.EvaluateUnion(-1, A); }, "EvaluateUnion", bad_element + "-1" + end},
       {[&] { f.EvaluateUnion(0, larger); }, "EvaluateUnion", too_large},
       {[&] { f.EvaluateUnion(A, larger); }, "EvaluateUnion", too_large},
-      {[&] { f.EvaluateUnionAndSecondArg(n, A); }, pair_function, bad_element + N + end},
       {[&] { f.EvaluateUnionAndSecondArg(0, larger); }, pair_function, too_large},
-      {[&] { f.EvaluateAfterSubtraction(A, n); }, "EvaluateAfterSubtraction",
-       bad_element + N + end},
       {[&] { f.EvaluateAfterSubtraction(larger, 0); }, "EvaluateAfterSubtraction", too_large},
       {[&] { f.EvaluateAfterSubtraction(larger, A); }, "EvaluateAfterSubtraction", too_large},
-      {[&] { f.Gain(-1, A); }, "Gain", bad_element + "-1" + end},
       {[&] { f.Gain(0, larger); }, "Gain", too_large},
-      {[&] { f.Loss(n, A); }, "Loss", bad_element + N + end},
       {[&] { f.Loss(0, larger); }, "Loss", too_large},
       {[&] { f.MakeGrowingContext(smaller); }, "MakeGrowingContext",
        "Invalid ground set size, " + std::to_string(n - 1) + " != " + N + "."},
-      {[&] { f.MakeShrinkingContext(larger); }, "MakeShrinkingContext", mismatch_larger},
+      {[&] { f.MakeShrinkingContext(larger); }, "MakeShrinkingContext", mismatch},
+      {[&] { f.AssignContext(*growing, larger); }, "AssignContext", mismatch},
+      {[&] { f.AssignContext(*shrinking, larger); }, "AssignContext", mismatch},
+      {[&] { f.AssignContext(*growing_external, larger); }, "AssignContext", mismatch},
+      {[&] { f.AssignContext(*shrinking_external, larger); }, "AssignContext", mismatch},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.function);
-    ExpectMessage(c.call, file, c.function, c.text);
+  for (const int e : {-1, n}) {
+    const std::string bad = "Invalid element = " + std::to_string(e) + end;
+    cases.insert(
+        cases.end(),
+        {{[&, e] { f.Evaluate(e); }, "Evaluate", bad},
+         {[&, e] { f.EvaluateUnion(e, A); }, "EvaluateUnion", bad},
+         {[&, e] { f.EvaluateUnionAndSecondArg(e, A); }, pair_function, bad},
+         {[&, e] { f.EvaluateAfterSubtraction(A, e); }, "EvaluateAfterSubtraction", bad},
+         {[&, e] { f.Gain(e, A); }, "Gain", bad},
+         {[&, e] { f.Loss(e, A); }, "Loss", bad},
+         {[&, e] { growing->DisjointGain(e); }, "DisjointGain", bad},
+         {[&, e] { growing->AddNewElementToContext(e, true); }, "AddNewElementToContext", bad},
+         {[&, e] { shrinking->SubsetLoss(e); }, "SubsetLoss", bad},
+         {[&, e] { shrinking->RemoveExistingElementFromContext(e, true); },
+          "RemoveExistingElementFromContext", bad}});
   }
+  ExpectLocatedErrors(file, cases);
+  ExpectLocatedError(
+      [&] { growing->AssignContext(larger); }, "SetFunction", "AssignContext",
+      "Invalid element, mismatched ground set size, " + larger_size + " != " + N + ".");
   EXPECT_EQ(f.Evaluate(A), f.Evaluate(smaller)) << "a smaller ground set is accepted";
-
-  auto growing = f.MakeGrowingContext(A);
-  auto shrinking = f.MakeShrinkingContext(A);
-  const double value = growing->CurrentValue();
-  ExpectMessage([&] { growing->DisjointGain(n); }, file, "DisjointGain", bad_element + N + end);
-  ExpectMessage([&] { growing->AddNewElementToContext(-1, true); }, file, "AddNewElementToContext",
-                bad_element + "-1" + end);
-  ExpectMessage([&] { f.AssignContext(*growing, larger); }, file, "AssignContext", mismatch_larger);
-  ExpectMessage([&] { growing->AssignContext(larger); }, "SetFunction", "AssignContext",
-                "Invalid element, mismatched ground set size, " + larger_size + " != " + N + ".");
-  ExpectMessage([&] { shrinking->SubsetLoss(n); }, file, "SubsetLoss", bad_element + N + end);
-  ExpectMessage([&] { shrinking->RemoveExistingElementFromContext(-1, true); }, file,
-                "RemoveExistingElementFromContext", bad_element + "-1" + end);
-  ExpectMessage([&] { f.AssignContext(*shrinking, larger); }, file, "AssignContext",
-                mismatch_larger);
+  f.AssignContext(*growing_external, A);
+  f.AssignContext(*shrinking_external, A);
   EXPECT_EQ(value, growing->CurrentValue());
   EXPECT_EQ(1, growing->NumberOfElements());
   EXPECT_EQ(1, shrinking->NumberOfElements());

@@ -1,5 +1,5 @@
-// Dense CSV, raw binary and .npy: round trips, exact header layout and the
-// edge cases of each format.
+// Dense CSV, raw binary and .npy: round trips and the edge cases of each format
+// (numpy's own reading of our files is in numpy_interop_test).
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -12,12 +12,15 @@
 #include "io/DenseBinFileIOSupport.h"
 #include "io/DenseCSVFileIOSupport.h"
 #include "io/DenseNumpyFileIOSupport.h"
+#include "support/float_types.h"
+#include "support/located_messages.h"
+#include "support/temp_files.h"
 #include "tests/io/io_test_support.h"
 
 namespace velmor::matrixio {
 namespace {
 
-using testing::ExpectFailure;
+using testing::ExpectErrorContaining;
 using testing::TempDir;
 
 template <typename T>
@@ -37,8 +40,7 @@ DenseMatrix<T> Sample(int rows, int cols) {
 
 template <typename T>
 class DenseFormats : public ::testing::Test {};
-using FloatTypes = ::testing::Types<float, double>;
-TYPED_TEST_SUITE(DenseFormats, FloatTypes);
+TYPED_TEST_SUITE(DenseFormats, testing::FloatTypes);
 
 TYPED_TEST(DenseFormats, CSVReadsAndRoundTrips) {
   using T = TypeParam;
@@ -69,7 +71,7 @@ TYPED_TEST(DenseFormats, CSVReadsAndRoundTrips) {
       std::snprintf(text, sizeof(text), "%.*g", digits, static_cast<double>(values(i, j)));
       EXPECT_EQ(read(i, j), static_cast<T>(std::strtod(text, nullptr))) << text;
     }
-  ExpectFailure(
+  ExpectErrorContaining(
       [&] {
         std::ostringstream o;
         WriteMatrixToCSVFile<T>(o, values, {"x"});
@@ -79,25 +81,26 @@ TYPED_TEST(DenseFormats, CSVReadsAndRoundTrips) {
 
 TYPED_TEST(DenseFormats, CSVRefusals) {
   using T = TypeParam;
-  ExpectFailure(
+  ExpectErrorContaining(
       [] { ReadCSV<T>("1,2,3\n4,5\n"); },
       "Stream has incorrect format at line 1. Expected 3 columns, but got 2 columns instead.");
-  ExpectFailure([] { ReadCSV<T>("1,2\n3,,4\n"); },
-                "Error converting cell '' to 'a floating point number");
-  ExpectFailure([] { ReadCSV<T>("1,2\n3,4,\n"); }, "Error converting cell '' to");
-  ExpectFailure([] { ReadCSV<T>("1,2 3\n"); },
-                "Cell '2 3' contains more than a single floating point value");
-  ExpectFailure([] { ReadCSV<T>("1,nan\n"); }, "Encountered IEEE NaN during read");
-  ExpectFailure([] { ReadCSV<T>("inf,1\n"); }, "Encountered IEEE Inf during read");
-  ExpectFailure([] { ReadCSV<T>("1\n1e400\n"); },
-                "Cell '1e400' is out of range to be converted to");
-  const std::string chain = ExpectFailure([] { ReadCSV<T>("1,2\nx,4\n"); }, "at row 1, col 0");
+  ExpectErrorContaining([] { ReadCSV<T>("1,2\n3,,4\n"); },
+                        "Error converting cell '' to 'a floating point number");
+  ExpectErrorContaining([] { ReadCSV<T>("1,2\n3,4,\n"); }, "Error converting cell '' to");
+  ExpectErrorContaining([] { ReadCSV<T>("1,2 3\n"); },
+                        "Cell '2 3' contains more than a single floating point value");
+  ExpectErrorContaining([] { ReadCSV<T>("1,nan\n"); }, "Encountered IEEE NaN during read");
+  ExpectErrorContaining([] { ReadCSV<T>("inf,1\n"); }, "Encountered IEEE Inf during read");
+  ExpectErrorContaining([] { ReadCSV<T>("1\n1e400\n"); },
+                        "Cell '1e400' is out of range to be converted to");
+  const std::string chain =
+      ExpectErrorContaining([] { ReadCSV<T>("1,2\nx,4\n"); }, "at row 1, col 0");
   EXPECT_EQ(chain.rfind("[[@DenseCSVFileIOSupport:", 0), 0u) << chain;
   EXPECT_NE(chain.find(":ReadMatrixFromCSVFile]]"), std::string::npos) << chain;
 }
 
 TEST(DenseCSV, SinglePrecisionRangeAndIntegers) {
-  ExpectFailure(
+  ExpectErrorContaining(
       [] { ReadCSV<float>("1e40\n"); },
       "Cell '1e40' is out of range to be converted to 'a floating point number (single precision)' "
       "at row 0, col 0");
@@ -105,16 +108,16 @@ TEST(DenseCSV, SinglePrecisionRangeAndIntegers) {
   DenseMatrix<int32_t> expected(2, 2);
   expected << 1, -2, 2147483647, +3;
   EXPECT_EQ(ReadCSV<int32_t>(" 1,-2\n2147483647,+3\n"), expected);
-  ExpectFailure([] { ReadCSV<int32_t>("2147483648\n"); },
-                "is out of range to be converted to 'an integer number (32 bits)'");
-  ExpectFailure([] { ReadCSV<int32_t>("1.5\n"); },
-                "Cell '1.5' contains more than a single integer value");
+  ExpectErrorContaining([] { ReadCSV<int32_t>("2147483648\n"); },
+                        "is out of range to be converted to 'an integer number (32 bits)'");
+  ExpectErrorContaining([] { ReadCSV<int32_t>("1.5\n"); },
+                        "Cell '1.5' contains more than a single integer value");
   // Counting lines and cells.
   std::istringstream a("h1,h2\n1,2\n3,4\n");
   EXPECT_EQ(ReadRowsColsFromCSVFile(a, true), (std::pair<int64_t, int64_t>{2, 2}));
   std::istringstream b("1,2\n3\n");
-  ExpectFailure([&] { ReadRowsColsFromCSVFile(b, false); },
-                "at line 1. Expected 2 columns, but got 1");
+  ExpectErrorContaining([&] { ReadRowsColsFromCSVFile(b, false); },
+                        "at line 1. Expected 2 columns, but got 1");
   std::istringstream c("1,2\n3\n");
   EXPECT_EQ(ReadRowsColsFromCSVFileNoColumnConsistencyCheck(c, false),
             (std::pair<int64_t, int64_t>{2, 2}));
@@ -150,9 +153,9 @@ TYPED_TEST(DenseFormats, BinaryRoundTripAndEdges) {
   // Fewer rows than stored: surplus ignored. More: refused.
   EXPECT_EQ(ReadMatrixFromBinaryFile<T>(dir.File("m.bin"), 2, 5),
             Eigen::Map<const DenseMatrix<T>>(m.data(), 2, 5));
-  ExpectFailure([&] { ReadMatrixFromBinaryFile<T>(dir.File("m.bin"), 4, 5); },
-                "Error reading matrix from binary file");
-  ExpectFailure(
+  ExpectErrorContaining([&] { ReadMatrixFromBinaryFile<T>(dir.File("m.bin"), 4, 5); },
+                        "Error reading matrix from binary file");
+  ExpectErrorContaining(
       [&] { ReadMatrixFromBinaryFile<T>(dir.File("m.bin"), 65536, 65536); },
       "Unable to allocate matrix of size (rows,cols)=(65536,65536) for reading from binary file.");
   // Infinity accepted, NaN refused.
@@ -162,8 +165,8 @@ TYPED_TEST(DenseFormats, BinaryRoundTripAndEdges) {
   EXPECT_EQ(ReadMatrixFromBinaryFile<T>(dir.File("inf.bin"), 3, 5), special);
   special(2, 4) = std::numeric_limits<T>::quiet_NaN();
   WriteMatrixToBinaryFile<T>(dir.File("nan.bin"), special);
-  ExpectFailure([&] { ReadMatrixFromBinaryFile<T>(dir.File("nan.bin"), 3, 5); },
-                "Encountered IEEE NaN during read");
+  ExpectErrorContaining([&] { ReadMatrixFromBinaryFile<T>(dir.File("nan.bin"), 3, 5); },
+                        "Encountered IEEE NaN during read");
   // The switch turns the check off.
   SetCheckForIEEENaNOnRead(false);
   const DenseMatrix<T> with_nan = ReadMatrixFromBinaryFile<T>(dir.File("nan.bin"), 3, 5);
@@ -189,7 +192,7 @@ TYPED_TEST(DenseFormats, NumpyRoundTripsAndIntoExistingStorage) {
       DenseMatrix<T> other(2, 2);
       ReadMatrixFromNumpyFile<T>(dir.File("m.npy"), other);
       EXPECT_EQ(other, m);
-      const std::string bytes = testing::ReadFileBytes(dir.File("m.npy"));
+      const std::string bytes = testing::ReadFile(dir.File("m.npy"));
       if (!fortran) {
         EXPECT_EQ(ReadRowMajorMatchingEndian2DNumpyMatrixFileFromMemoryBuffer<T>(bytes.data(),
                                                                                  bytes.size()),
@@ -202,76 +205,44 @@ TYPED_TEST(DenseFormats, NumpyRoundTripsAndIntoExistingStorage) {
   m(3, 2) = std::numeric_limits<T>::quiet_NaN();
   WriteMatrixToNumpyFile<T>(dir.File("nan.npy"), m, false);
   DenseMatrix<T> target = Sample<T>(4, 4);
-  const std::string chain = ExpectFailure(
+  const std::string chain = ExpectErrorContaining(
       [&] { ReadMatrixFromNumpyFile<T>(dir.File("nan.npy"), target); }, "at row,col 3,2");
   EXPECT_NE(chain.find("Encountered IEEE NaN during read"), std::string::npos);
   EXPECT_EQ(target.size(), 0);
   DenseMatrix<T> untouched = Sample<T>(2, 2);
-  ExpectFailure([&] { ReadMatrixFromNumpyFile<T>(dir.File("nan.npy"), untouched); }, "NaN");
+  ExpectErrorContaining([&] { ReadMatrixFromNumpyFile<T>(dir.File("nan.npy"), untouched); }, "NaN");
   EXPECT_EQ(untouched, Sample<T>(2, 2));
-}
-
-TEST(DenseNumpy, HeaderLayout) {
-  // 3 x 4 float: 59-character dictionary, 10 blanks, newline: 80 bytes, H = 70.
-  std::ostringstream out;
-  WriteMatrixToNumpyFile<float>(out, Sample<float>(3, 4), false);
-  const std::string bytes = out.str();
-  ASSERT_EQ(bytes.size(), 80u + 48u);
-  EXPECT_EQ(bytes.substr(0, 8), std::string("\x93NUMPY\x01\x00", 8));
-  EXPECT_EQ(static_cast<unsigned char>(bytes[8]) + 256 * static_cast<unsigned char>(bytes[9]), 70);
-  const std::string dictionary = "{'descr': '<f4', 'fortran_order': False, 'shape': (3, 4), }";
-  EXPECT_EQ(bytes.substr(10, 70), dictionary + std::string(10, ' ') + "\n");
-  // Every header written is padded to a multiple of 16 and ends in a newline.
-  for (const auto& [r, c] : {std::pair{1, 1}, {12, 345}, {1234, 5}, {99999, 2}}) {
-    std::ostringstream f;
-    WriteMatrixToNumpyFile<double>(f, DenseMatrix<double>::Zero(r, c), true);
-    const std::string written = f.str();
-    const std::size_t size =
-        10 + static_cast<unsigned char>(written[8]) + 256 * static_cast<unsigned char>(written[9]);
-    const std::string dict = "{'descr': '<f8', 'fortran_order': True, 'shape': (" +
-                             std::to_string(r) + ", " + std::to_string(c) + "), }";
-    EXPECT_EQ(size, (dict.size() + 11 + 15) / 16 * 16);
-    EXPECT_EQ(written.substr(10, dict.size()), dict);
-    EXPECT_EQ(written[size - 1], '\n');
-    EXPECT_EQ(written.size(), size + static_cast<std::size_t>(r) * c * 8);
-  }
 }
 
 TEST(DenseNumpy, HeaderRefusals) {
   auto header = [](const std::string& dictionary, const std::string& data = std::string(64, '\0')) {
-    return testing::NpyBytes(dictionary, data);
+    return NpyBytes(dictionary, data);
   };
   auto read = [](const std::string& bytes) {
     std::istringstream in(bytes);
     return ReadMatrixFromNumpyFile<double>(in);
   };
-  ExpectFailure(
-      [&] { read(header("{'descr': '<f8', 'fortran_order': False, 'shape': (0, 5), }")); },
-      "Problem with matrix shape from numpy stream, got zero(s), (rows,cols) = (0, 5).");
-  ExpectFailure(
-      [&] { read(header("{'descr': '<c8', 'fortran_order': False, 'shape': (2, 2), }")); },
-      "Unsupported data type from numpy stream, got 'c8'. Supported types are i4, i8, f4 and f8.");
-  ExpectFailure(
-      [&] { read(header("{'descr': '<f8', 'fortran_order': Maybe, 'shape': (2, 2), }")); },
-      "Problem reading fortran order from the header");
-  ExpectFailure(
-      [&] { read(header("{'descr': '<f8', 'fortran_order': False, 'shape': (2, 2, 2), }")); },
-      "Only 1 dimentional vectors and 2 dimensional matrices are supported.");
-  ExpectFailure([&] { read(header("{'descr': '<f8', 'fortran_order': False, 'shape': (), }")); },
-                "Only 1 dimensional vectors and 2 dimensional matrices are supported.");
-  ExpectFailure(
-      [&] { read(header("{'descr': '<f8', 'fortran_order': False, 'shape': (x, 2), }")); },
-      "Unable to convert 'x' or '2' to a long long");
-  ExpectFailure([&] { read(header("{'descr': '<f8', 'fortran_order': False, 'shape': (9,), }")); },
-                "Error reading matrix from numpy stream");
-  ExpectFailure(
-      [&] {
-        read(header(
-            "{'descr': '<f8', 'fortran_order': False, 'shape': (99999999999, 99999999999), }"));
-      },
-      "Error reading matrix from numpy stream");
-  ExpectFailure([&] { read(header("{'fortran_order': False, 'shape': (2, 2), }")); },
-                "Unable to find string ''descr''");
+  const std::pair<std::string, std::string> refused[] = {
+      {"'<f8', 'fortran_order': False, 'shape': (0, 5), }",
+       "Problem with matrix shape from numpy stream, got zero(s), (rows,cols) = (0, 5)."},
+      {"'<c8', 'fortran_order': False, 'shape': (2, 2), }",
+       "Unsupported data type from numpy stream, got 'c8'. Supported types are i4, i8, f4 and f8."},
+      {"'<f8', 'fortran_order': Maybe, 'shape': (2, 2), }",
+       "Problem reading fortran order from the header"},
+      {"'<f8', 'fortran_order': False, 'shape': (2, 2, 2), }",
+       "Only 1 dimentional vectors and 2 dimensional matrices are supported."},
+      {"'<f8', 'fortran_order': False, 'shape': (), }",
+       "Only 1 dimensional vectors and 2 dimensional matrices are supported."},
+      {"'<f8', 'fortran_order': False, 'shape': (x, 2), }",
+       "Unable to convert 'x' or '2' to a long long"},
+      {"'<f8', 'fortran_order': False, 'shape': (9,), }", "Error reading matrix from numpy stream"},
+      {"'<f8', 'fortran_order': False, 'shape': (99999999999, 99999999999), }",
+       "Error reading matrix from numpy stream"},
+  };
+  for (const auto& [dictionary, message] : refused)
+    ExpectErrorContaining([&] { read(header("{'descr': " + dictionary)); }, message);
+  ExpectErrorContaining([&] { read(header("{'fortran_order': False, 'shape': (2, 2), }")); },
+                        "Unable to find string ''descr''");
   // A 117-character dictionary fills a 128-byte header with no blank.
   const std::string dict117 =
       "{'descr': '<f8', 'fortran_order': False, 'shape': (1," + std::string(59, ' ') + "2), }";
@@ -284,8 +255,8 @@ TEST(DenseNumpy, HeaderRefusals) {
   std::string i8 =
       header("{'descr': '<i8', 'fortran_order': False, 'shape': (1, 1), }", std::string(8, '\0'));
   std::istringstream in(i8);
-  ExpectFailure([&] { ReadMatrixFromNumpyFile<float>(in); },
-                "Unable to read int64 npy file into 32-bit int matrix.");
+  ExpectErrorContaining([&] { ReadMatrixFromNumpyFile<float>(in); },
+                        "Unable to read int64 npy file into 32-bit int matrix.");
   // Big-endian equals little-endian.
   std::string little =
       header("{'descr': '<f8', 'fortran_order': False, 'shape': (1, 2), }",
@@ -296,7 +267,7 @@ TEST(DenseNumpy, HeaderRefusals) {
   EXPECT_EQ(read(little), read(big));
   EXPECT_EQ(read(big)(0, 1), -2.0);
   // The memory fast path refuses what it cannot copy as is.
-  ExpectFailure(
+  ExpectErrorContaining(
       [&] {
         ReadRowMajorMatchingEndian2DNumpyMatrixFileFromMemoryBuffer<double>(big.data(), big.size());
       },

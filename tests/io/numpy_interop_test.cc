@@ -11,12 +11,14 @@
 #include "io/DenseNumpyFileIOSupport.h"
 #include "io/SparseMatrixIO.h"
 #include "io/SparseNumpyFileIOSupport.h"
+#include "support/located_messages.h"
+#include "support/temp_files.h"
 #include "tests/io/io_test_support.h"
 
 namespace velmor::matrixio {
 namespace {
 
-using testing::ExpectFailure;
+using testing::ExpectErrorContaining;
 using testing::RunPython;
 using testing::TempDir;
 
@@ -68,7 +70,7 @@ class NumpyInterop : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
     dir_ = new TempDir();
-    ASSERT_EQ(RunPython(*dir_, std::string(kNumpyWriter)), 0);
+    RunPython(*dir_, std::string(kNumpyWriter));
   }
   static void TearDownTestSuite() {
     delete dir_;
@@ -116,15 +118,15 @@ TEST_F(NumpyInterop, DenseFilesWrittenByNumpyReadBackEqual) {
   EXPECT_EQ(vector.rows(), 23);
   EXPECT_EQ(vector, Expected(dir, "vec", 23, 1));
   // Refusals by type.
-  ExpectFailure([&] { ReadMatrixFromNumpyFile<float>(dir.File("i8c_3x5.npy")); },
-                "Unable to read int64 npy file into 32-bit int matrix. Try, for example");
-  ExpectFailure([&] { ReadMatrixFromNumpyFile<float>(dir.File("i4c_3x5.npy")); },
-                "Unable to read an int32 npy file into a 32-bit float matrix.");
-  ExpectFailure([&] { ReadMatrixFromNumpyFile<int32_t>(dir.File("f4c_3x5.npy")); },
-                "Unable to read float32 npy file into a 32-bit int matrix.");
+  ExpectErrorContaining([&] { ReadMatrixFromNumpyFile<float>(dir.File("i8c_3x5.npy")); },
+                        "Unable to read int64 npy file into 32-bit int matrix. Try, for example");
+  ExpectErrorContaining([&] { ReadMatrixFromNumpyFile<float>(dir.File("i4c_3x5.npy")); },
+                        "Unable to read an int32 npy file into a 32-bit float matrix.");
+  ExpectErrorContaining([&] { ReadMatrixFromNumpyFile<int32_t>(dir.File("f4c_3x5.npy")); },
+                        "Unable to read float32 npy file into a 32-bit int matrix.");
   const std::string chain =
-      ExpectFailure([&] { ReadMatrixFromNumpyFile<int32_t>(dir.File("big_i8.npy")); },
-                    "Value 1099511627776 can't be converted to an int32.");
+      ExpectErrorContaining([&] { ReadMatrixFromNumpyFile<int32_t>(dir.File("big_i8.npy")); },
+                            "Value 1099511627776 can't be converted to an int32.");
   EXPECT_NE(chain.find("Unable to read and convert data type int64 from npy matrix at row,col 0,1"),
             std::string::npos);
 }
@@ -146,17 +148,17 @@ TEST_F(NumpyInterop, SparseArchivesWrittenByScipyReadBackEqual) {
   EXPECT_EQ(empty.cols(), 4);
   EXPECT_EQ(empty.nonZeros(), 0);
 
-  ExpectFailure(
+  ExpectErrorContaining(
       [&] { ReadSparseMatrixFromScipyNPZFile<double>(dir.File("compressed.npz")); },
       "Error reading from npz stream, only support uncompressed files.Compression Mode: 8");
-  ExpectFailure([&] { ReadSparseMatrixFromScipyNPZFile<double>(dir.File("csr64.npz")); },
-                "Processing Scipy sparse input CSR matrix with 64-bit indices");
-  ExpectFailure([&] { ReadSparseMatrixFromScipyNPZFile<double>(dir.File("coo64.npz")); },
-                "Processing Scipy COO sparse input matrix with 64-bit indices");
+  ExpectErrorContaining([&] { ReadSparseMatrixFromScipyNPZFile<double>(dir.File("csr64.npz")); },
+                        "Processing Scipy sparse input CSR matrix with 64-bit indices");
+  ExpectErrorContaining([&] { ReadSparseMatrixFromScipyNPZFile<double>(dir.File("coo64.npz")); },
+                        "Processing Scipy COO sparse input matrix with 64-bit indices");
   // Through the dispatcher the reader's failure is nested.
-  const std::string chain =
-      ExpectFailure([&] { ReadSparseMatrixFromFile<double>(dir.File("csr64.npz").c_str()); },
-                    "Problems opening file");
+  const std::string chain = ExpectErrorContaining(
+      [&] { ReadSparseMatrixFromFile<double>(dir.File("csr64.npz").c_str()); },
+      "Problems opening file");
   EXPECT_NE(chain.find("64-bit indices"), std::string::npos);
 }
 
@@ -199,7 +201,7 @@ def check(base, t, r, c, fortran):
     expected = np.fromfile(base + '.bin', dtype='<' + t).reshape((c, r)).T
     assert np.array_equal(m, expected), base
 )PY") + checks.str();
-  EXPECT_EQ(RunPython(dir, script), 0);
+  RunPython(dir, script);
 }
 
 }  // namespace

@@ -3,27 +3,18 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdio>
-#include <functional>
 #include <stdexcept>
 #include <string>
 #include <utility>
 
 #include "io/DenseMatrixIO.h"
+#include "support/located_messages.h"
+#include "support/temp_files.h"
 
 namespace velmor {
 namespace {
 
 using matrixio::DenseMatrix;
-
-std::string MessageOf(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const std::exception& e) {
-    return e.what();
-  }
-  return "nothing thrown";
-}
 
 DenseMatrix<double> Features() {
   DenseMatrix<double> x(4, 3);
@@ -125,22 +116,22 @@ TEST(MatrixTransformations, EntryWiseAndStructural) {
 }
 
 TEST(MatrixTransformations, SaveAndErrors) {
-  const std::string file = ::testing::TempDir() + "/velmor_transformation_save.csv";
+  const testing::TempDir dir;
+  const std::string file = dir.File("saved.csv");
   DenseMatrix<double> m = Features();
   ApplyMatrixTransformation("SAVE(" + file + ") | SCALE(3)", m);
   const DenseMatrix<double> saved = matrixio::LoadDenseMatrixFromFileOrRamOrMakeRandom<double>(
       file.c_str(), nullptr, false, -1, -1);
   EXPECT_TRUE(saved.isApprox(Features()));
   EXPECT_TRUE(m.isApprox(3 * Features()));
-  std::remove(file.c_str());
 
   // Bad strings name what is wrong and leave the matrix unchanged.
   const DenseMatrix<double> before = Features();
   const auto error_of = [&](const std::string& pipeline) {
     DenseMatrix<double> copy = before;
-    const std::string message = MessageOf([&] { ApplyMatrixTransformation(pipeline, copy); });
+    const auto message = testing::FailureOf([&] { ApplyMatrixTransformation(pipeline, copy); });
     EXPECT_TRUE(copy.isApprox(before)) << pipeline;
-    return message;
+    return message.value_or("nothing thrown");
   };
   const std::pair<const char*, const char*> refused[] = {
       {"FOO()", "Unknown matrix transformation 'FOO'."},
@@ -160,9 +151,9 @@ TEST(MatrixTransformations, SaveAndErrors) {
   TransformableMatrix<double> sparse;
   sparse.sparse = Features().sparseView();
   sparse.is_sparse = true;
-  EXPECT_NE(MessageOf([&] {
+  EXPECT_NE(testing::FailureOf([&] {
               ApplyMatrixTransformation("SHIFT(1)", sparse);
-            }).find("SHIFT() needs a dense matrix, but the matrix is sparse."),
+            })->find("SHIFT() needs a dense matrix, but the matrix is sparse."),
             std::string::npos);
   // Empty and blank strings change nothing.
   DenseMatrix<double> same = before;

@@ -1,59 +1,31 @@
 #include "utils/logging.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <functional>
-#include <sstream>
 #include <string>
+#include <vector>
+
+#include "support/child_process.h"
+#include "support/located_messages.h"
 
 namespace velmor::logging {
 namespace {
 
-std::string ReadFile(const std::string& path) {
-  std::ifstream in(path);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
-struct Captured {
-  std::string out, err;
-  int status = -1;
-};
-
-// Runs `body` in a child process whose standard output and error go to files,
-// so the console sink's split can be observed from outside.
-Captured RunInChild(const std::function<void()>& body) {
-  const std::string base = ::testing::TempDir() + "/velmor_logging_" + std::to_string(getpid());
-  Captured result;
-  std::fflush(nullptr);
-  const pid_t pid = fork();
-  if (pid == 0) {
-    if (std::freopen((base + ".out").c_str(), "w", stdout) == nullptr ||
-        std::freopen((base + ".err").c_str(), "w", stderr) == nullptr) {
-      _exit(3);
-    }
+// The body runs in a child whose standard output and error are captured, so
+// the console sink's split can be observed from outside.
+template <typename Body>
+testing::ChildOutcome RunInChild(Body body) {
+  return testing::RunInChild([&] {
     body();
-    std::fflush(nullptr);
-    _exit(0);
-  }
-  int status = 0;
-  waitpid(pid, &status, 0);
-  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  result.out = ReadFile(base + ".out");
-  result.err = ReadFile(base + ".err");
-  std::remove((base + ".out").c_str());
-  std::remove((base + ".err").c_str());
-  return result;
+    return 0;
+  });
 }
 
 TEST(Logging, ConsoleSplitsBySeverity) {
-  const Captured run = RunInChild([] {
+  const testing::ChildOutcome run = RunInChild([] {
     SetUpLogging("trace", "trace", false, true, nullptr, nullptr);
     GetLogger("ctrl")->info("info line");
     GetLogger("optm")->error("error line");
@@ -67,7 +39,7 @@ TEST(Logging, ConsoleSplitsBySeverity) {
 
 TEST(Logging, PatternsAndDefaultLevels) {
   // Default levels: ctrl at info, the others at warning; the console shows warning and above.
-  const Captured defaults = RunInChild([] {
+  const testing::ChildOutcome defaults = RunInChild([] {
     SetUpLogging(nullptr, "info", false, false, nullptr, nullptr);
     GetLogger("ctrl")->info("shown");
     GetLogger("optm")->info("hidden");
@@ -76,7 +48,7 @@ TEST(Logging, PatternsAndDefaultLevels) {
   EXPECT_EQ(defaults.out, "[ctrl,info] shown\n[optm,warning] warned\n");
 
   // The environment's levels are applied first and then replaced by the default list.
-  const Captured environment = RunInChild([] {
+  const testing::ChildOutcome environment = RunInChild([] {
     setenv("VELMOR_LOG_LEVELS", "debug", 1);
     SetUpLogging(nullptr, "trace", false, true, nullptr, nullptr);
     GetLogger("optm")->debug("debug hidden");
@@ -87,7 +59,7 @@ TEST(Logging, PatternsAndDefaultLevels) {
 
   // The option list sets every logger: one it does not name is at info,
   // whatever the environment said.
-  const Captured partial = RunInChild([] {
+  const testing::ChildOutcome partial = RunInChild([] {
     setenv("VELMOR_LOG_LEVELS", "mtvc=debug", 1);
     SetUpLogging("ctrl=warn", "trace", false, true, nullptr, nullptr);
     GetLogger("mtvc")->debug("mtvc debug hidden");
@@ -98,8 +70,9 @@ TEST(Logging, PatternsAndDefaultLevels) {
 }
 
 TEST(Logging, FileSinkAndConsoleOff) {
-  const std::string file = ::testing::TempDir() + "/velmor_logging_file.log";
-  const Captured run = RunInChild([&] {
+  const testing::TempDir dir;
+  const std::string file = dir.File("velmor.log");
+  const testing::ChildOutcome run = RunInChild([&] {
     SetUpLogging("info", "off", true, true, file.c_str(), nullptr);
     GetLogger("optm")->info("to the file");
     GetLogger("ctrl")->error("error to the file");
@@ -107,37 +80,26 @@ TEST(Logging, FileSinkAndConsoleOff) {
   });
   EXPECT_EQ(run.out, "");
   EXPECT_EQ(run.err, "");
-  const std::string logged = ReadFile(file);
+  const std::string logged = testing::ReadFile(file);
   EXPECT_NE(logged.find("] [optm] [info] to the file\n"), std::string::npos) << logged;
   EXPECT_NE(logged.find("] [ctrl] [error] error to the file\n"), std::string::npos) << logged;
-  std::remove(file.c_str());
 }
 
 TEST(Logging, Errors) {
-  const auto message_of = [](const std::function<void()>& call) -> std::string {
-    try {
-      call();
-    } catch (const std::exception& e) {
-      return e.what();
+  const testing::ChildOutcome run = RunInChild([] {
+    for (const auto& call : std::vector<std::function<void()>>{
+             [] { SetUpLogging(nullptr, "loud", false, true, nullptr, nullptr); },
+             [] { SetUpLogging(nullptr, "info", false, true, "/tmp/x.log", "quiet"); },
+             [] {
+               spdlog::drop_all();
+               GetLogger("ctrl");
+             }}) {
+      std::printf("%s\n", testing::FailureOf(call).value_or("nothing thrown").c_str());
     }
-    return "nothing thrown";
-  };
-  const Captured run = RunInChild([&] {
-    std::printf("%s\n", message_of([] {
-                          SetUpLogging(nullptr, "loud", false, true, nullptr, nullptr);
-                        }).c_str());
-    std::printf("%s\n", message_of([] {
-                          SetUpLogging(nullptr, "info", false, true, "/tmp/x.log", "quiet");
-                        }).c_str());
-    spdlog::drop_all();
-    std::printf("%s\n", message_of([] { GetLogger("ctrl"); }).c_str());
   });
-  EXPECT_NE(run.out.find(":SetUpLogging]] Unknown console level given.\n"), std::string::npos)
-      << run.out;
-  EXPECT_NE(run.out.find(":SetUpLogging]] Unknown logfile level given.\n"), std::string::npos)
-      << run.out;
-  EXPECT_NE(run.out.find(":GetLogger]] Unable to find ctrl logger.\n"), std::string::npos)
-      << run.out;
+  EXPECT_EQ(run.out,
+            "Unknown console level given.\nUnknown logfile level given.\n"
+            "Unable to find ctrl logger.\n");
 }
 
 }  // namespace

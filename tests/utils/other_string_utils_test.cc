@@ -2,26 +2,15 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <csignal>
 #include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "utils/mathFunctions.h"
+#include "support/located_messages.h"
 
 namespace velmor {
 namespace {
-
-std::string MessageOf(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const std::exception& e) {
-    return e.what();
-  }
-  return "nothing thrown";
-}
 
 TEST(StringUtils, TokenCutting) {
   EXPECT_EQ(YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset("abc_1+x", 0), "abc_1");
@@ -29,10 +18,10 @@ TEST(StringUtils, TokenCutting) {
   EXPECT_EQ(YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset("abc_1+x", 6), "x");
   EXPECT_EQ(YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset("abc_1+x", 7), "");
   EXPECT_EQ(YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset("abc_1+x", 70), "");
-  EXPECT_NE(MessageOf([] { YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset("abc", -2); })
-                .find(":YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset]] Can't use "
-                      "negative offset = -2."),
-            std::string::npos);
+  testing::ExpectLocatedError<std::runtime_error>(
+      [] { YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset("abc", -2); },
+      "other_string_utils", "YankOutAlphaNumericTokenPrefixFromStringStartingAtOffset",
+      "Can't use negative offset = -2.");
 }
 
 TEST(StringUtils, KeywordMatching) {
@@ -55,51 +44,21 @@ TEST(StringUtils, KeywordMatching) {
   const char* firsts[] = {"SCALE", "SHIFT"};
   EXPECT_EQ(FindBestPrefixMatchInStringList("S", 0, firsts, 1), std::make_pair(0, 1u));
 
-  // Two keywords agreeing equally, the later one not first: double match.
-  const std::string message =
-      MessageOf([&] { FindBestPrefixMatchInStringList("S(2)", 0, firsts, 2); });
-  EXPECT_NE(message.find("At least double match: match (1,1,'SHIFT') and previous match "
-                         "(0,1,'SCALE') for search key 'S(2)'."),
-            std::string::npos)
-      << message;
-  // Invalid offsets and null keywords.
-  EXPECT_NE(MessageOf([&] {
-              FindBestPrefixMatchInStringList("abc", 3, rows, 2);
-            }).find("Invalid starting offset 3 for search key 'abc' of size 3."),
-            std::string::npos);
-  EXPECT_NE(MessageOf([&] {
-              FindBestPrefixMatchInStringList("abc", -1, rows, 2);
-            }).find("Invalid starting offset -1"),
-            std::string::npos);
+  // Two keywords agreeing equally, the later one not first: double match;
+  // invalid offsets and null keywords.
   const char* with_null[] = {"abc", nullptr};
-  EXPECT_NE(MessageOf([&] {
-              FindBestPrefixMatchInStringList("abx", 0, with_null, 2);
-            }).find("found nullptr keyword."),
-            std::string::npos);
-}
-
-TEST(StringUtils, ErrorPrinters) {
-  EXPECT_EXIT(ErrorExit("bad value %d", 5), ::testing::ExitedWithCode(1), "^bad value 5\n$");
-  EXPECT_EXIT(CheckOrExit(false, "check %s", "failed"), ::testing::ExitedWithCode(1),
-              "^check failed\n$");
-  EXPECT_EXIT(
-      {
-        CheckOrExit(true, "never printed");
-        ErrorPrint("printed %d", 1);
-        std::exit(0);
-      },
-      ::testing::ExitedWithCode(0), "^printed 1\n$");
-  EXPECT_DEATH(ErrorAbort("aborting %s", "now"), "aborting now");
-}
-
-TEST(MathFunctions, RootMeanSquareDifference) {
-  EXPECT_DOUBLE_EQ(ComputeTwoVectorDifferenceRMSE({1, 2}, {1, 4}), std::sqrt(2.0));
-  EXPECT_DOUBLE_EQ(ComputeTwoVectorDifferenceRMSE({}, {}), 0.0);
-  EXPECT_DOUBLE_EQ(ComputeTwoVectorDifferenceRMSE({3, -1, 2}, {3, -1, 2}), 0.0);
-  EXPECT_NE(MessageOf([] {
-              ComputeTwoVectorDifferenceRMSE({1, 2, 3}, {1});
-            }).find("Invalid argument, vector lengths (3 and 1) msut be the same."),
-            std::string::npos);
+  const std::string function = "FindBestPrefixMatchInStringList";
+  testing::ExpectLocatedErrors<std::runtime_error>(
+      "other_string_utils",
+      {{[&] { FindBestPrefixMatchInStringList("S(2)", 0, firsts, 2); }, function,
+        "At least double match: match (1,1,'SHIFT') and previous match (0,1,'SCALE') for search "
+        "key 'S(2)'."},
+       {[&] { FindBestPrefixMatchInStringList("abc", 3, rows, 2); }, function,
+        "Invalid starting offset 3 for search key 'abc' of size 3."},
+       {[&] { FindBestPrefixMatchInStringList("abc", -1, rows, 2); }, function,
+        "Invalid starting offset -1 for search key 'abc' of size 3."},
+       {[&] { FindBestPrefixMatchInStringList("abx", 0, with_null, 2); }, function,
+        "found nullptr keyword."}});
 }
 
 }  // namespace

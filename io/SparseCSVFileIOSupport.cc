@@ -1,6 +1,5 @@
 #include "io/SparseCSVFileIOSupport.h"
 
-#include <cctype>
 #include <cerrno>
 #include <charconv>
 #include <fstream>
@@ -11,16 +10,6 @@
 #include "utils/error_messages.h"
 
 namespace velmor::matrixio {
-namespace {
-
-bool IsBlank(const char* begin, const char* end) {
-  for (; begin < end; ++begin) {
-    if (!std::isspace(static_cast<unsigned char>(*begin))) return false;
-  }
-  return true;
-}
-
-}  // namespace
 
 template <typename T>
 SparseMatrix<T> ReadSparseMatrixFromCSVFile(std::istream& stream,
@@ -49,7 +38,7 @@ SparseMatrix<T> ReadSparseMatrixFromCSVFile(std::istream& stream,
     while (cursor <= line_end) {
       char* cell_end;
       char* cell = internal::NextCell(cursor, line_end, cell_end);
-      if (!IsBlank(cell, cell_end)) {
+      if (cell != cell_end) {
         T value;
         const internal::CellStatus status = internal::ConvertCSVCell(cell, cell_end, value);
         if (status != internal::CellStatus::kOk) {

@@ -1,16 +1,21 @@
 // Failing input: the binary reader's messages, sparse CSV cells of white
-// space.
+// space, and a mapped file truncated while in use.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <filesystem>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "io/DenseBinFileIOSupport.h"
 #include "io/DenseMatrixIO.h"
+#include "io/DenseNumpyFileIOSupport.h"
+#include "io/MappedNumpyMatrix.h"
 #include "io/SparseCSVFileIOSupport.h"
 #include "tests/io/io_test_support.h"
 
@@ -115,6 +120,36 @@ TEST(SparseCSVCells, OnlyAnEmptyCellIsAbsent) {
   ExpectOnlyEmptyCellsAbsent<int32_t>("an integer number (32 bits)");
   ExpectOnlyEmptyCellsAbsent<float>("a floating point number (single precision)");
   ExpectOnlyEmptyCellsAbsent<double>("a floating point number (double precision)");
+}
+
+TEST(MappedFileTruncated, EndsTheRunWithTheLoadFailureReportAndStatus1) {
+  TempDir dir;
+  const std::string name = dir.File("m.npy");
+  const DenseMatrix<float> m = DenseMatrix<float>::Constant(256, 1024, 0.5f);  // 1 MiB
+  auto map_truncate_and_read = [&name, &m](bool truncate_file) {
+    WriteMatrixToNumpyFile<float>(name, m, false);
+    std::optional<MappedNumpyMatrix<float>> mapped = MappedNumpyMatrix<float>::Map(name);
+    if (!mapped) std::exit(2);
+    if (truncate_file && ::truncate(name.c_str(), 4096) != 0) std::exit(3);
+    float sum = 0;
+    for (int64_t i = 0; i < mapped->rows() * mapped->cols(); i += 1024) {
+      sum += *static_cast<volatile const float*>(mapped->data() + i);
+    }
+    std::exit(sum > 0 ? 0 : 4);
+  };
+  EXPECT_EXIT(map_truncate_and_read(false), ::testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(map_truncate_and_read(true), ::testing::ExitedWithCode(1),
+              "^ERROR DETECTED: Exception caught: .*Problems opening file '.*m\\.npy'\\.\n"
+              "\\+\\+ .*Error reading matrix from numpy stream: 'the file was truncated while it "
+              "was mapped'\\.\nEnd of Backtrace\\.\n$");
+  // A bus error elsewhere keeps its default action.
+  EXPECT_EXIT(
+      {
+        WriteMatrixToNumpyFile<float>(name, m, false);
+        std::optional<MappedNumpyMatrix<float>> mapped = MappedNumpyMatrix<float>::Map(name);
+        std::raise(SIGBUS);
+      },
+      ::testing::KilledBySignal(SIGBUS), "");
 }
 
 }  // namespace

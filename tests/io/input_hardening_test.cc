@@ -1,12 +1,17 @@
-// Failing input: the binary reader's messages, sparse CSV cells of white
-// space, and a mapped file truncated while in use.
+// Failing input and failing resources: the binary reader's messages, sparse
+// CSV cells of white space, shapes claimed beyond what a file holds (refused
+// before anything is allocated, seen under an address-space limit), a matrix
+// too large for the memory left, and a mapped file truncated while in use.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -17,12 +22,15 @@
 #include "io/DenseNumpyFileIOSupport.h"
 #include "io/MappedNumpyMatrix.h"
 #include "io/SparseCSVFileIOSupport.h"
+#include "tests/command-line-utils/child_process.h"
 #include "tests/io/io_test_support.h"
 
 namespace velmor::matrixio {
 namespace {
 
+using testing::ChainText;
 using testing::ExpectFailure;
+using testing::NpyBytes;
 using testing::TempDir;
 using testing::WriteFileBytes;
 
@@ -120,6 +128,71 @@ TEST(SparseCSVCells, OnlyAnEmptyCellIsAbsent) {
   ExpectOnlyEmptyCellsAbsent<int32_t>("an integer number (32 bits)");
   ExpectOnlyEmptyCellsAbsent<float>("a floating point number (single precision)");
   ExpectOnlyEmptyCellsAbsent<double>("a floating point number (double precision)");
+}
+
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kAddressSanitizer = true;
+#else
+constexpr bool kAddressSanitizer = false;
+#endif
+
+// A file whose first bytes are `head`, stretched to `size` bytes without
+// writing them (a sparse file of zeros).
+void WriteStretchedFile(const std::string& name, const std::string& head, std::size_t size) {
+  WriteFileBytes(name, head);
+  std::filesystem::resize_file(name, size);
+}
+
+TEST(MemoryLimits, ShortFilesAreRefusedBeforeAllocatingAndTooLargeMatricesFailCleanly) {
+  if (kAddressSanitizer)
+    GTEST_SKIP() << "the address sanitizer reserves more than the limit leaves";
+  TempDir dir;
+  // 16384 x 8192 doubles: 1 GiB, four times the room the child is given.
+  const std::string header =
+      NpyBytes("{'descr': '<f8', 'fortran_order': False, 'shape': (16384, 8192), }", "");
+  const std::size_t gib = std::size_t{1} << 30;
+  WriteFileBytes(dir.File("short.npy"), header + std::string(16, '\0'));
+  WriteStretchedFile(dir.File("full.npy"), header, header.size() + gib);
+  WriteFileBytes(dir.File("short.bin"), std::string(16, '\0'));
+  WriteStretchedFile(dir.File("full.bin"), "", gib);
+
+  const std::vector<std::string> files = {"short.npy", "full.npy", "short.bin", "full.bin"};
+  const testing_support::ChildOutcome outcome = testing_support::RunInChild([&] {
+    long pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    const rlim_t limit = static_cast<rlim_t>(pages) * sysconf(_SC_PAGESIZE) + (rlim_t{256} << 20);
+    const struct rlimit address_space = {limit, limit};
+    if (setrlimit(RLIMIT_AS, &address_space) != 0) return 2;
+    for (const std::string& name : files) {
+      try {
+        LoadDenseMatrixFromFileOrRamOrMakeRandom<double>(dir.File(name).c_str(), nullptr, false,
+                                                         16384, 8192);
+        std::printf("read\n==\n");
+      } catch (const std::exception& e) {
+        std::printf("%s\n==\n", ChainText(e).c_str());
+      }
+    }
+    return 0;
+  });
+  ASSERT_TRUE(outcome.exited && outcome.status == 0) << outcome.status << outcome.err;
+  std::vector<std::string> reports;
+  for (std::size_t begin = 0, end; (end = outcome.out.find("\n==\n", begin)) != std::string::npos;
+       begin = end + 4) {
+    reports.push_back(outcome.out.substr(begin, end - begin));
+  }
+  ASSERT_EQ(reports.size(), files.size()) << outcome.out;
+  const std::string expected[] = {
+      "Error reading matrix from numpy stream: 'unexpected end of file'.",
+      "Unable to allocate matrix of size (rows,cols)=(16384,8192) for reading from numpy file.",
+      "Error reading matrix from binary file '" + dir.File("short.bin") +
+          "': unexpected end of file.",
+      "Unable to allocate matrix of size (rows,cols)=(16384,8192) for reading from binary file."};
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    EXPECT_NE(reports[i].find("Problems opening file '" + dir.File(files[i]) + "'."),
+              std::string::npos)
+        << reports[i];
+    EXPECT_NE(reports[i].find("]] " + expected[i]), std::string::npos) << reports[i];
+  }
 }
 
 TEST(MappedFileTruncated, EndsTheRunWithTheLoadFailureReportAndStatus1) {

@@ -2,14 +2,36 @@
 
 #include <cerrno>
 #include <charconv>
+#include <cmath>
 #include <fstream>
+#include <limits>
 #include <stdexcept>
+#include <type_traits>
 
 #include "io/CSVParsing.h"
 #include "io/MatrixIOInternal.h"
 #include "utils/error_messages.h"
 
 namespace velmor::matrixio {
+namespace {
+
+// The shortest text that reads back to `value`. A subnormal value is written
+// exactly in hexadecimal: its shortest decimal form converts only with a
+// range error, which the reader refuses.
+template <typename T>
+char* FormatStoredValue(char* first, char* last, T value) {
+  if constexpr (std::is_floating_point_v<T>) {
+    if (std::fpclassify(value) == FP_SUBNORMAL) {
+      if (std::signbit(value)) *first++ = '-';
+      *first++ = '0';
+      *first++ = 'x';
+      return std::to_chars(first, last, std::fabs(value), std::chars_format::hex).ptr;
+    }
+  }
+  return std::to_chars(first, last, value).ptr;
+}
+
+}  // namespace
 
 template <typename T>
 SparseMatrix<T> ReadSparseMatrixFromCSVFile(std::istream& stream,
@@ -109,7 +131,7 @@ void WriteSparseMatrixToCSVFile(std::ostream& stream, const SparseMatrix<T>& mat
         if (written_up_to > 0) line += ',';
       }
       if (written_up_to > 0) line += ',';
-      line.append(number, std::to_chars(number, number + sizeof(number), it.value()).ptr);
+      line.append(number, FormatStoredValue(number, number + sizeof(number), it.value()));
       ++written_up_to;
     }
     for (; written_up_to < by_rows.cols(); ++written_up_to) {

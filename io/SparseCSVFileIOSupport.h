@@ -35,8 +35,8 @@ SparseMatrix<T> ReadSparseMatrixFromCSVFile(const std::string& file_name, bool h
                                             std::vector<std::string>* field_names = nullptr);
 
 // Writes one line per matrix row with one cell per column: the stored value
-// (shortest text that reads back to the same value) or nothing for an absent
-// entry, so that ReadSparseMatrixFromCSVFile gives the same matrix back
+// (shortest text that reads back to the same value; hexadecimal for a
+// subnormal value) or nothing for an absent entry, so that ReadSparseMatrixFromCSVFile gives the same matrix back
 // (stored zeros included). A matrix with no columns cannot be represented
 // and reads back with one empty column. Throws "Error writing matrix to csv
 // file: %s." when the stream fails; the file form "Error writing matrix to csv

@@ -21,7 +21,9 @@ if [ ${#surfaces[@]} -eq 0 ]; then
   done
 fi
 
-mkdir -p "$build/logs"
+mkdir -p "$build/logs" "$build/scratch"
+# The harnesses' scratch files (and those a crashed run leaves) stay here.
+export TMPDIR="$build/scratch"
 summary="$build/logs/summary.txt"
 printf '%-22s %9s %12s %10s %8s %8s\n' surface "exec/s" executions corpus "rss MB" findings \
   > "$summary"

@@ -1,22 +1,16 @@
 #include "command-line-utils/GreedyAlgorithmChoice.h"
 
-#include <fmt/format.h>
-
 #include <cctype>
 #include <cmath>
 #include <cstdlib>
-#include <limits>
+#include <string>
 
-#include "algorithms/greedyAlgorithmSelection.h"
-#include "sets/FixedEmptySet.h"
 #include "utils/error_messages.h"
 #include "utils/exceptions.h"
 
 namespace velmor {
 
 namespace {
-
-constexpr const char* kNames[] = {"standard", "accelerated", "stochastic", "threshold"};
 
 std::string Trimmed(const std::string& text) {
   std::size_t begin = 0, end = text.size();
@@ -31,13 +25,6 @@ std::string Trimmed(const std::string& text) {
 }
 
 }  // namespace
-
-std::string GreedyAlgorithmChoice::Description() const {
-  std::string text = kNames[static_cast<int>(kind)];
-  if (kind == Kind::kStochastic || kind == Kind::kThreshold) text += fmt::format("({})", epsilon);
-  if (threads > 0) text += fmt::format(":{}", threads);
-  return text;
-}
 
 GreedyAlgorithmChoice ParseGreedyAlgorithmChoice(const char* text, const char* option) {
   GreedyAlgorithmChoice choice;
@@ -73,7 +60,8 @@ GreedyAlgorithmChoice ParseGreedyAlgorithmChoice(const char* text, const char* o
   // NAME, or a prefix naming one algorithm alone.
   int found = -1;
   for (int i = 0; i < 4; ++i) {
-    const std::string name = kNames[i];
+    const std::string name =
+        GreedyAlgorithmChoice::Name(static_cast<GreedyAlgorithmChoice::Kind>(i));
     if (!rest.empty() && name.compare(0, rest.size(), rest) == 0) {
       if (found >= 0) Refuse(text, option, "the name is the start of more than one algorithm.");
       found = i;
@@ -96,23 +84,6 @@ GreedyAlgorithmChoice ParseGreedyAlgorithmChoice(const char* text, const char* o
       if (epsilon_given) Refuse(text, option, "only stochastic and threshold take an epsilon.");
   }
   return choice;
-}
-
-bool RunChosenGreedyAlgorithm(const GreedyAlgorithmChoice& choice, int seed,
-                              const SubmodularFunction& f,
-                              const DownClosedSetConstraint& constraint, const Set& candidates,
-                              const Set& inclusion, UnorderedHashSet* solution,
-                              std::vector<int>* order, std::vector<float>* gains, double* value) {
-  using Kind = GreedyAlgorithmChoice::Kind;
-  const FixedEmptySet conditioning(f.GroundSetSize());
-  // Stochastic: a constant epsilon, samples of at least one element, no cap,
-  // exact lazy evaluation within a sample. Schemes: shuffled blocks, whole
-  // block solutions, everything merged.
-  return RunOneOfTheGreedyAlgorithms(
-      choice.kind == Kind::kStandard, choice.kind == Kind::kStochastic, choice.epsilon, 1,
-      choice.epsilon, 0, 1.0, 0.0, 0, 1, choice.kind == Kind::kThreshold, choice.epsilon,
-      choice.threads, 0, 1, true, 1.0f, 1.0f, seed, f, constraint, std::numeric_limits<int>::max(),
-      candidates, inclusion, conditioning, 0.0, kStopAtNegativeGain, solution, order, gains, value);
 }
 
 }  // namespace velmor

@@ -13,41 +13,15 @@
 // not given. THREADS >= 1 runs the algorithm inside the flat multi-threaded
 // scheme with that many blocks. Blanks around the parts are allowed.
 
-#include <string>
-#include <vector>
-
-#include "algorithms/greedy_max.h"
+#include "algorithms/GreedyAlgorithmChoice.h"
 
 namespace velmor {
 
-struct GreedyAlgorithmChoice {
-  enum class Kind { kStandard, kAccelerated, kStochastic, kThreshold };
-  Kind kind = Kind::kStandard;
-  double epsilon = 0.1;
-  // 0: one run on the calling thread.
-  int threads = 0;
-
-  // The plain standard greedy on one thread (the program's default run).
-  bool IsPlainStandard() const { return kind == Kind::kStandard && threads == 0; }
-  // "stochastic(0.05):2" and the like; parses back to the same choice.
-  std::string Description() const;
-};
-
 // Parses the option text; an empty or null text is the plain standard
 // greedy. Throws exception::CommandLineError "Invalid greedy algorithm '%s'
-// for option -%s: %s" (the reason last) for anything else.
+// for option -%s: %s" (the reason last) for anything else. The description
+// of a parsed choice parses back to the same choice.
 GreedyAlgorithmChoice ParseGreedyAlgorithmChoice(const char* text, const char* option);
-
-// Runs the chosen algorithm through RunOneOfTheGreedyAlgorithms, from
-// `inclusion`, on `candidates`, without a size limit beyond the constraint's,
-// no conditioning. `seed` seeds the stochastic greedy's samples and the
-// multi-threaded scheme's random partition of the candidates. The plain
-// standard greedy is not run here (the caller runs it with its own permit).
-bool RunChosenGreedyAlgorithm(const GreedyAlgorithmChoice& choice, int seed,
-                              const SubmodularFunction& f,
-                              const DownClosedSetConstraint& constraint, const Set& candidates,
-                              const Set& inclusion, UnorderedHashSet* solution,
-                              std::vector<int>* order, std::vector<float>* gains, double* value);
 
 }  // namespace velmor
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -181,9 +180,10 @@ bool ArgumentParser::ConvertAndStore(ArgumentRecord& record, const char* switch_
         ErrorPrint("%s Integer argument needed: %s", kErrorPrefix, switch_text);
         return false;
       }
-      errno = 0;
+      // As the C library converts: only a text with no number fails; a value
+      // out of range is narrowed.
       const long parsed = std::strtol(value, &end, 0);
-      if (end == value || errno == ERANGE || parsed < INT32_MIN || parsed > INT32_MAX) {
+      if (end == value) {
         ErrorPrint("%s Integer argument needed: %s %s", kErrorPrefix, switch_text, value);
         return false;
       }
@@ -200,13 +200,8 @@ bool ArgumentParser::ConvertAndStore(ArgumentRecord& record, const char* switch_
           level = 1;
         } else {
           consumed = true;
-          errno = 0;
           const unsigned long parsed = std::strtoul(value, &end, 0);
-          if (end != value && errno != ERANGE) {
-            level = parsed > static_cast<unsigned long>(INT32_MAX)
-                        ? static_cast<uint32_t>(INT32_MAX)
-                        : static_cast<uint32_t>(parsed);
-          }
+          if (end != value) level = static_cast<uint32_t>(parsed);
         }
         help_level_ =
             static_cast<int32_t>(level > static_cast<uint32_t>(INT32_MAX) ? INT32_MAX : level);
@@ -216,9 +211,8 @@ bool ArgumentParser::ConvertAndStore(ArgumentRecord& record, const char* switch_
         ErrorPrint("%s Unsigned integer argument needed: %s", kErrorPrefix, switch_text);
         return false;
       }
-      errno = 0;
       const unsigned long parsed = std::strtoul(value, &end, 0);
-      if (end == value || errno == ERANGE || parsed > UINT32_MAX) {
+      if (end == value) {
         ErrorPrint("%s Unsigned integer argument needed: %s %s", kErrorPrefix, switch_text, value);
         return false;
       }

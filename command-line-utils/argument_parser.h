@@ -28,15 +28,16 @@
 // with an "Argument Warning:" line and dropped.
 //
 // Values: integers by strtol/strtoul with base 0 (0x hex, leading 0 octal),
-// reals by strtof/strtod; trailing characters after a number are accepted,
-// text that starts with no number and values outside the variable's range are
-// refused. A str value is a copy owned by the parser for the whole process (the
-// variable points at it). A bool switch without a value, or followed by an
-// argument beginning with '-' (which is then read as the next switch), becomes
-// true, or flips for a toggle row; otherwise the value, upper-cased, is true
-// when it is a prefix of TRUE, YES or ON or is "1", false when it is a prefix of
-// FALSE, NO or OFF or is "0" (so "O" means true). Any other value, including an
-// empty one, is refused.
+// reals by strtof/strtod; trailing characters after a number are accepted and
+// only a text that starts with no number is refused. A number outside the
+// variable's range is narrowed to its width as C converts it (4294967293 is
+// -3 for an integer, -1 is 4294967295 for an unsigned). A str value is a
+// copy owned by the parser for the whole process (the variable points at it).
+// A bool switch without a value, or followed by an argument beginning with '-'
+// (which is then read as the next switch), becomes true, or flips for a toggle
+// row; otherwise the value, upper-cased, is true when it is a prefix of TRUE,
+// YES or ON or is "1", false when it is a prefix of FALSE, NO or OFF or is "0"
+// (so "O" means true). Any other value, including an empty one, is refused.
 //
 // Argument files: '#' starts a comment; each remaining non-blank line is
 // "name [=] value" or "name" (no dash, value without blanks). Unknown names

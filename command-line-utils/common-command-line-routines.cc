@@ -1,15 +1,30 @@
 #include "command-line-utils/common-command-line-routines.h"
 
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <spdlog/spdlog.h>
+#include <unistd.h>
+
+#include <Eigen/Core>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <limits>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <utility>
 
+#include "io/DenseCSVFileIOSupport.h"
 #include "io/DenseMatrixIO.h"
+#include "io/DenseNumpyFileIOSupport.h"
 #include "io/SparseMatrixIO.h"
+#include "io/SparseNumpyFileIOSupport.h"
 #include "matrixvector/MatrixTransformations.h"
+#include "matrixvector/OneHotExpansion.h"
 #include "utils/error_messages.h"
 #include "utils/exceptions.h"
 
@@ -96,15 +111,98 @@ bool HasExtension(const std::string& file_name, const char* lower, const char* u
 
 }  // namespace
 
+int SummarySizeFromOption(int32_t sumsize, int64_t n, bool constraint_given) {
+  const char* invalid =
+      "Must give valid summary size k, either non-negative k>=0, or negative k<0 yielding actual "
+      "size=(|V|+1+k).";
+  if (sumsize == std::numeric_limits<int32_t>::max()) {
+    if (constraint_given) return static_cast<int>(n);
+    throw exception::CommandLineError(invalid);
+  }
+  if (sumsize >= 0) {
+    if (sumsize > n) throw exception::CommandLineError(invalid);
+    return sumsize;
+  }
+  const long long size = n + 1 + sumsize;
+  if (size < 0) {
+    throw exception::CommandLineError(exception::MakeCommandMessage(
+        "Must give valid summary size k, either non-negative k>=0, or negative k<0 yielding actual "
+        "non-negative size, but got (|V|+1+k)=%d.",
+        static_cast<int>(size)));
+  }
+  return static_cast<int>(size);
+}
+
+void SetLibraryThreads(int32_t threads, spdlog::logger& ctrl) {
+  if (threads == 0) {
+    ctrl.info("Eigen library query to nbThreads() = {}.", Eigen::nbThreads());
+  } else if (threads > 0) {
+    ctrl.info("Setting Eigen library nbThreads() to {}.", threads);
+    Eigen::setNbThreads(threads);
+    ctrl.info("Now, Eigen library query to nbThreads() = {}.", Eigen::nbThreads());
+  }
+}
+
+template <typename T>
+void WriteSummaryVector(const char* path, const std::vector<T>& values) {
+  // Element numbers stay integers, so that numpy can index with them.
+  using Element = std::conditional_t<std::is_integral_v<T>, int32_t, double>;
+  matrixio::DenseMatrix<Element> column(static_cast<Eigen::Index>(values.size()), 1);
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    column(static_cast<Eigen::Index>(i), 0) = static_cast<Element>(values[i]);
+  }
+  if (HasExtension(path, ".npy", ".NPY")) {
+    matrixio::WriteMatrixToNumpyFile(std::string(path), column, false);
+  } else {
+    matrixio::WriteMatrixToCSVFile(std::string(path), column);
+  }
+}
+
+template void WriteSummaryVector(const char*, const std::vector<int>&);
+template void WriteSummaryVector(const char*, const std::vector<float>&);
+
+std::optional<std::string> OutputFileProblem(const char* path) {
+  if (path == nullptr) return std::nullopt;
+  const bool existed = access(path, F_OK) == 0;
+  const int fd = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+  if (fd < 0) return std::string(std::strerror(errno));
+  close(fd);
+  if (!existed) unlink(path);
+  return std::nullopt;
+}
+
+void WriteAsciiResultsFile(const char* path, const std::vector<int>& order,
+                           const std::vector<float>& gains) {
+  std::ofstream out(path);
+  if (!out) {
+    throw exception::InputDataError(
+        fmt::format("Can't open file '{}' for writing to output.", path));
+  }
+  for (std::size_t i = 0; i < order.size(); ++i) out << (i ? "," : "") << order[i];
+  out << '\n';
+  for (std::size_t i = 0; i < gains.size(); ++i) {
+    out << (i ? "," : "") << fmt::format("{:.10g}", gains[i]);
+  }
+  out << '\n';
+}
+
 template <typename T>
 matrixio::DenseMatrix<T> LoadAndTransformMatrix(const char* group, const char* file_name, int rows,
-                                                int cols, const char* transformation) {
+                                                int cols, const char* transformation,
+                                                bool one_hot_expand) {
   TransformableMatrix<T> matrix;
   try {
     matrix.dense = matrixio::LoadDenseMatrixFromFileOrRamOrMakeRandom<T>(file_name, nullptr, false,
                                                                          rows, cols);
   } catch (...) {
     VELMOR_THROW_NESTED(std::invalid_argument, "Problems loading %s matrix.", group);
+  }
+  if (one_hot_expand) {
+    try {
+      matrix.dense = ExpandOneHot(matrix.dense);
+    } catch (const std::invalid_argument& e) {
+      throw exception::CommandLineError(std::string(group) + " " + e.what());
+    }
   }
   try {
     ApplyMatrixTransformation(transformation != nullptr ? transformation : "", matrix, false);
@@ -121,14 +219,81 @@ std::optional<matrixio::MappedNumpyMatrix<T>> MapNumpyMatrixInPlace(const char* 
                                                                     const char* file_name) {
   if (file_name == nullptr || !HasExtension(file_name, ".npy", ".NPY")) return std::nullopt;
   try {
-    try {
-      return matrixio::MappedNumpyMatrix<T>::Map(file_name);
-    } catch (...) {
-      VELMOR_THROW_NESTED(std::runtime_error, "Problems opening file '%s'.", file_name);
+    return matrixio::MappedNumpyMatrix<T>::Map(file_name);
+  } catch (...) {
+    // The file is read the ordinary way instead, which reports the failure
+    // with the same chain as any other file.
+  }
+  LoadAndTransformMatrix<T>(group, file_name, 0, 0, "");
+  return std::nullopt;
+}
+
+template <typename T>
+DenseMatrixInput<T> LoadDenseGroupMatrix(const char* group, const char* file_name, int rows,
+                                         int cols, const char* transformation, bool one_hot_expand,
+                                         bool may_map, spdlog::logger& ctrl) {
+  DenseMatrixInput<T> input;
+  std::optional<matrixio::MappedNumpyMatrix<T>> mapped;
+  if (may_map) mapped = MapNumpyMatrixInPlace<T>(group, file_name);
+  if (mapped) {
+    ctrl.debug("{} matrix file '{}' mapped into memory.", group, file_name);
+    input.items = mapped->rows();
+    input.values_per_item = mapped->cols();
+    input.element_major = std::move(*mapped).Share();
+  } else {
+    input.rows =
+        LoadAndTransformMatrix<T>(group, file_name, rows, cols, transformation, one_hot_expand);
+  }
+  return input;
+}
+
+Precision ParsePrecision(const char* text, const char* option) {
+  const std::string value = text != nullptr ? text : "file";
+  if (value == "file") return Precision::kFollowTheFile;
+  if (value == "single") return Precision::kSingle;
+  if (value == "double") return Precision::kDouble;
+  throw exception::CommandLineError(exception::MakeCommandMessage(
+      "Invalid precision '%s' for option -%s: use file, single or double.", value.c_str(), option));
+}
+
+namespace {
+
+// The element type stored in a .npy file, or in the data array of an .npz
+// archive; std::nullopt when it cannot be read.
+std::optional<matrixio::NumpyDataType> StoredElementType(const char* file_name) {
+  std::ifstream in(file_name, std::ios::binary);
+  if (!in) return std::nullopt;
+  try {
+    if (HasExtension(file_name, ".npy", ".NPY")) return matrixio::ReadNumpyFileHeader(in).type;
+    if (!HasExtension(file_name, ".npz", ".NPZ")) return std::nullopt;
+    for (;;) {
+      const matrixio::NpzEntryHeader entry = matrixio::ReadNextNpzFileHeader(in);
+      if (entry.end_of_entries) return std::nullopt;
+      if (entry.variable_name == "data.npy") return matrixio::ReadNumpyFileHeader(in).type;
+      in.seekg(static_cast<std::streamoff>(entry.data_size), std::ios::cur);
     }
   } catch (...) {
-    VELMOR_THROW_NESTED(std::invalid_argument, "Problems loading %s matrix.", group);
+    return std::nullopt;
   }
+}
+
+}  // namespace
+
+bool RunsInDouble(Precision precision, const char* file_name) {
+  if (precision != Precision::kFollowTheFile) return precision == Precision::kDouble;
+  return file_name != nullptr && StoredElementType(file_name) == matrixio::NumpyDataType::kFloat64;
+}
+
+SummaryPlan::DenseMatrices LoadDenseGroupMatrix(Precision precision, const char* group,
+                                                const char* file_name, int rows, int cols,
+                                                const char* transformation) {
+  auto load = [&](auto input) -> SummaryPlan::DenseMatrices {
+    using T = typename decltype(input.rows)::Scalar;
+    input.rows = LoadAndTransformMatrix<T>(group, file_name, rows, cols, transformation);
+    return input;
+  };
+  if (RunsInDouble(precision, file_name)) return load(DenseMatrixInput<double>());
+  return load(DenseMatrixInput<float>());
 }
 
 template <typename T>
@@ -159,13 +324,28 @@ matrixio::SparseMatrix<T> LoadAndTransformSparseMatrix(const char* group, const 
 }
 
 template matrixio::DenseMatrix<float> LoadAndTransformMatrix<float>(const char*, const char*, int,
-                                                                    int, const char*);
+                                                                    int, const char*, bool);
 template matrixio::DenseMatrix<double> LoadAndTransformMatrix<double>(const char*, const char*, int,
-                                                                      int, const char*);
+                                                                      int, const char*, bool);
+template DenseMatrixInput<float> LoadDenseGroupMatrix<float>(const char*, const char*, int, int,
+                                                             const char*, bool, bool,
+                                                             spdlog::logger&);
+template DenseMatrixInput<double> LoadDenseGroupMatrix<double>(const char*, const char*, int, int,
+                                                               const char*, bool, bool,
+                                                               spdlog::logger&);
 template std::optional<matrixio::MappedNumpyMatrix<float>> MapNumpyMatrixInPlace<float>(
     const char*, const char*);
 template std::optional<matrixio::MappedNumpyMatrix<double>> MapNumpyMatrixInPlace<double>(
     const char*, const char*);
+SummaryPlan::SparseMatrices LoadSparseGroupMatrix(Precision precision, const char* group,
+                                                  const char* file_name, int rows, int cols,
+                                                  const char* transformation) {
+  if (RunsInDouble(precision, file_name)) {
+    return LoadAndTransformSparseMatrix<double>(group, file_name, rows, cols, transformation);
+  }
+  return LoadAndTransformSparseMatrix<float>(group, file_name, rows, cols, transformation);
+}
+
 template matrixio::SparseMatrix<float> LoadAndTransformSparseMatrix<float>(const char*, const char*,
                                                                            int, int, const char*);
 template matrixio::SparseMatrix<double> LoadAndTransformSparseMatrix<double>(const char*,

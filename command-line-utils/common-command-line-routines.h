@@ -5,10 +5,16 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "io/MappedNumpyMatrix.h"
 #include "io/MatrixIOCommon.h"
+#include "summarization/SummaryPlan.h"
+
+namespace spdlog {
+class logger;
+}
 
 namespace velmor {
 
@@ -27,24 +33,90 @@ void WriteGainsPlotScript(const char* path, bool unnormalized_gains, bool log_sc
                           const std::vector<float>& gains,
                           const std::vector<double>& conditional_curvature);
 
+// The summary size k from the sumsize option's value: k >= 0 as it is (at
+// most n), k < 0 as n + 1 + k; the option's default 2147483647 (not given)
+// is n when another constraint limits the size, else an error. Throws
+// exception::CommandLineError "Must give valid summary size k, ..." (two
+// texts: an invalid value, and a negative one whose result stays negative).
+int SummarySizeFromOption(int32_t sumsize, int64_t n, bool constraint_given);
+
+// The numerical library's threads: a negative count leaves them alone, 0 logs
+// their number on `ctrl`, a positive count sets it (logged before and after).
+void SetLibraryThreads(int32_t threads, spdlog::logger& ctrl);
+
+// Writes a vector of the summary as a one-column matrix (k x 1): the order as
+// 32-bit integers, the gains as doubles; to a .npy file when the name ends in
+// ".npy" or ".NPY", otherwise to a .csv file. Throws the writer's errors.
+template <typename T>
+void WriteSummaryVector(const char* path, const std::vector<T>& values);
+
+// Why `path` cannot be opened for writing (the system's error text), or
+// std::nullopt when it can or is null. The file is not changed; one that did
+// not exist is removed again.
+std::optional<std::string> OutputFileProblem(const char* path);
+
+// Writes the order and the gains as two comma-separated lines (gains with ten
+// significant digits). Throws exception::InputDataError "Can't open file '{}'
+// for writing to output." when the file cannot be opened.
+void WriteAsciiResultsFile(const char* path, const std::vector<int>& order,
+                           const std::vector<float>& gains);
+
 // Loads the matrix of function group `group` ("FL", "SSD", ...) from
-// `file_name` (.csv, .npy or .bin, the last with `rows` x `cols`) and applies
-// the transformation string. A load failure is a std::invalid_argument
-// "Problems loading <group> matrix." and a bad transformation a
-// CommandLineError "Problems with matrix transformation string '...' for
-// <group> function.", each with the cause nested.
+// `file_name` (.csv, .npy or .bin, the last with `rows` x `cols`), expands it
+// as one-hot codes when asked (see ExpandOneHot) and applies the
+// transformation string. A load failure is a std::invalid_argument "Problems
+// loading <group> matrix." and a bad transformation a CommandLineError
+// "Problems with matrix transformation string '...' for <group> function.",
+// each with the cause nested; codes that are not non-negative whole numbers
+// are a CommandLineError "<group> one-hot expansion needs ...".
 template <typename T>
 matrixio::DenseMatrix<T> LoadAndTransformMatrix(const char* group, const char* file_name, int rows,
-                                                int cols, const char* transformation);
+                                                int cols, const char* transformation,
+                                                bool one_hot_expand = false);
+
+// The dense matrix of function group `group` as a plan takes it: with
+// `may_map`, a file that MapNumpyMatrixInPlace maps (its failures included);
+// otherwise, or when the file cannot be used in place, the matrix that
+// LoadAndTransformMatrix loads. A mapping is logged on `ctrl` at debug level.
+template <typename T>
+DenseMatrixInput<T> LoadDenseGroupMatrix(const char* group, const char* file_name, int rows,
+                                         int cols, const char* transformation, bool one_hot_expand,
+                                         bool may_map, spdlog::logger& ctrl);
+
+// The element type the matrices of a run are held in.
+enum class Precision {
+  kFollowTheFile,  // double for .npy files of float64 values and .npz archives
+                   // of float64 data, single for anything else
+  kSingle,
+  kDouble,
+};
+
+// From the option's text: null or "file", "single", "double". Throws
+// exception::CommandLineError "Invalid precision '%s' for option -%s: use
+// file, single or double." for anything else.
+Precision ParsePrecision(const char* text, const char* option);
+
+// A dense or sparse group's matrix in the precision RunsInDouble chooses,
+// loaded by LoadAndTransformMatrix or LoadAndTransformSparseMatrix.
+SummaryPlan::DenseMatrices LoadDenseGroupMatrix(Precision precision, const char* group,
+                                                const char* file_name, int rows, int cols,
+                                                const char* transformation);
+SummaryPlan::SparseMatrices LoadSparseGroupMatrix(Precision precision, const char* group,
+                                                  const char* file_name, int rows, int cols,
+                                                  const char* transformation);
+
+// Whether the matrix of `file_name` is held in double precision. A file that
+// cannot be read counts as single: loading it reports the problem.
+bool RunsInDouble(Precision precision, const char* file_name);
 
 // For a ".npy" or ".NPY" file whose values can be used where they lie as T
 // (see matrixio::MappedNumpyMatrix: T's own type, host byte order, C order),
 // the file mapped into memory, with no read and no copy. std::nullopt for any
 // other name or file: the caller then loads it with LoadAndTransformMatrix,
-// which converts or reports it. A failure while mapping (unreadable file, bad
-// header, too few values, a refused NaN or Inf) throws as
-// LoadAndTransformMatrix would: std::invalid_argument "Problems loading
-// <group> matrix." with "Problems opening file '%s'." and the cause nested.
+// which converts or reports it. A file that cannot be mapped because it is
+// unreadable or broken (bad header, too few values, a refused NaN or Inf) is
+// read by LoadAndTransformMatrix here, so that its failure is reported by the
+// same functions as for any other file.
 template <typename T>
 std::optional<matrixio::MappedNumpyMatrix<T>> MapNumpyMatrixInPlace(const char* group,
                                                                     const char* file_name);

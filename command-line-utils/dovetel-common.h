@@ -2,7 +2,8 @@
 #define VELMOR_COMMAND_LINE_UTILS_DOVETEL_COMMON_H_
 
 // The summarization driver of quillo: from parsed options to a summary, its
-// reports and its output files.
+// reports and its output files. The option variables are read here and
+// nowhere else: they fill one SummaryPlan, which the library runs.
 
 #include <memory>
 
@@ -16,11 +17,25 @@ namespace velmor {
 // logger." when logging has not been set up.
 std::shared_ptr<spdlog::logger> ControlLogger();
 
+// The logging options, for logging::SetUpLogging.
+struct LoggingOptions {
+  const char* levels;
+  const char* console_level;
+  bool timestamps;
+  bool concise;
+  const char* file_name;
+  const char* file_level;
+};
+LoggingOptions ProgramLoggingOptions();
+
+// Seeds the C library's generator: from the time with -rseed, else with -seed.
+void SeedCRandomGenerator();
+
 // Runs everything after option parsing and logging set-up: library threads,
-// the driver's random engine, the objective (every function group whose input
-// is given, mixed by responsibility), the set modifications, the constraint,
-// random evaluations, the timed greedy (or partial enumeration), the reports
-// and the output files. Returns the exit status 0; failures are exceptions
+// the driver's random engine, the plan (every function group whose input is
+// given, loaded and transformed; the set modifications; the constraint; the
+// algorithm; the reports), the library's objective and run, and the output
+// files. Returns the exit status 0; failures are exceptions
 // (CommandLineError, InputDataError, InputAndOrParameterDataError and the
 // library's standard ones).
 int RunSummarization();

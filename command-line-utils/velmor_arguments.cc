@@ -141,6 +141,8 @@ int32_t seed = 12345;
 bool help = false;
 
 const char* greedyalgorithm = nullptr;
+
+const char* precision = nullptr;
 }  // namespace options
 
 namespace {
@@ -414,6 +416,10 @@ ArgumentRecord program_table[] = {
         "threshold[(epsilon)] (epsilon 0.1 if not given), any of them with :T appended to run it "
         "on T threads (multi-threaded greedy, MGM), e.g. accelerated:2. All but the plain standard "
         "greedy stop at the first negative gain."),
+    ArgumentRecord::Heading("**** Numerical precision"),
+    ArgumentRecord("precision", ArgumentRecord::kOptional, &options::precision,
+                   "Element type of the matrices: file (double for .npy and .npz files of float64 "
+                   "values, single otherwise), single, or double (also for .csv and .bin files)."),
     ArgumentRecord::End(),
 };
 

@@ -162,6 +162,9 @@ extern bool help;
 
 // **** Greedy algorithm (beyond the table above; a name no other option starts with)
 extern const char* greedyalgorithm;
+
+// **** Numerical precision (beyond the table above)
+extern const char* precision;
 }  // namespace options
 
 // The program's table (every row above plus the group headings, ended by the

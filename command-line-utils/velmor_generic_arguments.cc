@@ -7,8 +7,6 @@
 
 #include <cfenv>
 #include <cstdio>
-#include <cstdlib>
-#include <ctime>
 #include <exception>
 #include <stdexcept>
 
@@ -45,16 +43,12 @@ int main(int argc, char** argv) {
       throw CommandLineError(velmor::exception::MakeCommandMessage(
           "Poorly formed command line arguments.%s", " Use -help for help."));
     }
-    if (velmor::options::rseed) {
-      std::srand(static_cast<unsigned>(std::time(nullptr)));
-    } else {
-      std::srand(static_cast<unsigned>(velmor::options::seed));
-    }
+    velmor::SeedCRandomGenerator();
     std::setbuf(stdout, nullptr);
     try {
-      using namespace velmor::options;
-      velmor::logging::SetUpLogging(loglevels, cloglevel, clogtimestamps, clogconcise, flogfilename,
-                                    floglevel);
+      const velmor::LoggingOptions o = velmor::ProgramLoggingOptions();
+      velmor::logging::SetUpLogging(o.levels, o.console_level, o.timestamps, o.concise, o.file_name,
+                                    o.file_level);
     } catch (...) {
       VELMOR_THROW_NESTED(std::runtime_error, "Unable to set up velmor logging.");
     }

@@ -11,27 +11,24 @@
 //   f(empty set) = 0.
 //
 // f is submodular and monotone nondecreasing; after
-// ComputeNormalizationConstant(false), f(V) = 1.
+// ComputeNormalizationConstant(false), f(V) = 1. The evaluations and contexts
+// are those of FacilityLocationCore over dense rows.
 //
-// Storage is element-major: the k values of element v are contiguous, at
-// offset v * k, i.e. a k x n column-major matrix (column v is element v's
-// row). This is the layout the gain loop streams through. The function either
-// owns it as an Eigen matrix or shares storage held elsewhere (for instance a
-// file mapped into memory) through a std::shared_ptr; the evaluation code
-// reads both alike through one base pointer.
+// Storage is element-major (ElementMajorStorage): the k values of element v
+// are contiguous, at offset v * k, i.e. a k x n column-major matrix (column v
+// is element v's row). The function either owns it or shares values held
+// elsewhere (for instance a file mapped into memory). Copies (and clones)
+// copy owned values and share shared ones; the mutating accessors (MutableRow,
+// MutableElementMajorMatrix) first give the function its own copy of shared
+// values when anyone else holds them too, so a copy never sees another's
+// writes.
 //
-// Copies (and clones): an owned matrix is copied; shared storage is shared
-// by the copy. The mutating accessors (MutableRow, MutableElementMajorMatrix)
-// first give the function its own copy of shared storage when anyone else
-// holds it too, so a copy never sees another's writes.
-//
-// Summation orders (fixed, so that results are reproducible bit for bit):
-//   - values: the maxima are summed in double in landmark order;
-//   - DisjointGain: sum of max(0, S(v, i) - m_i) accumulated in T in four
-//     lanes; lane j takes the landmarks i = j (mod 4) of the full blocks of
-//     four; of the last k mod 4 landmarks, when two or three remain the first
-//     two go to lanes 0 and 1, and a single remaining one goes to lane 2; the
-//     result is (lane2 + (lane0 + lane1)) + lane3, then times scale in double.
+// The growing context's gain sums max(0, S(v, i) - m_i) in T in four lanes:
+// lane j takes the landmarks i = j (mod 4) of the full blocks of four; of the
+// last k mod 4 landmarks, when two or three remain the first two go to lanes 0
+// and 1, and a single remaining one goes to lane 2; the result is (lane2 +
+// (lane0 + lane1)) + lane3, then times scale in double. The other summation
+// orders are FacilityLocationCore's.
 //
 // Errors are std::invalid_argument with location-prefixed messages (see each
 // operation). T is float or double.
@@ -40,11 +37,11 @@
 #include <cstddef>
 #include <memory>
 #include <string>
-#include <utility>
-#include <vector>
 
+#include "functions/FacilityLocationCore.h"
 #include "functions/SetFunction.h"
-#include "sets/Set.h"
+#include "matrixvector/ElementMajorStorage.h"
+#include "utils/error_messages.h"
 
 namespace velmor {
 
@@ -59,77 +56,17 @@ class FacilityLocationFunctionAbstract
 
 template <typename T>
 class FacilityLocationFunction
-    : public clone_inherit<FacilityLocationFunction<T>, FacilityLocationFunctionAbstract> {
+    : public clone_inherit<FacilityLocationFunction<T>,
+                           FacilityLocationCore<FacilityLocationFunction<T>, internal::DenseRows<T>,
+                                                FacilityLocationFunctionAbstract>> {
  public:
   // Dynamic-size column-major matrix of T.
   using DenseMatrix = Eigen::Matrix<T, Eigen::Dynamic, Eigen::Dynamic>;
 
-  // Tag choosing the constructor that takes the element-major k x n matrix.
+  // Tag choosing the constructors that take the element-major k x n matrix.
   struct ElementMajor {};
 
-  // Growing state for A: m_i = max(0, max over a in A of S(a, i)) for each
-  // landmark, and the raw (unscaled) value, the sum of the m_i in double.
-  class FacilityLocationFunctionGrowingContextExternal final
-      : public SetFunction::SetFunctionGrowingContextExternal {
-   public:
-    // The state of the empty set (all m_i = 0).
-    explicit FacilityLocationFunctionGrowingContextExternal(
-        const FacilityLocationFunction* function);
-    std::unique_ptr<SetFunctionGrowingContextExternal> clone() const override;
-    // f(v | A) for v not in A, in the four-lane order. O(k), reads row v and
-    // the maxima once, allocates nothing. Throws "Invalid element = %d.".
-    double DisjointGain(int v) const override;
-    // The same gains for several elements, bit for bit, computed four rows at
-    // a time (independent accumulators, the maxima read once per block). All
-    // elements are checked before any gain is computed.
-    void DisjointGains(const int* elements, int count, double* gains) const override;
-    // Raises m_i to S(v, i) where larger; recomputes the raw value; returns
-    // whether any m_i changed. Throws "Invalid element = %d.".
-    bool AddNewElementToContext(int v) override;
-    void ResetToEmptySet() override;
-    // scale * raw value.
-    double CurrentValue() const override;
-
-    const std::vector<T>& Maxima() const { return maxima_; }
-
-   private:
-    const FacilityLocationFunction* function_;
-    std::vector<T> maxima_;
-    double raw_value_ = 0.0;
-  };
-
-  // Shrinking state for A: per landmark the largest (m_i) and second largest
-  // (s_i) S(a, i) over a in A, each 0 when there is none (so clamped at 0).
-  class FacilityLocationFunctionShrinkingContextExternal final
-      : public SetFunction::SetFunctionShrinkingContextExternal {
-   public:
-    explicit FacilityLocationFunctionShrinkingContextExternal(
-        const FacilityLocationFunction* function);
-    // Strict top-two scan of A in A's iteration order. O(|A| k).
-    void AssignContext(const Set& A) override;
-    std::unique_ptr<SetFunctionShrinkingContextExternal> clone() const override;
-    // scale * sum over i with S(v, i) == m_i of (m_i - s_i), in double. A tie
-    // with another member counts with m_i - s_i = 0. Throws "Invalid element = %d.".
-    double SubsetLoss(int v) const override;
-    // For every landmark where S(v, i) equals m_i or s_i, recomputes m_i and
-    // s_i from the members of A other than v. Throws "Invalid element = %d.".
-    void RemoveExistingElementFromContext(const Set& A, int v) override;
-    double CurrentValue() const override;
-
-   private:
-    void RecomputeRawValue();
-
-    const FacilityLocationFunction* function_;
-    std::vector<T> maxima_;
-    std::vector<T> second_maxima_;
-    std::vector<int> affected_;  // scratch for the removal
-    double raw_value_ = 0.0;
-  };
-
-  using FacilityLocationFunctionGrowingContext = SetFunction::DerivedSetFunctionGrowingContext<
-      FacilityLocationFunction, FacilityLocationFunctionGrowingContextExternal, UnorderedHashSet>;
-  using FacilityLocationFunctionShrinkingContext = SetFunction::DerivedSetFunctionShrinkingContext<
-      FacilityLocationFunction, FacilityLocationFunctionShrinkingContextExternal, UnorderedHashSet>;
+  VELMOR_CONTEXT_NAMES(FacilityLocationFunction);
 
   // A zero-filled n x k similarity matrix, scale 1.0; fill it through
   // MutableRow or MutableElementMajorMatrix, then normalize. Throws
@@ -167,103 +104,48 @@ class FacilityLocationFunction
   // A failed call leaves the scale as it was.
   void ComputeNormalizationConstant(bool skip) override;
 
-  // scale * sum over i of S(v, i) in double, not clamped at 0 (unlike the set
-  // form). Throws "Invalid element = %d.".
-  double Evaluate(int v) const override;
-  double Evaluate(const Set& A) const override;
-  double EvaluateUnion(int v, const Set& A) const override;
-  double EvaluateUnion(const Set& A, const Set& B) const override;
-  std::pair<double, double> EvaluateUnionAndSecondArg(int v, const Set& A) const override;
-  double EvaluateAfterSubtraction(const Set& A, int v) const override;
-  double EvaluateAfterSubtraction(const Set& A, const Set& B) const override;
-  // scale * sum of max(0, S(v, i) - m_i) in double, m over A; 0.0 when A holds v.
-  double Gain(int v, const Set& A) const override;
-  // scale * sum of max(0, S(v, i) - m_i) in double, m over A - v; 0.0 when A
-  // does not hold v.
-  double Loss(int v, const Set& A) const override;
+  // Description(): "Dense FL, |V|=<n>, #landmarks=<k>".
+  static constexpr const char* kName = "Dense FL";
 
-  int GroundSetSize() const override { return n_; }
-  int NumberOfLandmarks() const override { return k_; }
-  long MatrixRows() const override { return n_; }
-  long MatrixColumns() const override { return k_; }
-  long MatrixStoredEntries() const override { return static_cast<long>(n_) * k_; }
-  // "Dense FL, |V|=<n>, #landmarks=<k>".
-  std::string Description() const override;
-  bool IsMonotoneNondecreasing() const override { return true; }
-
-  std::unique_ptr<SetFunction::SetFunctionGrowingContext> MakeGrowingContext(
-      const Set& A) const override;
-  std::unique_ptr<SetFunction::SetFunctionShrinkingContext> MakeShrinkingContext(
-      const Set& A) const override;
-  std::unique_ptr<SetFunction::SetFunctionGrowingContextExternal> MakeGrowingContextExternal(
-      const Set& A) const override;
-  std::unique_ptr<SetFunction::SetFunctionShrinkingContextExternal> MakeShrinkingContextExternal(
-      const Set& A) const override;
-  void AssignContext(SetFunction::SetFunctionGrowingContext& context, const Set& A) const override;
-  void AssignContext(SetFunction::SetFunctionShrinkingContext& context,
-                     const Set& A) const override;
-  void AssignContext(SetFunction::SetFunctionGrowingContextExternal& context,
-                     const Set& A) const override;
-  void AssignContext(SetFunction::SetFunctionShrinkingContextExternal& context,
-                     const Set& A) const override;
-
-  int NumberOfConcepts() const { return k_; }
-  double NormalizationScale() const { return scale_; }
   // S(v, i), unchecked.
   T Similarity(int v, int i) const { return Row(v)[i]; }
   // Element v's k similarities, contiguous; unchecked.
-  const T* Row(int v) const { return storage_.data + static_cast<std::ptrdiff_t>(v) * k_; }
+  const T* Row(int v) const { return this->rows_.storage.Row(v); }
   // Writable row v; unchecked. Shared storage held by others too is first
   // copied into the function's own matrix (O(n k) once); storage held by this
   // function alone is written in place (a privately mapped file takes the
   // write into its copied page, never into the file).
-  T* MutableRow(int v) { return MutableData() + static_cast<std::ptrdiff_t>(v) * k_; }
+  T* MutableRow(int v) { return this->rows_.storage.MutableRow(v); }
   // The k x n element-major matrix, as a view of the storage.
-  Eigen::Map<const DenseMatrix> ElementMajorMatrix() const {
-    return Eigen::Map<const DenseMatrix>(storage_.data, k_, n_);
-  }
+  Eigen::Map<const DenseMatrix> ElementMajorMatrix() const { return this->rows_.storage.Matrix(); }
   // Writable view, with MutableRow's rule for shared storage.
   Eigen::Map<DenseMatrix> MutableElementMajorMatrix() {
-    return Eigen::Map<DenseMatrix>(MutableData(), k_, n_);
+    return this->rows_.storage.MutableMatrix();
   }
   // Whether the storage is shared (held through a std::shared_ptr) rather
   // than the function's own matrix.
-  bool HasSharedStorage() const { return storage_.shared != nullptr; }
+  bool HasSharedStorage() const { return this->rows_.storage.IsShared(); }
+
+  // The unscaled gain of v against the maxima m (k values), in the four-lane
+  // order above. O(k), allocates nothing; unchecked.
+  double RawDisjointGain(int v, const T* maxima) const;
+  // gains[j] = scale * RawDisjointGain(elements[j], maxima), bit for bit,
+  // computed four rows at a time (independent accumulators, the maxima read
+  // once per block); unchecked.
+  void BatchedDisjointGains(const int* elements, int count, const T* maxima, double* gains) const;
+
+  // The base name of this class's source file (and header), for its messages.
+  static const char* SourceFile() { return VELMOR_SOURCE_FILE; }
 
  private:
-  // m_i = max(m_i, S(v, i)) for every landmark.
-  void RaiseMaxima(int v, T* maxima) const;
-  // Sum of the k values in double, in landmark order.
-  double SumInDouble(const T* values) const;
-  // Sum of max(0, S(v, i) - m_i) in double, in landmark order.
-  double PositiveExcessInDouble(int v, const T* maxima) const;
-
-  // The element-major values: the function's own k x n matrix, or a share of
-  // storage held elsewhere. `data` points at whichever is in use and follows
-  // it through copies and moves (a copy copies `owned` and shares `shared`).
-  struct Storage {
-    DenseMatrix owned;          // k x n when owned; empty with shared storage
-    std::shared_ptr<T> shared;  // shared storage, or null when owned
-    T* data = nullptr;          // element v's row at data + v * k
-
-    Storage() = default;
-    Storage(const Storage& other);
-    Storage(Storage&& other) noexcept;
-    Storage& operator=(const Storage& other);
-    Storage& operator=(Storage&& other) noexcept;
-    // Points `data` at the storage in use.
-    void Rebase() { data = shared != nullptr ? shared.get() : owned.data(); }
-  };
-
-  // The storage base for writing: shared storage that others hold too is
-  // first copied into the function's own matrix.
-  T* MutableData();
-
-  Storage storage_;
-  int n_;
-  int k_;
-  double scale_ = 1.0;
+  // Checks the shape (n = elements, k = landmarks) at the calling
+  // constructor's site, then takes the rows that `make_rows` returns.
+  template <typename MakeRows>
+  void Install(const internal::MessageSite& site, long n, long k, MakeRows&& make_rows);
 };
+
+extern template class FacilityLocationFunction<float>;
+extern template class FacilityLocationFunction<double>;
 
 }  // namespace velmor
 

@@ -22,6 +22,15 @@ struct ComponentCheck {
   int other_size = 0;
 };
 
+// sum over i of weights[i] * measure(*parts[i]), from 0.0 in order: the
+// combination of every mixture value, gain and loss.
+template <typename Parts, typename Measure>
+double WeightedSumOver(const std::vector<double>& weights, const Parts& parts, Measure&& measure) {
+  double sum = 0.0;
+  for (std::size_t i = 0; i < parts.size(); ++i) sum += weights[i] * measure(*parts[i]);
+  return sum;
+}
+
 template <typename Pointer>
 ComponentCheck CheckComponents(const std::vector<Pointer>& components) {
   ComponentCheck check;
@@ -151,15 +160,11 @@ MixtureSetFunction::MixtureSetFunction(const SetFunction* f1, const SetFunction*
 
 #undef VELMOR_THROW_ON_COMPONENT_PROBLEM
 
-MixtureSetFunction::MixtureSetFunction(const MixtureSetFunction& other)
-    : SetFunction(other), weights_(other.weights_), n_(other.n_) {
-  components_.reserve(other.components_.size());
-  for (const auto& component : other.components_) components_.push_back(component->clone());
-}
-
 void MixtureSetFunction::Install(std::vector<std::unique_ptr<SetFunction>> components,
                                  std::vector<double>& weights) {
-  components_ = std::move(components);
+  components_.clear();
+  components_.reserve(components.size());
+  for (auto& component : components) components_.emplace_back(std::move(component));
   n_ = components_.empty() ? 0 : components_[0]->GroundSetSize();
   setComponentWeights(weights, true);
 }
@@ -198,63 +203,26 @@ void MixtureSetFunction::setComponentWeights(const std::vector<double>& weights)
 
 // ----- Evaluation --------------------------------------------------------------------
 
-double MixtureSetFunction::Evaluate(int v) const {
-  if (v < 0 || v >= n_) VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", v);
-  double value = 0.0;
-  for (std::size_t i = 0; i < components_.size(); ++i)
-    value += weights_[i] * components_[i]->Evaluate(v);
-  return value;
+template <typename Measure>
+double MixtureSetFunction::WeightedSum(Measure&& measure) const {
+  return WeightedSumOver(weights_, components_, measure);
 }
 
-double MixtureSetFunction::Evaluate(const Set& A) const {
-  if (A.GroundSetSize() > n_) {
-    VELMOR_THROW(std::invalid_argument, "Too large ground set size = %d.", A.GroundSetSize());
-  }
-  double value = 0.0;
-  for (std::size_t i = 0; i < components_.size(); ++i)
-    value += weights_[i] * components_[i]->Evaluate(A);
-  return value;
+double MixtureSetFunction::ElementValue(int v) const {
+  return WeightedSum([v](const SetFunction& f) { return f.Evaluate(v); });
 }
 
-double MixtureSetFunction::EvaluateUnion(int v, const Set& A) const {
-  if (A.GroundSetSize() > n_) {
-    VELMOR_THROW(std::invalid_argument, "Too large ground set size = %d.", A.GroundSetSize());
-  }
-  if (v < 0 || v >= n_) VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", v);
-  double value = 0.0;
-  for (std::size_t i = 0; i < components_.size(); ++i) {
-    value += weights_[i] * components_[i]->EvaluateUnion(v, A);
-  }
-  return value;
-}
-
-double MixtureSetFunction::EvaluateUnion(const Set& A, const Set& B) const {
-  if (A.GroundSetSize() > n_) {
-    VELMOR_THROW(std::invalid_argument, "Too large ground set size = %d.", A.GroundSetSize());
-  }
-  if (B.GroundSetSize() > n_) {
-    VELMOR_THROW(std::invalid_argument, "Too large ground set size = %d.", B.GroundSetSize());
-  }
-  double value = 0.0;
-  for (std::size_t i = 0; i < components_.size(); ++i) {
-    value += weights_[i] * components_[i]->EvaluateUnion(A, B);
-  }
-  return value;
+double MixtureSetFunction::Value(const internal::SetExpression& expression) const {
+  return WeightedSum([&expression](const SetFunction& f) {
+    return expression.EvaluateWith(f, expression.First());
+  });
 }
 
 double MixtureSetFunction::EvaluateGroundSet() const {
-  double value = 0.0;
-  for (std::size_t i = 0; i < components_.size(); ++i) {
-    value += weights_[i] * components_[i]->EvaluateGroundSet();
-  }
-  return value;
+  return WeightedSum([](const SetFunction& f) { return f.EvaluateGroundSet(); });
 }
 
-std::pair<double, double> MixtureSetFunction::EvaluateUnionAndSecondArg(int v, const Set& A) const {
-  if (A.GroundSetSize() > n_) {
-    VELMOR_THROW(std::invalid_argument, "Too large ground set size = %d.", A.GroundSetSize());
-  }
-  if (v < 0 || v >= n_) VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", v);
+std::pair<double, double> MixtureSetFunction::UnionAndSecondValues(int v, const Set& A) const {
   double first = 0.0;
   double second = 0.0;
   for (std::size_t i = 0; i < components_.size(); ++i) {
@@ -265,53 +233,13 @@ std::pair<double, double> MixtureSetFunction::EvaluateUnionAndSecondArg(int v, c
   return {first, second};
 }
 
-double MixtureSetFunction::EvaluateAfterSubtraction(const Set& A, int v) const {
-  if (A.GroundSetSize() > n_) {
-    VELMOR_THROW(std::invalid_argument, "Too large ground set size = %d.", A.GroundSetSize());
-  }
-  if (v < 0 || v >= n_) VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", v);
-  double value = 0.0;
-  for (std::size_t i = 0; i < components_.size(); ++i) {
-    value += weights_[i] * components_[i]->EvaluateAfterSubtraction(A, v);
-  }
-  return value;
+double MixtureSetFunction::GainOf(int v, const Set& A) const {
+  if (components_.empty()) return 0.0;
+  return WeightedSum([v, &A](const SetFunction& f) { return f.Gain(v, A); });
 }
 
-double MixtureSetFunction::EvaluateAfterSubtraction(const Set& A, const Set& B) const {
-  if (A.GroundSetSize() > n_) {
-    VELMOR_THROW(std::invalid_argument, "Too large ground set size = %d.", A.GroundSetSize());
-  }
-  if (B.GroundSetSize() > n_) {
-    VELMOR_THROW(std::invalid_argument, "Too large ground set size = %d.", B.GroundSetSize());
-  }
-  double value = 0.0;
-  for (std::size_t i = 0; i < components_.size(); ++i) {
-    value += weights_[i] * components_[i]->EvaluateAfterSubtraction(A, B);
-  }
-  return value;
-}
-
-double MixtureSetFunction::Gain(int v, const Set& A) const {
-  if (A.GroundSetSize() > n_) {
-    VELMOR_THROW(std::invalid_argument, "Too large ground set size = %d.", A.GroundSetSize());
-  }
-  if (v < 0 || v >= n_) VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", v);
-  if (A.contains(v) || components_.empty()) return 0.0;
-  double gain = 0.0;
-  for (std::size_t i = 0; i < components_.size(); ++i)
-    gain += weights_[i] * components_[i]->Gain(v, A);
-  return gain;
-}
-
-double MixtureSetFunction::Loss(int v, const Set& A) const {
-  if (A.GroundSetSize() > n_) {
-    VELMOR_THROW(std::invalid_argument, "Too large ground set size = %d.", A.GroundSetSize());
-  }
-  if (v < 0 || v >= n_) VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", v);
-  double loss = 0.0;
-  for (std::size_t i = 0; i < components_.size(); ++i)
-    loss += weights_[i] * components_[i]->Loss(v, A);
-  return loss;
+double MixtureSetFunction::LossOf(int v, const Set& A) const {
+  return WeightedSum([v, &A](const SetFunction& f) { return f.Loss(v, A); });
 }
 
 // ----- Description ----------------------------------------------------------------------
@@ -347,128 +275,29 @@ bool MixtureSetFunction::IsMonotoneNondecreasing() const {
   return true;
 }
 
-// ----- Context factories -------------------------------------------------------------
-
-std::unique_ptr<SetFunction::SetFunctionGrowingContext> MixtureSetFunction::MakeGrowingContext(
-    const Set& A) const {
-  if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
-                 n_);
-  }
-  return std::make_unique<MixtureSetFunctionGrowingContext>(this, A);
-}
-
-std::unique_ptr<SetFunction::SetFunctionShrinkingContext> MixtureSetFunction::MakeShrinkingContext(
-    const Set& A) const {
-  if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
-                 n_);
-  }
-  return std::make_unique<MixtureSetFunctionShrinkingContext>(this, A);
-}
-
-std::unique_ptr<SetFunction::SetFunctionGrowingContextExternal>
-MixtureSetFunction::MakeGrowingContextExternal(const Set& A) const {
-  if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
-                 n_);
-  }
-  auto context = std::make_unique<MixtureSetFunctionGrowingContextExternal>(this);
-  context->AssignContext(A);
-  return context;
-}
-
-std::unique_ptr<SetFunction::SetFunctionShrinkingContextExternal>
-MixtureSetFunction::MakeShrinkingContextExternal(const Set& A) const {
-  if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
-                 n_);
-  }
-  auto context = std::make_unique<MixtureSetFunctionShrinkingContextExternal>(this);
-  context->AssignContext(A);
-  return context;
-}
-
-void MixtureSetFunction::AssignContext(SetFunction::SetFunctionGrowingContext& context,
-                                       const Set& A) const {
-  if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
-                 n_);
-  }
-  context.AssignContext(A);
-}
-
-void MixtureSetFunction::AssignContext(SetFunction::SetFunctionShrinkingContext& context,
-                                       const Set& A) const {
-  if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
-                 n_);
-  }
-  context.AssignContext(A);
-}
-
-void MixtureSetFunction::AssignContext(SetFunction::SetFunctionGrowingContextExternal& context,
-                                       const Set& A) const {
-  if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
-                 n_);
-  }
-  context.AssignContext(A);
-}
-
-void MixtureSetFunction::AssignContext(SetFunction::SetFunctionShrinkingContextExternal& context,
-                                       const Set& A) const {
-  if (A.GroundSetSize() != n_) {
-    VELMOR_THROW(std::invalid_argument, "Invalid ground set size, %d != %d.", A.GroundSetSize(),
-                 n_);
-  }
-  context.AssignContext(A);
-}
-
 // ----- Growing context ------------------------------------------------------------------
 
-MixtureSetFunction::MixtureSetFunctionGrowingContextExternal::
-    MixtureSetFunctionGrowingContextExternal(const MixtureSetFunction* function)
-    : function_(function) {
+MixtureSetFunction::GrowingContextExternal::GrowingContextExternal(
+    const MixtureSetFunction* function)
+    : GrowingContextExternalSkeleton(function) {
   components_.reserve(function->components_.size());
   for (const auto& component : function->components_) {
-    components_.push_back(component->MakeGrowingContextExternal(FixedEmptySet(function->n_)));
+    components_.emplace_back(component->MakeGrowingContextExternal(FixedEmptySet(function->n_)));
   }
 }
 
-MixtureSetFunction::MixtureSetFunctionGrowingContextExternal::
-    MixtureSetFunctionGrowingContextExternal(const MixtureSetFunctionGrowingContextExternal& other)
-    : SetFunctionGrowingContextExternal(other), function_(other.function_) {
-  components_.reserve(other.components_.size());
-  for (const auto& component : other.components_) components_.push_back(component->clone());
-}
-
-void MixtureSetFunction::MixtureSetFunctionGrowingContextExternal::AssignContext(const Set& A) {
+void MixtureSetFunction::GrowingContextExternal::AssignContext(const Set& A) {
   for (auto& component : components_) component->AssignContext(A);
 }
 
-std::unique_ptr<SetFunction::SetFunctionGrowingContextExternal>
-MixtureSetFunction::MixtureSetFunctionGrowingContextExternal::clone() const {
-  return std::make_unique<MixtureSetFunctionGrowingContextExternal>(*this);
+double MixtureSetFunction::GrowingContextExternal::DisjointGainOf(int v) const {
+  return WeightedSumOver(
+      function_->weights_, components_,
+      [v](const SetFunctionGrowingContextExternal& c) { return c.DisjointGain(v); });
 }
 
-double MixtureSetFunction::MixtureSetFunctionGrowingContextExternal::DisjointGain(int v) const {
-  if (v < 0 || v >= function_->n_) VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", v);
-  const std::vector<double>& weights = function_->weights_;
-  double gain = 0.0;
-  for (std::size_t i = 0; i < components_.size(); ++i)
-    gain += weights[i] * components_[i]->DisjointGain(v);
-  return gain;
-}
-
-void MixtureSetFunction::MixtureSetFunctionGrowingContextExternal::DisjointGains(
-    const int* elements, int count, double* gains) const {
-  const int n = function_->n_;
-  for (int j = 0; j < count; ++j) {
-    if (elements[j] < 0 || elements[j] >= n) {
-      VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", elements[j]);
-    }
-  }
+void MixtureSetFunction::GrowingContextExternal::DisjointGainsOf(const int* elements, int count,
+                                                                 double* gains) const {
   if (count <= 0) return;
   const std::size_t per = static_cast<std::size_t>(count);
   scratch_.resize(components_.size() * per);
@@ -483,74 +312,49 @@ void MixtureSetFunction::MixtureSetFunctionGrowingContextExternal::DisjointGains
   }
 }
 
-bool MixtureSetFunction::MixtureSetFunctionGrowingContextExternal::AddNewElementToContext(int v) {
-  if (v < 0 || v >= function_->n_) VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", v);
+bool MixtureSetFunction::GrowingContextExternal::AddElement(int v) {
   bool changed = false;
   for (auto& component : components_) changed = component->AddNewElementToContext(v) || changed;
   return changed;
 }
 
-void MixtureSetFunction::MixtureSetFunctionGrowingContextExternal::ResetToEmptySet() {
+void MixtureSetFunction::GrowingContextExternal::ResetToEmptySet() {
   for (auto& component : components_) component->ResetToEmptySet();
 }
 
-double MixtureSetFunction::MixtureSetFunctionGrowingContextExternal::CurrentValue() const {
-  const std::vector<double>& weights = function_->weights_;
-  double value = 0.0;
-  for (std::size_t i = 0; i < components_.size(); ++i)
-    value += weights[i] * components_[i]->CurrentValue();
-  return value;
+double MixtureSetFunction::GrowingContextExternal::CurrentValue() const {
+  return WeightedSumOver(function_->weights_, components_,
+                         [](const SetFunctionContext& c) { return c.CurrentValue(); });
 }
 
 // ----- Shrinking context ----------------------------------------------------------------
 
-MixtureSetFunction::MixtureSetFunctionShrinkingContextExternal::
-    MixtureSetFunctionShrinkingContextExternal(const MixtureSetFunction* function)
-    : function_(function) {
+MixtureSetFunction::ShrinkingContextExternal::ShrinkingContextExternal(
+    const MixtureSetFunction* function)
+    : ShrinkingContextExternalSkeleton(function) {
   components_.reserve(function->components_.size());
   for (const auto& component : function->components_) {
-    components_.push_back(component->MakeShrinkingContextExternal(FixedEmptySet(function->n_)));
+    components_.emplace_back(component->MakeShrinkingContextExternal(FixedEmptySet(function->n_)));
   }
 }
 
-MixtureSetFunction::MixtureSetFunctionShrinkingContextExternal::
-    MixtureSetFunctionShrinkingContextExternal(
-        const MixtureSetFunctionShrinkingContextExternal& other)
-    : SetFunctionShrinkingContextExternal(other), function_(other.function_) {
-  components_.reserve(other.components_.size());
-  for (const auto& component : other.components_) components_.push_back(component->clone());
-}
-
-void MixtureSetFunction::MixtureSetFunctionShrinkingContextExternal::AssignContext(const Set& A) {
+void MixtureSetFunction::ShrinkingContextExternal::AssignContext(const Set& A) {
   for (auto& component : components_) component->AssignContext(A);
 }
 
-std::unique_ptr<SetFunction::SetFunctionShrinkingContextExternal>
-MixtureSetFunction::MixtureSetFunctionShrinkingContextExternal::clone() const {
-  return std::make_unique<MixtureSetFunctionShrinkingContextExternal>(*this);
+double MixtureSetFunction::ShrinkingContextExternal::SubsetLossOf(int v) const {
+  return WeightedSumOver(
+      function_->weights_, components_,
+      [v](const SetFunctionShrinkingContextExternal& c) { return c.SubsetLoss(v); });
 }
 
-double MixtureSetFunction::MixtureSetFunctionShrinkingContextExternal::SubsetLoss(int v) const {
-  if (v < 0 || v >= function_->n_) VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", v);
-  const std::vector<double>& weights = function_->weights_;
-  double loss = 0.0;
-  for (std::size_t i = 0; i < components_.size(); ++i)
-    loss += weights[i] * components_[i]->SubsetLoss(v);
-  return loss;
-}
-
-void MixtureSetFunction::MixtureSetFunctionShrinkingContextExternal::
-    RemoveExistingElementFromContext(const Set& A, int v) {
-  if (v < 0 || v >= function_->n_) VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", v);
+void MixtureSetFunction::ShrinkingContextExternal::RemoveElement(const Set& A, int v) {
   for (auto& component : components_) component->RemoveExistingElementFromContext(A, v);
 }
 
-double MixtureSetFunction::MixtureSetFunctionShrinkingContextExternal::CurrentValue() const {
-  const std::vector<double>& weights = function_->weights_;
-  double value = 0.0;
-  for (std::size_t i = 0; i < components_.size(); ++i)
-    value += weights[i] * components_[i]->CurrentValue();
-  return value;
+double MixtureSetFunction::ShrinkingContextExternal::CurrentValue() const {
+  return WeightedSumOver(function_->weights_, components_,
+                         [](const SetFunctionContext& c) { return c.CurrentValue(); });
 }
 
 }  // namespace velmor

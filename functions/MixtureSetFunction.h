@@ -19,62 +19,58 @@
 #include <vector>
 
 #include "functions/SetFunction.h"
+#include "functions/SetFunctionSkeleton.h"
 #include "sets/Set.h"
+#include "utils/error_messages.h"
 
 namespace velmor {
 
-class MixtureSetFunction : public clone_inherit<MixtureSetFunction, SubmodularFunction> {
+class MixtureSetFunction
+    : public clone_inherit<MixtureSetFunction,
+                           SetFunctionSkeleton<MixtureSetFunction, SubmodularFunction>> {
+  using Skeleton = SetFunctionSkeleton<MixtureSetFunction, SubmodularFunction>;
+
  public:
   // One external growing context per component.
-  class MixtureSetFunctionGrowingContextExternal final
-      : public SetFunction::SetFunctionGrowingContextExternal {
+  class GrowingContextExternal final
+      : public internal::GrowingContextExternalSkeleton<GrowingContextExternal,
+                                                        MixtureSetFunction> {
    public:
+    static constexpr bool kBatchedGains = true;
+
     // The state of the empty set.
-    explicit MixtureSetFunctionGrowingContextExternal(const MixtureSetFunction* function);
-    MixtureSetFunctionGrowingContextExternal(const MixtureSetFunctionGrowingContextExternal& other);
-    MixtureSetFunctionGrowingContextExternal& operator=(
-        const MixtureSetFunctionGrowingContextExternal&) = delete;
+    explicit GrowingContextExternal(const MixtureSetFunction* function);
     void AssignContext(const Set& A) override;
-    std::unique_ptr<SetFunctionGrowingContextExternal> clone() const override;
-    // sum of w_i * (component i's DisjointGain).
-    double DisjointGain(int v) const override;
-    // Batched per component, then combined per element as DisjointGain does.
-    void DisjointGains(const int* elements, int count, double* gains) const override;
-    // Adds v to every component context; true when any changed.
-    bool AddNewElementToContext(int v) override;
     void ResetToEmptySet() override;
+    // Adds v to every component context; true when any changed.
+    bool AddElement(int v);
+    // sum of w_i * (component i's DisjointGain).
+    double DisjointGainOf(int v) const;
+    // Batched per component, then combined per element as DisjointGainOf does.
+    void DisjointGainsOf(const int* elements, int count, double* gains) const;
     double CurrentValue() const override;
 
    private:
-    const MixtureSetFunction* function_;
-    std::vector<std::unique_ptr<SetFunctionGrowingContextExternal>> components_;
+    std::vector<internal::ClonedPointer<SetFunctionGrowingContextExternal>> components_;
     mutable std::vector<double> scratch_;  // per-component batched gains
   };
 
   // One external shrinking context per component.
-  class MixtureSetFunctionShrinkingContextExternal final
-      : public SetFunction::SetFunctionShrinkingContextExternal {
+  class ShrinkingContextExternal final
+      : public internal::ShrinkingContextExternalSkeleton<ShrinkingContextExternal,
+                                                          MixtureSetFunction> {
    public:
-    explicit MixtureSetFunctionShrinkingContextExternal(const MixtureSetFunction* function);
-    MixtureSetFunctionShrinkingContextExternal(
-        const MixtureSetFunctionShrinkingContextExternal& other);
-    MixtureSetFunctionShrinkingContextExternal& operator=(
-        const MixtureSetFunctionShrinkingContextExternal&) = delete;
+    explicit ShrinkingContextExternal(const MixtureSetFunction* function);
     void AssignContext(const Set& A) override;
-    std::unique_ptr<SetFunctionShrinkingContextExternal> clone() const override;
-    double SubsetLoss(int v) const override;
-    void RemoveExistingElementFromContext(const Set& A, int v) override;
+    double SubsetLossOf(int v) const;
+    void RemoveElement(const Set& A, int v);
     double CurrentValue() const override;
 
    private:
-    const MixtureSetFunction* function_;
-    std::vector<std::unique_ptr<SetFunctionShrinkingContextExternal>> components_;
+    std::vector<internal::ClonedPointer<SetFunctionShrinkingContextExternal>> components_;
   };
 
-  using MixtureSetFunctionGrowingContext = SetFunction::DerivedSetFunctionGrowingContext<
-      MixtureSetFunction, MixtureSetFunctionGrowingContextExternal, UnorderedHashSet>;
-  using MixtureSetFunctionShrinkingContext = SetFunction::DerivedSetFunctionShrinkingContext<
-      MixtureSetFunction, MixtureSetFunctionShrinkingContextExternal, UnorderedHashSet>;
+  VELMOR_CONTEXT_NAMES(MixtureSetFunction);
 
   // Clones every component. Component checks first:
   //   "Invalid argument, all components must be present, component 0 missing.",
@@ -103,7 +99,8 @@ class MixtureSetFunction : public clone_inherit<MixtureSetFunction, SubmodularFu
                      const SetFunction* f4, const SetFunction* f5, double w1 = 1.0, double w2 = 1.0,
                      double w3 = 1.0, double w4 = 1.0, double w5 = 1.0);
 
-  MixtureSetFunction(const MixtureSetFunction& other);
+  // Copies are deep: a copy owns clones of the components.
+  MixtureSetFunction(const MixtureSetFunction& other) = default;
   MixtureSetFunction& operator=(const MixtureSetFunction&) = delete;
 
   // Checks the weights, then installs them; with take_over the vector is
@@ -119,19 +116,10 @@ class MixtureSetFunction : public clone_inherit<MixtureSetFunction, SubmodularFu
   void setComponentWeights(std::vector<double>& weights, bool take_over);
   void setComponentWeights(const std::vector<double>& weights);
 
-  // sum of w_i * f_i({v}). Throws "Invalid element = %d.".
-  double Evaluate(int v) const override;
-  double Evaluate(const Set& A) const override;
-  double EvaluateUnion(int v, const Set& A) const override;
-  double EvaluateUnion(const Set& A, const Set& B) const override;
+  // Every value is sum of w_i * (component i's value), in component order; the
+  // element check comes first. Gain is 0.0 when A holds v, without consulting
+  // the components; Loss is sum of w_i * Loss_i.
   double EvaluateGroundSet() const override;
-  std::pair<double, double> EvaluateUnionAndSecondArg(int v, const Set& A) const override;
-  double EvaluateAfterSubtraction(const Set& A, int v) const override;
-  double EvaluateAfterSubtraction(const Set& A, const Set& B) const override;
-  // 0.0 when A holds v (no component consulted), else sum of w_i * Gain_i.
-  double Gain(int v, const Set& A) const override;
-  // sum of w_i * Loss_i.
-  double Loss(int v, const Set& A) const override;
 
   int GroundSetSize() const override { return n_; }
   // The largest landmark count of the components.
@@ -150,31 +138,30 @@ class MixtureSetFunction : public clone_inherit<MixtureSetFunction, SubmodularFu
   // True when every component with a positive weight is.
   bool IsMonotoneNondecreasing() const override;
 
-  std::unique_ptr<SetFunction::SetFunctionGrowingContext> MakeGrowingContext(
-      const Set& A) const override;
-  std::unique_ptr<SetFunction::SetFunctionShrinkingContext> MakeShrinkingContext(
-      const Set& A) const override;
-  std::unique_ptr<SetFunction::SetFunctionGrowingContextExternal> MakeGrowingContextExternal(
-      const Set& A) const override;
-  std::unique_ptr<SetFunction::SetFunctionShrinkingContextExternal> MakeShrinkingContextExternal(
-      const Set& A) const override;
-  void AssignContext(SetFunction::SetFunctionGrowingContext& context, const Set& A) const override;
-  void AssignContext(SetFunction::SetFunctionShrinkingContext& context,
-                     const Set& A) const override;
-  void AssignContext(SetFunction::SetFunctionGrowingContextExternal& context,
-                     const Set& A) const override;
-  void AssignContext(SetFunction::SetFunctionShrinkingContextExternal& context,
-                     const Set& A) const override;
-
   const std::vector<double>& ComponentWeights() const { return weights_; }
   const SetFunction& Component(int i) const { return *components_[static_cast<std::size_t>(i)]; }
 
+  // The base name of this class's source file (and header), for its messages.
+  static const char* SourceFile() { return VELMOR_SOURCE_FILE; }
+
  private:
+  friend Skeleton;
+
   // Installs checked components, then the weights through setComponentWeights.
   void Install(std::vector<std::unique_ptr<SetFunction>> components, std::vector<double>& weights);
 
+  // sum over i of w_i * measure(component i), from 0.0 in component order.
+  template <typename Measure>
+  double WeightedSum(Measure&& measure) const;
+
+  double ElementValue(int v) const;
+  double Value(const internal::SetExpression& expression) const;
+  std::pair<double, double> UnionAndSecondValues(int v, const Set& A) const;
+  double GainOf(int v, const Set& A) const;
+  double LossOf(int v, const Set& A) const;
+
   std::vector<double> weights_;
-  std::vector<std::unique_ptr<SetFunction>> components_;
+  std::vector<internal::ClonedPointer<SetFunction>> components_;
   int n_ = 0;
 };
 

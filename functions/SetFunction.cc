@@ -7,6 +7,24 @@
 #include "sets/RangeSet.h"
 
 namespace velmor {
+namespace {
+
+// The sum of (scratch.*measure)(b) over B's elements in B's order, on a
+// scratch copy of `context` to which change(scratch, b) applies each b after
+// it is measured.
+template <typename Context, typename Change>
+double SumOverScratchCopy(const Context& context, const Set& B,
+                          double (Context::*measure)(int) const, Change&& change) {
+  std::unique_ptr<Context> scratch = context.clone();
+  double sum = 0.0;
+  for (int b : B) {
+    sum += ((*scratch).*measure)(b);
+    change(*scratch, b);
+  }
+  return sum;
+}
+
+}  // namespace
 
 // ----- External growing context ---------------------------------------------
 
@@ -28,13 +46,8 @@ void SetFunction::SetFunctionGrowingContext::DisjointGains(const int* elements, 
 }
 
 double SetFunction::SetFunctionGrowingContext::DisjointSetGain(const Set& B) const {
-  std::unique_ptr<SetFunctionGrowingContext> scratch = clone();
-  double gain = 0.0;
-  for (int b : B) {
-    gain += scratch->DisjointGain(b);
-    scratch->AddNewElementToContext(b, false);
-  }
-  return gain;
+  return SumOverScratchCopy(*this, B, &SetFunctionGrowingContext::DisjointGain,
+                            [](auto& scratch, int b) { scratch.AddNewElementToContext(b, false); });
 }
 
 bool SetFunction::SetFunctionGrowingContext::AddNewElementsToContext(const Set& B,
@@ -45,13 +58,9 @@ bool SetFunction::SetFunctionGrowingContext::AddNewElementsToContext(const Set& 
 }
 
 double SetFunction::SetFunctionShrinkingContext::SubsetSetLoss(const Set& B) const {
-  std::unique_ptr<SetFunctionShrinkingContext> scratch = clone();
-  double loss = 0.0;
-  for (int b : B) {
-    loss += scratch->SubsetLoss(b);
-    scratch->RemoveExistingElementFromContext(b, true);
-  }
-  return loss;
+  return SumOverScratchCopy(
+      *this, B, &SetFunctionShrinkingContext::SubsetLoss,
+      [](auto& scratch, int b) { scratch.RemoveExistingElementFromContext(b, true); });
 }
 
 void SetFunction::SetFunctionShrinkingContext::RemoveExistingElementsFromContext(const Set& B,

@@ -220,19 +220,18 @@ class SetFunction : public clone_inherit<abstract_method<SetFunction>> {
     virtual int NumberOfElements() const = 0;
   };
 
-  // Owning growing context made of F's external context `External` and a set
-  // of type `SetType` (UnorderedHashSet). Requirements on External: derived
-  // from SetFunctionGrowingContextExternal, copyable, constructible from
-  // `const F*` in the state of the empty set. F provides GroundSetSize().
-  template <typename F, typename External, typename SetType = UnorderedHashSet>
-  class DerivedSetFunctionGrowingContext final : public SetFunctionGrowingContext {
+  // What the owning contexts (Derived) share: F's external context `External`, then the
+  // context's set A of type `SetType` (UnorderedHashSet). Requirements on
+  // External: copyable, constructible from `const F*` in the state of the
+  // empty set. F provides GroundSetSize().
+  template <typename Derived, typename Interface, typename F, typename External, typename SetType>
+  class DerivedSetFunctionContext : public Interface {
    public:
     // A context positioned at A. Throws as AssignContext.
-    DerivedSetFunctionGrowingContext(const F* function, const Set& A)
+    DerivedSetFunctionContext(const F* function, const Set& A)
         : external_(function), set_(function->GroundSetSize()) {
       AssignContext(A);
     }
-    DerivedSetFunctionGrowingContext(const DerivedSetFunctionGrowingContext&) = default;
 
     // Throws "Invalid element, mismatched ground set size, %d != %d." (A's n,
     // the function's n) when the sizes differ.
@@ -245,17 +244,9 @@ class SetFunction : public clone_inherit<abstract_method<SetFunction>> {
       external_.AssignContext(A);
       set_.Assign(A);
     }
-    std::unique_ptr<SetFunctionGrowingContext> clone() const override {
-      return std::make_unique<DerivedSetFunctionGrowingContext>(*this);
-    }
-    double DisjointGain(int v) const override { return external_.DisjointGain(v); }
-    void DisjointGains(const int* elements, int count, double* gains) const override {
-      external_.DisjointGains(elements, count, gains);
-    }
-    bool AddNewElementToContext(int v, bool also_insert) override {
-      const bool changed = external_.AddNewElementToContext(v);
-      if (also_insert) set_.insert(v);
-      return changed;
+    // A new heap copy (state and set).
+    std::unique_ptr<Interface> clone() const override {
+      return std::make_unique<Derived>(static_cast<const Derived&>(*this));
     }
     const UnorderedHashSet& CurrentSet() const override { return set_; }
     int NumberOfElements() const override { return set_.size(); }
@@ -264,49 +255,45 @@ class SetFunction : public clone_inherit<abstract_method<SetFunction>> {
     // The function-specific half, for code that knows F.
     const External& external() const { return external_; }
 
-   private:
+   protected:
     External external_;
     SetType set_;
   };
 
-  // Owning shrinking context; requirements on External as above, with
-  // SetFunctionShrinkingContextExternal as base.
+  // Owning growing context; External derives from
+  // SetFunctionGrowingContextExternal.
   template <typename F, typename External, typename SetType = UnorderedHashSet>
-  class DerivedSetFunctionShrinkingContext final : public SetFunctionShrinkingContext {
+  class DerivedSetFunctionGrowingContext final
+      : public DerivedSetFunctionContext<DerivedSetFunctionGrowingContext<F, External, SetType>,
+                                         SetFunctionGrowingContext, F, External, SetType> {
    public:
-    DerivedSetFunctionShrinkingContext(const F* function, const Set& A)
-        : external_(function), set_(function->GroundSetSize()) {
-      AssignContext(A);
-    }
-    DerivedSetFunctionShrinkingContext(const DerivedSetFunctionShrinkingContext&) = default;
+    using DerivedSetFunctionGrowingContext::DerivedSetFunctionContext::DerivedSetFunctionContext;
 
-    // Throws "Invalid element, mismatched ground set size, %d != %d.".
-    void AssignContext(const Set& A) override {
-      if (A.GroundSetSize() != set_.GroundSetSize()) {
-        VELMOR_THROW(std::invalid_argument,
-                     "Invalid element, mismatched ground set size, %d != %d.", A.GroundSetSize(),
-                     set_.GroundSetSize());
-      }
-      external_.AssignContext(A);
-      set_.Assign(A);
+    bool AddNewElementToContext(int v, bool also_insert) override {
+      const bool changed = this->external_.AddNewElementToContext(v);
+      if (also_insert) this->set_.insert(v);
+      return changed;
     }
-    std::unique_ptr<SetFunctionShrinkingContext> clone() const override {
-      return std::make_unique<DerivedSetFunctionShrinkingContext>(*this);
+    double DisjointGain(int v) const override { return this->external_.DisjointGain(v); }
+    void DisjointGains(const int* elements, int count, double* gains) const override {
+      this->external_.DisjointGains(elements, count, gains);
     }
-    double SubsetLoss(int v) const override { return external_.SubsetLoss(v); }
+  };
+
+  // Owning shrinking context; External derives from
+  // SetFunctionShrinkingContextExternal.
+  template <typename F, typename External, typename SetType = UnorderedHashSet>
+  class DerivedSetFunctionShrinkingContext final
+      : public DerivedSetFunctionContext<DerivedSetFunctionShrinkingContext<F, External, SetType>,
+                                         SetFunctionShrinkingContext, F, External, SetType> {
+   public:
+    using DerivedSetFunctionShrinkingContext::DerivedSetFunctionContext::DerivedSetFunctionContext;
+
+    double SubsetLoss(int v) const override { return this->external_.SubsetLoss(v); }
     void RemoveExistingElementFromContext(int v, bool also_remove) override {
-      external_.RemoveExistingElementFromContext(set_, v);
-      if (also_remove) set_.remove(v);
+      this->external_.RemoveExistingElementFromContext(this->set_, v);
+      if (also_remove) this->set_.remove(v);
     }
-    const UnorderedHashSet& CurrentSet() const override { return set_; }
-    int NumberOfElements() const override { return set_.size(); }
-    double CurrentValue() const override { return external_.CurrentValue(); }
-
-    const External& external() const { return external_; }
-
-   private:
-    External external_;
-    SetType set_;
   };
 
   // ----- Operations, in declaration order -------------------------------

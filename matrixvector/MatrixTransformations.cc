@@ -11,6 +11,7 @@
 
 #include "io/DenseMatrixIO.h"
 #include "io/SparseMatrixIO.h"
+#include "matrixvector/FeatureSimilarity.h"
 #include "utils/error_messages.h"
 #include "utils/logging.h"
 #include "utils/other_string_utils.h"
@@ -146,95 +147,77 @@ void RequireSquare(const TransformableMatrix<T>& matrix, const Step& step) {
   }
 }
 
-// Squared Euclidean distances between the rows, in double, clamped at 0.
+// The similarity of a feature step, its arguments checked.
 template <typename T>
-Eigen::MatrixXd SquaredRowDistances(const DenseMatrix<T>& x) {
-  const Eigen::MatrixXd features = x.template cast<double>();
-  const Eigen::VectorXd norms = features.rowwise().squaredNorm();
-  Eigen::MatrixXd distances = -2.0 * (features * features.transpose());
-  distances.colwise() += norms;
-  distances.rowwise() += norms.transpose();
-  distances = distances.cwiseMax(0.0);
-  distances.diagonal().setZero();
-  return distances;
-}
-
-double MedianOfDistinctPairs(const Eigen::MatrixXd& distances) {
-  const int64_t n = distances.rows();
-  const int64_t pairs = n * (n - 1) / 2;
-  if (pairs == 0) return 0.0;
-  const int64_t limit = int64_t{1} << 20;
-  const int64_t stride = pairs > limit ? pairs / limit : 1;
-  std::vector<double> sample;
-  sample.reserve(static_cast<std::size_t>(std::min(pairs, limit) + 1));
-  int64_t index = 0;
-  for (int64_t j = 1; j < n; ++j) {
-    for (int64_t i = 0; i < j; ++i, ++index) {
-      if (index % stride == 0) sample.push_back(distances(i, j));
-    }
-  }
-  auto middle = sample.begin() + static_cast<std::ptrdiff_t>(sample.size() / 2);
-  std::nth_element(sample.begin(), middle, sample.end());
-  return *middle;
-}
-
-template <typename T>
-void ApplyFeatureStep(const Step& step, TransformableMatrix<T>& matrix) {
-  RequireDense(matrix, step);
-  DenseMatrix<T>& x = matrix.dense;
+FeatureSimilarity<T> MakeFeatureSimilarity(const Step& step, int threads) {
+  using Kind = typename FeatureSimilarity<T>::Kind;
   switch (step.keyword) {
     case kRbf: {
       CheckArgumentCount(step, 0, 1);
-      const Eigen::MatrixXd distances = SquaredRowDistances(x);
       double gamma = 0.0;
       if (step.arguments.size() == 1) {
         gamma = NumberArgument(step, 0);
         if (gamma <= 0)
           VELMOR_THROW(std::invalid_argument, "RBF() needs gamma > 0, not %g.", gamma);
-      } else {
-        const double median = MedianOfDistinctPairs(distances);
-        gamma = median > 0 ? 1.0 / median : 1.0;
       }
-      x = (-gamma * distances).array().exp().matrix().template cast<T>();
-      break;
+      return FeatureSimilarity<T>(Kind::kRbf, gamma, threads);
     }
-    case kCosine: {
+    case kCosine:
       CheckArgumentCount(step, 0, 0);
-      const Eigen::MatrixXd features = x.template cast<double>();
-      Eigen::VectorXd inverse_norms = features.rowwise().norm();
-      for (Eigen::Index i = 0; i < inverse_norms.size(); ++i) {
-        inverse_norms(i) = inverse_norms(i) > 0 ? 1.0 / inverse_norms(i) : 0.0;
-      }
-      const Eigen::MatrixXd unit = inverse_norms.asDiagonal() * features;
-      x = (unit * unit.transpose()).template cast<T>();
-      break;
-    }
-    case kDot: {
+      return FeatureSimilarity<T>(Kind::kCosine, 0.0, threads);
+    case kDot:
       CheckArgumentCount(step, 0, 0);
-      const Eigen::MatrixXd features = x.template cast<double>();
-      x = (features * features.transpose()).template cast<T>();
-      break;
-    }
-    case kEuclideanSim: {
-      CheckArgumentCount(step, 0, 0);
-      const Eigen::MatrixXd distances = SquaredRowDistances(x).cwiseSqrt();
-      const double largest = distances.size() > 0 ? distances.maxCoeff() : 0.0;
-      x = (largest - distances.array()).matrix().template cast<T>();
-      break;
-    }
+      return FeatureSimilarity<T>(Kind::kDot, 0.0, threads);
     default:
-      break;
+      CheckArgumentCount(step, 0, 0);
+      return FeatureSimilarity<T>(Kind::kEuclideanSim, 0.0, threads);
+  }
+}
+
+template <typename T>
+void ApplyFeatureStep(const Step& step, TransformableMatrix<T>& matrix, int threads) {
+  RequireDense(matrix, step);
+  const FeatureSimilarity<T> similarity = MakeFeatureSimilarity<T>(step, threads);
+  matrix.dense = similarity.Dense(matrix.dense);
+  matrix.symmetric = true;
+}
+
+// The k of KNN(k), checked.
+double KnnArgument(const Step& step) {
+  CheckArgumentCount(step, 1, 1);
+  const double k_value = NumberArgument(step, 0);
+  if (k_value < 1 || k_value != std::floor(k_value)) {
+    VELMOR_THROW(std::invalid_argument, "KNN() needs a whole number k >= 1, not %g.", k_value);
+  }
+  return k_value;
+}
+
+// A feature step followed by KNN(k): the k largest of each row are kept as
+// the tiles are computed.
+template <typename T>
+void ApplyNearestFeatureStep(const Step& step, const Step& knn, TransformableMatrix<T>& matrix,
+                             const TransformationOptions& options) {
+  RequireDense(matrix, step);
+  const FeatureSimilarity<T> similarity = MakeFeatureSimilarity<T>(step, options.threads);
+  const double k_value = KnnArgument(knn);
+  const int k =
+      static_cast<int>(std::min<double>(k_value, std::max<Eigen::Index>(1, matrix.rows())));
+  SparseMatrix<T> nearest = similarity.Nearest(matrix.dense, k);
+  matrix.symmetric = false;
+  if (options.want_sparse) {
+    matrix.sparse.swap(nearest);
+    matrix.dense.resize(0, 0);
+    matrix.is_sparse = true;
+  } else {
+    matrix.dense = DenseMatrix<T>(nearest);
   }
 }
 
 // Keeps the k largest entries of each row (ties broken towards lower columns).
 template <typename T>
 void ApplyKnn(const Step& step, TransformableMatrix<T>& matrix, bool want_sparse) {
-  CheckArgumentCount(step, 1, 1);
-  const double k_value = NumberArgument(step, 0);
-  if (k_value < 1 || k_value != std::floor(k_value)) {
-    VELMOR_THROW(std::invalid_argument, "KNN() needs a whole number k >= 1, not %g.", k_value);
-  }
+  const double k_value = KnnArgument(step);
+  matrix.symmetric = false;
   const int cols = matrix.cols();
   const int k = static_cast<int>(std::min<double>(k_value, cols));
   if (matrix.is_sparse) matrix.dense = DenseMatrix<T>(matrix.sparse);
@@ -317,6 +300,7 @@ void ApplyEntryStep(const Step& step, TransformableMatrix<T>& matrix) {
       } else {
         DenseMatrix<T> transposed = matrix.dense.transpose();
         matrix.dense = (matrix.dense + transposed) * static_cast<T>(0.5);
+        matrix.symmetric = true;
       }
       break;
     case kTranspose:
@@ -360,18 +344,26 @@ void ApplyOutputStep(const Step& step, TransformableMatrix<T>& matrix) {
 
 template <typename T>
 void ApplyMatrixTransformation(const std::string& pipeline, TransformableMatrix<T>& matrix,
-                               bool want_sparse) {
+                               const TransformationOptions& options) {
+  if (options.threads < 0) {
+    VELMOR_THROW(std::invalid_argument, "Invalid thread count %d.", options.threads);
+  }
   const std::vector<Step> steps = ParseSteps(pipeline);
-  for (const Step& step : steps) {
+  for (std::size_t s = 0; s < steps.size(); ++s) {
+    const Step& step = steps[s];
     switch (step.keyword) {
       case kRbf:
       case kCosine:
       case kDot:
       case kEuclideanSim:
-        ApplyFeatureStep(step, matrix);
+        if (s + 1 < steps.size() && steps[s + 1].keyword == kKnn) {
+          ApplyNearestFeatureStep(step, steps[++s], matrix, options);
+        } else {
+          ApplyFeatureStep(step, matrix, options.threads);
+        }
         break;
       case kKnn:
-        ApplyKnn(step, matrix, want_sparse);
+        ApplyKnn(step, matrix, options.want_sparse);
         break;
       case kPrint:
       case kSave:
@@ -382,12 +374,20 @@ void ApplyMatrixTransformation(const std::string& pipeline, TransformableMatrix<
         break;
     }
   }
-  if (want_sparse && !matrix.is_sparse) {
+  if (options.want_sparse && !matrix.is_sparse) {
     matrix.sparse = matrix.dense.sparseView();
     matrix.sparse.makeCompressed();
     matrix.dense.resize(0, 0);
     matrix.is_sparse = true;
   }
+}
+
+template <typename T>
+void ApplyMatrixTransformation(const std::string& pipeline, TransformableMatrix<T>& matrix,
+                               bool want_sparse) {
+  TransformationOptions options;
+  options.want_sparse = want_sparse;
+  ApplyMatrixTransformation(pipeline, matrix, options);
 }
 
 template <typename T>
@@ -404,6 +404,10 @@ void ApplyMatrixTransformation(const std::string& pipeline, DenseMatrix<T>& matr
   holder.dense.swap(matrix);
 }
 
+template void ApplyMatrixTransformation<float>(const std::string&, TransformableMatrix<float>&,
+                                               const TransformationOptions&);
+template void ApplyMatrixTransformation<double>(const std::string&, TransformableMatrix<double>&,
+                                                const TransformationOptions&);
 template void ApplyMatrixTransformation<float>(const std::string&, TransformableMatrix<float>&,
                                                bool);
 template void ApplyMatrixTransformation<double>(const std::string&, TransformableMatrix<double>&,

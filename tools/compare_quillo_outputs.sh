@@ -24,6 +24,14 @@ S = np.load(d + "/sim500.npy")
 S[S < np.quantile(S, 0.95)] = 0
 sp.save_npz(d + "/sparse500.npz", sp.csr_matrix(S), compressed=False)
 PY
+[ -f "$data/codes500.csv" ] || "$py" - "$data" <<'PY'
+import sys, json, numpy as np
+d = sys.argv[1]
+np.savetxt(d + "/codes500.csv", np.random.default_rng(5).integers(0, 4, (500, 6)), fmt="%d", delimiter=",")
+blocks = [{"block": list(range(b * 50, b * 50 + 50)), "limit": 2} for b in range(10)]
+json.dump({"intersection-of-matroids": {"partition-matroids": [{"partition-matroid": {"blocks": blocks}}]}},
+          open(d + "/im500.json", "w"))
+PY
 D=$data
 demo="-flfilename $here/../examples/digits_features.csv -fltransformation RBF()"
 cases=(
@@ -39,12 +47,22 @@ cases=(
   "-flfilename $D/sim500.npy -sumsize 20 -fl-set-attraction 3,4 -fl-set-neglect 5"
   "-flfilename $D/sim500.npy -sumsize 20 -partialenumeration 1 -set-restriction 0-60"
   "-flfilename $D/sim500.npy -sumsize 15 -randomevaluations 5 -flcentralityresponsibility 0.3"
+  "-flfilename $D/codes500.csv -flohexpand -fltransformation COSINE() -fl2filename $D/sim500.npy -fl2responsibility 0.5 -sumsize 12 -ctrl-logbalancereport 2 -ctrl-logccurvature -ctrl-logsolution"
+  "-flfilename $D/sim500.npy -fltransformation SCALE(1) -flcentralityresponsibility 0.2 -flcentralityspec ROWMEAN() -flcentralitytransformation SCALE(2) -flsavefinalcentralityvector @OUT@/centrality.npy -flsavefinaltransformedmatrix @OUT@/matrix.npy -sumsize 10 -ctrl-lognpv 0 -ctrl-logdetail"
+  "-flfilename $D/sim500.npy -flsoftness 0.2 -ssd2filename $D/sim500.npy -ssd2responsibility 0.1 -spssd2filename $D/sparse500.npz -spssd2responsibility 0.1 -sumsize 10 -ctrl-logbalancereport 2"
+  "-spflfilename $D/sim500.npy -spfltransformation KNN(20) -spfl-set-attraction 1,2 -spfl-set-contraction 7 -sumsize 10 -set-inclusion 9 -set-deletion 10-20 -ctrl-logdetail"
+  "-flfilename $D/sim500.npy -fl-set-attraction RAND(5) -fl-set-contraction RAND(3) -set-restriction RAND(50%) -sumsize 10 -greedyalgorithm stochastic(0.2) -seed 7 -ctrl-logsolution"
+  "-flfilename $D/sim500.npy -sumsize 8 -partialenumeration 1 -greedyalgorithm acc:2 -set-restriction 0-30 -ctrl-logpartialenumperiod 7"
+  "-flfilename $D/sim500.npy -imjson $D/im500.json -randomevaluations 3 -ctrl-lograndomevalsolutions"
+  "-flfilename $D/sim500.npy -sumsize 10 -greedyalgorithm threshold(0.05):2 -set-contraction 4 -ctrl-logbalancereport 2 -ctrl-logccurvature"
+  "-flfilename $D/sim500.npy -sumsize 5 -set-restriction 3 -set-deletion 3"
+  "-flfilename $D/sim500.npy -sumsize 5 -numlibthreads 0 -ctrl-loglimits 0 -ctrl-logval 0 -loglevels ctrl=debug"
 )
 fail=0
-run() {  # binary outdir options...
+run() {  # binary outdir options... (@OUT@ in an option stands for outdir)
   local bin=$1 out=$2; shift 2
   mkdir -p "$out"
-  "$bin" "$@" -cloglevel info -ctrl-logorder -ctrl-loggains -ctrl-logcgains \
+  "$bin" "${@//@OUT@/$out}" -cloglevel info -ctrl-logorder -ctrl-loggains -ctrl-logcgains \
     -outfilesummary "$out/order.npy" -outfilegains "$out/gains.csv" -pgpyplotfilename "$out/plot.py" \
     > "$out/log" 2>&1
   echo "status $?" >> "$out/log"

@@ -63,12 +63,14 @@ void SetUpLogging(const char* log_levels, const char* console_level, bool timest
     spdlog::register_logger(logger);
   }
 
-  // The environment first, then the option or the default: the second list
-  // always runs, so it has the last word.
+  // The environment first, then the option or the default. The second list
+  // sets every logger: those it does not name start again from info, the
+  // level of a new logger, before it applies.
   const char* environment = std::getenv("VELMOR_LOG_LEVELS");
   if (environment != nullptr && environment[0] != '\0') {
     spdlog::cfg::helpers::load_levels(environment);
   }
+  for (const char* name : kLoggerNames) spdlog::get(name)->set_level(spdlog::level::info);
   spdlog::cfg::helpers::load_levels(log_levels != nullptr ? log_levels : kDefaultLevels);
 }
 

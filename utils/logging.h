@@ -18,7 +18,8 @@ namespace velmor::logging {
 // (loggers of a previous call are replaced). Any text may be null:
 //   log_levels      "{logger=level}+|{level}" list; default "warn,ctrl=info".
 //                   The environment variable VELMOR_LOG_LEVELS, when set, is
-//                   applied first and so is overridden by this one.
+//                   applied first; this list then sets every logger (one it
+//                   does not name, without a level for all, is at info).
 //   console_level   level of the console sink (default warning); "off" leaves
 //                   the console out of the loggers altogether.
 //   timestamps, concise   choose the console pattern (concise without

@@ -431,4 +431,307 @@ TEST_F(QuilloRun, Signals) {
   EXPECT_EQ(finish(supervisor), 255);
 }
 
+// The objective of a run on sim.npy (FL) and sim2.npy (FL2, weight 0.5), in
+// numpy: with attraction A (and neglect N) the FL term is its conditional
+// mutual information, and under a contraction C each weighted component c
+// counts c(X u C) - c(C). check(case, ...) reads the case's order, gains and
+// log and compares every report line with the objective.
+const char* kReportOracle = R"PY(
+import re
+def fl(name):
+    M = np.load(name).astype(np.float64); fV = M.max(axis=0).sum()
+    return lambda X: M[sorted(X)].max(axis=0).sum() / fV if X else 0.0
+def components(A, N):
+    f, h = fl('sim.npy'), fl('sim2.npy')
+    g = f if A is None else (lambda X: f(X | N) + (f(A | N) - f(N)) - f(X | A | N))
+    return [g, lambda X: 0.5 * h(X)]
+def array(line):
+    return np.array([float(x) for x in re.search(r'np\.array\(\[(.*)\]\)', line).group(1).split(',')])
+def close(a, b, what, rtol=2e-6):
+    assert np.allclose(a, b, rtol=rtol, atol=2e-7), (what, a, b)
+def check(case, A=None, N=frozenset(), C=frozenset(), n=30):
+    shares = [lambda X, c=c: c(X | C) - c(C) for c in components(A, N)]
+    F = lambda X: sum(s(X) for s in shares)
+    order = np.load(case + '_o.npy').astype(int).ravel().tolist()
+    gains = np.load(case + '_g.npy').ravel()
+    log = open(case + '.log').read().splitlines()
+    lines = lambda start: [l for l in log if l.startswith(start)]
+    # The greedy itself.
+    S, expected = set(), []
+    for _ in order:
+        v = max((v for v in range(n) if v not in S | C), key=lambda v: F(S | {v}) - F(S))
+        expected.append(v); S.add(v)
+    assert order == expected, (case, order, expected)
+    close(gains, [F(set(order[:i + 1])) - F(set(order[:i])) for i in range(len(order))], 'gains')
+    S = set(order)
+    close(float(lines('Summary valuation: f(Solution) = ')[0].split('= ')[1]), F(S), 'value')
+    # Balance: each component's share, its percentage and its gain at each step.
+    for i, l in enumerate([l for l in lines('Balance: ') if 'contributes' in l]):
+        value, percent = [float(x) for x in re.search(r'contributes (\S+) = (\S+)%', l).groups()]
+        close(value, shares[i](S), 'share')
+        close(percent, 100 * shares[i](S) / F(S), 'percent', rtol=6e-4)
+    for i, l in enumerate([l for l in lines('Balance: ') if 'gains:' in l]):
+        close(array(l), [shares[i](set(order[:t + 1])) - shares[i](set(order[:t])) for t in range(len(order))], 'step gains')
+    # Conditional curvature of each element, its summary and the modular upper bound.
+    curvature = [1 - (F(S) - F(S - {v})) / g for v, g in zip(order, gains.astype(np.float64))]
+    for l in lines('Summary Conditional Curvature: '):
+        close(array(l), curvature, 'curvature')
+    for l in lines('Conditional curvature of the summary: '):
+        summary = [float(part.split('= ')[1]) for part in l.rstrip('.').split(': ')[1].split(', ')]
+        close(summary, [min(curvature), np.mean(curvature), max(curvature)], 'curvature summary')
+    for l in lines('Modular Upper Bound on solution = '):
+        bound, efficiency = [float(x) for x in re.search(r'= (\S+), 0 <= .* = (\S+) <= 1.0', l).groups()]
+        close(bound, sum(F({v}) for v in order), 'bound'); close(efficiency, F(S) / bound, 'efficiency')
+    return [len(lines(p)) for p in ('Balance: ', 'Summary Conditional Curvature: ', 'Modular Upper Bound')]
+)PY";
+
+TEST_F(QuilloRun, EveryReportAloneWithContractionAndWithConditionalMutualInformation) {
+  MakeSimilarity(30);
+  Python("np.save('sim2.npy', np.random.default_rng(9).random((30, 30)).astype(np.float32))");
+  struct Setting {
+    std::string name, options, oracle_sets;
+  };
+  const std::vector<Setting> settings = {
+      {"plain", "", ""},
+      {"contraction", "-set-contraction 0,1", "C={0,1}"},
+      {"cmi", "-fl-set-attraction 3,4 -fl-set-neglect 5", "A={3,4}, N=frozenset({5})"},
+      {"both", "-fl-set-attraction 3,4 -fl-set-neglect 5 -set-contraction 0,1",
+       "A={3,4}, N=frozenset({5}), C={0,1}"}};
+  const std::vector<std::pair<std::string, std::string>> reports = {
+      {"balance1", "-ctrl-logbalancereport 1"},
+      {"balance2", "-ctrl-logbalancereport 2"},
+      {"detail", "-ctrl-logdetail"},
+      {"curvature", "-ctrl-logccurvature"},
+      {"all", "-ctrl-logbalancereport 2 -ctrl-logdetail -ctrl-logccurvature"}};
+  std::string checks = kReportOracle;
+  for (const Setting& setting : settings) {
+    for (const auto& [report, report_options] : reports) {
+      const std::string name = setting.name + "_" + report;
+      const Outcome run = Quillo(
+          "-flfilename sim.npy -fl2filename sim2.npy -fl2responsibility 0.5 "
+          "-sumsize 6 -cloglevel info " +
+          setting.options + " " + report_options + " -outfilesummary " + name +
+          "_o.npy -outfilegains " + name + "_g.npy");
+      ASSERT_EQ(run.status, 0) << name << "\n" << run;
+      std::ofstream(Path(name + ".log")) << run.out;
+      checks += "print('" + name + "', check('" + name + "', " + setting.oracle_sets + "))\n";
+    }
+  }
+  // Each report appears when asked for, and only then: two balance lines per
+  // component at level 2, one at level 1.
+  const std::string got = Python(checks);
+  for (const Setting& setting : settings) {
+    const std::string& n = setting.name;
+    const std::string expected = n + "_balance1 [2, 0, 0]\n" + n + "_balance2 [4, 0, 0]\n" + n +
+                                 "_detail [0, 0, 1]\n" + n + "_curvature [0, 1, 0]\n" + n +
+                                 "_all [4, 1, 1]\n";
+    EXPECT_NE(got.find(expected), std::string::npos) << got;
+  }
+}
+
+TEST_F(QuilloRun, OneHotExpansion) {
+  // Integer codes of 4 categorical features; one-hot columns then DOT() give
+  // the number of features two items share.
+  Python(
+      "C = np.random.default_rng(2).integers(0, 3, (25, 4)); C[0, 3] = 5\n"
+      "np.savetxt('codes.csv', C, fmt='%d', delimiter=',')\n");
+  Outcome run = Quillo(
+      "-flfilename codes.csv -flohexpand -fltransformation 'DOT()' -sumsize 5 "
+      "-flsavefinaltransformedmatrix expanded.npy -outfilesummary o.npy");
+  ASSERT_EQ(run.status, 0) << run;
+  // DOT() of one-hot rows ties often: each chosen element must have a largest gain.
+  EXPECT_EQ(Python("C = np.loadtxt('codes.csv', delimiter=',').astype(int)\n"
+                   "X = np.hstack([np.eye(c.max() + 1)[c] for c in C.T])\n"
+                   "assert X.shape == (25, 3 + 3 + 3 + 6), X.shape\n"
+                   "S = X @ X.T\n"
+                   "assert (np.load('expanded.npy') == S).all()\n"
+                   "m = np.zeros(25); best = []\n"
+                   "for v in np.load('o.npy').astype(int).ravel():\n"
+                   "    g = np.maximum(S - m, 0).sum(axis=1); best.append(g[v] == g.max())\n"
+                   "    m = np.maximum(m, S[v])\n"
+                   "print(len(best) == 5 and all(best))"),
+            "True\n");
+  // Codes must be non-negative whole numbers.
+  std::ofstream(Path("bad.csv")) << "0,1\n2,-1\n";
+  run = Quillo("-flfilename bad.csv -flohexpand -sumsize 1");
+  EXPECT_EQ(run.status, 1) << run;
+  EXPECT_TRUE(
+      run.Has("ERROR DETECTED: Command line argument: FL one-hot expansion needs "
+              "non-negative integer codes, but entry (1,1) is -1."))
+      << run;
+  std::ofstream(Path("half.csv")) << "0,1.5\n2,1\n";
+  run = Quillo("-fl2filename half.csv -fl2ohexpand -sumsize 1");
+  EXPECT_TRUE(
+      run.Has("FL2 one-hot expansion needs non-negative integer codes, but entry (0,1) "
+              "is 1.5."))
+      << run;
+}
+
+TEST_F(QuilloRun, LoadFailuresReportOneChainWhicheverPathReadsTheFile) {
+  // A C-order float32 file is mapped, a Fortran-order one read: the same
+  // broken contents give the same report, location prefixes included.
+  Python(
+      "S = np.random.default_rng(4).random((6, 6)).astype(np.float32)\n"
+      "np.save('c.npy', S); np.save('f.npy', np.asfortranarray(S))\n"
+      "S[2, 3] = np.nan; np.save('nan_c.npy', S); np.save('nan_f.npy', np.asfortranarray(S))\n"
+      "for name in ('c', 'f'):\n"
+      "    data = open(name + '.npy', 'rb').read(); open('short_' + name + '.npy', "
+      "'wb').write(data[:-5])\n");
+  for (const std::string broken : {"short", "nan"}) {
+    std::string reports[2];
+    for (int i = 0; i < 2; ++i) {
+      fs::copy_file(dir_ / (broken + (i ? "_f.npy" : "_c.npy")), dir_ / "bad.npy",
+                    fs::copy_options::overwrite_existing);
+      const Outcome run = Quillo("-flfilename bad.npy -sumsize 2");
+      EXPECT_EQ(run.status, 1) << run;
+      reports[i] = run.err;
+    }
+    EXPECT_EQ(reports[0], reports[1]) << broken;
+    EXPECT_NE(reports[0].find(":LoadAndTransformMatrix]] Problems loading FL matrix.\n++ [[@"
+                              "DenseMatrixIO:"),
+              std::string::npos)
+        << reports[0];
+    EXPECT_NE(reports[0].find(":LoadDenseMatrixFromFileOrRamOrMakeRandom]] Problems opening file "
+                              "'bad.npy'.\n++++ "),
+              std::string::npos)
+        << reports[0];
+  }
+}
+
+TEST_F(QuilloRun, OutputFilesByExtensionAndCheckedBeforeAnyWork) {
+  MakeSimilarity(20);
+  // .npy (either case) for numpy with the order as int32; anything else is .csv.
+  Outcome run = Quillo(
+      "-flfilename sim.npy -sumsize 4 -outfilesummary o.NPY -outfilegains g.bin "
+      "-outasciiresultsfilename both.txt");
+  ASSERT_EQ(run.status, 0) << run;
+  EXPECT_EQ(
+      Python(std::string(kGreedyOracle) +
+             "o = np.load('o.NPY'); g = np.loadtxt('g.bin', delimiter=',')\n"
+             "eo, eg = greedy(np.load('sim.npy'), 4)\n"
+             "y = np.arange(20) * 10\n"
+             "print(o.dtype, o.shape, (y[o.ravel()] == np.array(eo) * 10).all(),\n"
+             "      np.allclose(g, eg, rtol=1e-6), np.loadtxt('both.txt', delimiter=',').shape)"),
+      "int32 (4, 1) True True (2, 4)\n");
+  // Unwritable outputs fail before the (missing) matrix is looked at; the
+  // check leaves an existing file as it was and creates none.
+  std::ofstream(Path("keep.csv")) << "keep\n";
+  for (const std::string option :
+       {"-outfilesummary", "-outfilegains", "-outasciiresultsfilename"}) {
+    for (const std::string path : {"nowhere/o.npy", "."}) {
+      run = Quillo("-flfilename missing.npy -sumsize 4 " + option + " " + path);
+      EXPECT_EQ(run.status, 1) << run;
+      EXPECT_TRUE(run.Has("ERROR DETECTED: Specified input data: [[@dovetel-common:")) << run;
+      EXPECT_TRUE(run.Has("Can't open file '" + path + "' for writing to output.\n++ ")) << run;
+      EXPECT_FALSE(run.Has("missing.npy")) << run;
+    }
+  }
+  EXPECT_EQ(
+      Quillo("-flfilename missing.npy -sumsize 4 -outfilegains keep.csv -outfilesummary new.csv")
+          .status,
+      1);
+  EXPECT_EQ(ReadFile(dir_ / "keep.csv"), "keep\n");
+  EXPECT_FALSE(fs::exists(dir_ / "new.csv"));
+  // The plot script's problem is told at once, and the run goes on.
+  run = Quillo(
+      "-flfilename sim.npy -sumsize 4 -pgpyplotfilename nowhere/plot.py -outfilesummary o.csv");
+  EXPECT_EQ(run.status, 0) << run;
+  const std::size_t early =
+      run.out.find("Can't open file 'nowhere/plot.py' for writing to output (");
+  EXPECT_LT(early, run.out.find("Can't open file 'nowhere/plot.py' for writing to output\n"))
+      << run;
+  EXPECT_TRUE(fs::exists(dir_ / "o.csv"));
+}
+
+TEST_F(QuilloRun, SeedsSizesNumbersAndCentralityOptionsAsTheOptionsSay) {
+  MakeSimilarity(20);
+  const auto random_line = [this](const std::string& options) {
+    const Outcome run =
+        Quillo("-flfilename sim.npy -cloglevel info -randomevaluations 10 " + options);
+    EXPECT_EQ(run.status, 0) << run;
+    const std::size_t at = run.out.find("Ran 10 random subsets of size ");
+    return at == std::string::npos ? run.out : run.out.substr(at, run.out.find('\n', at) - at);
+  };
+  // -rseed reaches the random evaluations; -seed makes them repeat.
+  EXPECT_NE(random_line("-sumsize 5 -rseed"), random_line("-sumsize 5 -rseed"));
+  EXPECT_EQ(random_line("-sumsize 5 -seed 3"), random_line("-sumsize 5 -seed 3"));
+  // The size reported is the size drawn: the matroids' limit (one per block
+  // of five), or all candidates when there are fewer.
+  Python(
+      "blocks = [{'block': list(range(b * 5, b * 5 + 5)), 'limit': 1} for b in range(4)]\n"
+      "json.dump({'intersection-of-matroids': {'partition-matroids': [\n"
+      "    {'partition-matroid': {'blocks': blocks}}]}}, open('im.json', 'w'))\n");
+  EXPECT_EQ(random_line("-imjson im.json").substr(0, 31), "Ran 10 random subsets of size 4");
+  EXPECT_EQ(random_line("-sumsize 5 -set-restriction 0-2").substr(0, 31),
+            "Ran 10 random subsets of size 3");
+
+  // Numbers out of range are narrowed as C converts them: 4294967293 is -3,
+  // so k = 20 + 1 - 3; -1 is the largest unsigned, the full balance report.
+  Outcome run = Quillo(
+      "-flfilename sim.npy -sumsize 4294967293 -ctrl-logbalancereport -1 -cloglevel info "
+      "-outfilesummary o.npy");
+  EXPECT_EQ(run.status, 0) << run;
+  EXPECT_TRUE(run.Has("Balance: FL function gains: ")) << run;
+  EXPECT_EQ(Python("print(np.load('o.npy').size)"), "18\n");
+
+  // Centrality options that cannot take effect are refused.
+  for (const auto& [options, message] : std::vector<std::pair<std::string, std::string>>{
+           {"-flsavefinalcentralityvector c.npy",
+            "-flsavefinalcentralityvector needs a centrality term: give "
+            "-flcentralityresponsibility above 0."},
+           {"-flcentralityspec 'ROWMEDIAN()'", "FL centrality 'ROWMEDIAN()' is not supported"},
+           {"-flcentralitytransformation 'SCALE(2)'",
+            "-flcentralitytransformation needs a centrality term"}}) {
+    run = Quillo("-flfilename sim.npy -sumsize 3 " + options);
+    EXPECT_EQ(run.status, 1) << run;
+    EXPECT_TRUE(run.Has("ERROR DETECTED: Command line argument: " + message)) << run;
+  }
+  EXPECT_FALSE(fs::exists(dir_ / "c.npy"));
+}
+
+TEST_F(QuilloRun, DoublePrecisionDataRunInDouble) {
+  // Similarities with more digits than single precision holds, as .npy, .csv,
+  // .bin and a sparse .npz (no near-ties among the greedy's gains); the oracle
+  // greedy runs in float64 on the float64 or the float32 matrix.
+  Python(
+      "rng = np.random.default_rng(10); X = rng.random((60, 3))\n"
+      "S = np.exp(-((X[:, None] - X[None]) ** 2).sum(-1)); S[S < 0.3] = 0\n"
+      "np.save('sim64.npy', S); np.savetxt('sim64.csv', S, delimiter=',', fmt='%.17g')\n"
+      "S.T.tofile('sim64.bin'); sp.save_npz('sim64.npz', sp.csr_matrix(S), compressed=False)\n");
+  const auto check = [this](const char* matrix) {
+    return Python(std::string(kGreedyOracle) + "o, g = greedy(" + matrix +
+                  ", 12); g = np.array(g)\n"
+                  "error = np.abs(np.load('g.npy').ravel() - g) / g\n"
+                  "print(np.load('o.npy').ravel().tolist() == o, error.max() <= 6e-8, "
+                  "error.max() <= 1e-6)\n");
+  };
+  for (const std::string input :
+       {"-flfilename sim64.npy", "-spflfilename sim64.npz",
+        "-flfilename sim64.csv -precision double",
+        "-flfilename sim64.bin -flrows 60 -flcols 60 -precision double"}) {
+    const Outcome run = Quillo(input +
+                               " -sumsize 12 -outfilesummary o.npy -outfilegains g.npy "
+                               "-loglevels ctrl=debug -cloglevel debug");
+    ASSERT_EQ(run.status, 0) << input << "\n" << run;
+    EXPECT_EQ(check("np.load('sim64.npy')"), "True True True\n") << input;
+    // The float64 .npy is used where it lies.
+    EXPECT_EQ(run.Has("FL matrix file 'sim64.npy' mapped into memory."),
+              input == "-flfilename sim64.npy")
+        << run;
+  }
+  // Single precision on request: off from the float64 gains by more than
+  // their rounding, close to those of the matrix rounded to float32.
+  ASSERT_EQ(Quillo("-flfilename sim64.npy -precision single -sumsize 12 -outfilesummary o.npy "
+                   "-outfilegains g.npy")
+                .status,
+            0);
+  EXPECT_EQ(check("np.load('sim64.npy')"), "True False True\n");
+  EXPECT_EQ(check("np.load('sim64.npy').astype(np.float32)"), "True False True\n");
+  const Outcome run = Quillo("-flfilename sim64.npy -sumsize 3 -precision quad");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_TRUE(
+      run.Has("Invalid precision 'quad' for option -precision: use file, single or double."))
+      << run;
+}
+
 }  // namespace

@@ -72,19 +72,21 @@ TEST(OptionCatalogue, TableStructure) {
     EXPECT_NE(std::strncmp(name.c_str(), "argsfilename", name.size()), 0) << name;
     EXPECT_NE(name.rfind("argsfilename", 0), 0u) << name;
   }
-  // The catalogue's 17 groups and 103 options, then the greedy algorithm's group.
-  EXPECT_EQ(headings, 18);
-  EXPECT_EQ(options, 104);
+  // The catalogue's 17 groups and 103 options, then the greedy algorithm's and
+  // the precision's groups.
+  EXPECT_EQ(headings, 19);
+  EXPECT_EQ(options, 105);
   // Each group starts with its heading; the first and last rows.
   EXPECT_TRUE(rows.front()->IsHeading());
   EXPECT_STREQ(rows.front()->description, "**** Facility location (FL) function");
   EXPECT_STREQ(rows[1]->name, "flfilename");
   const std::size_t last = rows.size() - 1;
-  EXPECT_STREQ(rows[last - 2]->name, "help");
-  EXPECT_EQ(rows[last - 2]->type, ArgumentRecord::kBool);
-  EXPECT_STREQ(rows[last - 1]->description, "**** Greedy algorithm");
-  EXPECT_STREQ(rows[last]->name, "greedyalgorithm");
-  EXPECT_EQ(rows[last]->type, ArgumentRecord::kStr);
+  EXPECT_STREQ(rows[last - 4]->name, "help");
+  EXPECT_EQ(rows[last - 4]->type, ArgumentRecord::kBool);
+  EXPECT_STREQ(rows[last - 3]->description, "**** Greedy algorithm");
+  EXPECT_STREQ(rows[last - 2]->name, "greedyalgorithm");
+  EXPECT_EQ(rows[last - 2]->type, ArgumentRecord::kStr);
+  EXPECT_STREQ(rows[last]->name, "precision");
 }
 
 TEST(OptionCatalogue, RowsBindTheirVariablesWithDefaults) {
@@ -188,7 +190,7 @@ TEST(OptionCatalogue, HelpPrintsUsageAndExits) {
   std::string line;
   std::vector<std::string> all;
   while (std::getline(lines, line)) all.push_back(line);
-  ASSERT_EQ(all.size(), 2u + 18u + 104u + 1u);
+  ASSERT_EQ(all.size(), 2u + 19u + 105u + 1u);
   EXPECT_EQ(all[0], "Usage: quillo  [[[-flag] [option]] ...]");
   EXPECT_EQ(all[1], "Required: <>; Optional: []; Flagless arguments must be in order.");
   EXPECT_EQ(all[2], "**** Facility location (FL) function");
@@ -230,7 +232,7 @@ TEST(OptionCatalogue, HelpPrintsUsageAndExits) {
                 .substr(0, column)
                 .find("[-ctrl-logbalancereport unsigned]"),
             1u);
-  EXPECT_EQ(by_name.size(), 105u);  // the rows and the argument-file switch
+  EXPECT_EQ(by_name.size(), 106u);  // the rows and the argument-file switch
   EXPECT_EQ(tail("greedyalgorithm").substr(0, 32), "Greedy algorithm: standard (the ");
 }
 

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "functions/FacilityLocationFunction.h"
+#include "functions/SoftFacilityLocationFunction.h"
 #include "functions/set_function_oracle.h"
 #include "io/DenseNumpyFileIOSupport.h"
 #include "io/MappedNumpyMatrix.h"
@@ -121,6 +122,23 @@ TYPED_TEST(SharedStorageFacilityLocation, MappedFileGivesTheReadFilesAnswersBitF
       }
     }
 
+    // Soft facility location over the mapped file: the read function's
+    // answers, bit for bit.
+    auto shared = matrixio::MappedNumpyMatrix<T>::Map(name);
+    ASSERT_TRUE(shared);
+    const SoftFacilityLocationFunction<T> soft_mapped(
+        typename SoftFacilityLocationFunction<T>::ElementMajor{}, std::move(*shared).Share(), n,
+        shape.k, 0.3);
+    const SoftFacilityLocationFunction<T> soft_read(matrixio::ReadMatrixFromNumpyFile<T>(name),
+                                                    0.3);
+    EXPECT_TRUE(soft_mapped.HasSharedStorage());
+    const auto soft_read_context = soft_read.MakeGrowingContext(chosen);
+    const auto soft_mapped_context = soft_mapped.MakeGrowingContext(chosen);
+    for (int v = 0; v < n; ++v) {
+      EXPECT_EQ(soft_mapped_context->DisjointGain(v), soft_read_context->DisjointGain(v));
+    }
+    EXPECT_EQ(soft_mapped.Evaluate(chosen), soft_read.Evaluate(chosen));
+
     // And the mapped function against its own whole-set evaluation.
     testing::OracleOptions options;
     options.seed = seed;
@@ -223,6 +241,12 @@ TYPED_TEST(SharedStorageFacilityLocation, ConstructionErrors) {
                         "Invalid argument, ground_set_size=" + std::to_string(too_many) + "."));
   EXPECT_TRUE(ends_with(message([&] { F(typename F::ElementMajor{}, values, 1, too_many); }),
                         "Invalid argument, number_of_concepts=1."));
+  EXPECT_TRUE(ends_with(message([&] {
+                          SoftFacilityLocationFunction<T>(
+                              typename SoftFacilityLocationFunction<T>::ElementMajor{}, nullptr, 2,
+                              3, 1.0);
+                        }),
+                        "Invalid argument, no similarity storage."));
   // A valid one reads the values where they are.
   values.get()[4] = T(2);
   F f(typename F::ElementMajor{}, values, 2, 3);

@@ -104,6 +104,24 @@ TEST(MatrixTransformations, EntryWiseAndStructural) {
   // A sparse matrix keeps its form through entry-wise steps.
   ApplyMatrixTransformation("SCALE(0.5) | TRANSPOSE()", sparse, true);
   EXPECT_EQ(sparse.sparse.coeff(2, 1), 3);
+
+  // A matrix said to be symmetric is so bit for bit (its storage is then
+  // element-major); feature similarities and what keeps them symmetric say so.
+  const std::pair<const char*, bool> claims[] = {
+      {"RBF()", true},
+      {"COS() | SHIFT(1) | CLIP(0, 1.5)", true},
+      {"DOT() | TRANSPOSE()", true},
+      {"EUCLIDEANSIM() | KNN(2)", false},
+      {"SCALE(2)", false},
+      {"DOT() | ABS() | SCALE(3) | SYMMETRIZE()", true},
+  };
+  for (const auto& [pipeline, symmetric] : claims) {
+    TransformableMatrix<float> m;
+    m.dense = Features().cast<float>();
+    ApplyMatrixTransformation(pipeline, m, TransformationOptions{false, 3});
+    EXPECT_EQ(m.symmetric, symmetric) << pipeline;
+    EXPECT_TRUE(!m.symmetric || m.dense == m.dense.transpose()) << pipeline;
+  }
 }
 
 TEST(MatrixTransformations, SaveAndErrors) {

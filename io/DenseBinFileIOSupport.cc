@@ -8,8 +8,10 @@
 #include <new>
 #include <optional>
 #include <stdexcept>
+#include <system_error>
 
 #include "io/MatrixIOInternal.h"
+#include "utils/AtomicOutputFile.h"
 #include "utils/error_messages.h"
 
 namespace velmor::matrixio {
@@ -110,20 +112,12 @@ void WriteMatrixToBinaryFile(std::ostream& stream, const DenseMatrix<T>& matrix)
 
 template <typename T>
 void WriteMatrixToBinaryFile(const std::string& file_name, const DenseMatrix<T>& matrix) {
-  errno = 0;
-  std::ofstream stream(file_name,
-                       std::ios_base::out | std::ios_base::trunc | std::ios_base::binary);
-  if (!stream) {
-    const std::string error = internal::SystemErrorText();
+  try {
+    WriteWholeFile(file_name,
+                   [&](std::ostream& stream) { WriteMatrixToBinaryFile(stream, matrix); });
+  } catch (const std::system_error& error) {
     VELMOR_THROW(std::runtime_error, "Error writing to binary %s: %s.", file_name.c_str(),
-                 error.c_str());
-  }
-  WriteMatrixToBinaryFile(stream, matrix);
-  stream.close();
-  if (!stream) {
-    const std::string error = internal::SystemErrorText();
-    VELMOR_THROW(std::runtime_error, "Error writing to binary %s: %s.", file_name.c_str(),
-                 error.c_str());
+                 error.what());
   }
 }
 

@@ -6,10 +6,12 @@
 #include <fstream>
 #include <limits>
 #include <stdexcept>
+#include <system_error>
 #include <type_traits>
 
 #include "io/CSVParsing.h"
 #include "io/MatrixIOInternal.h"
+#include "utils/AtomicOutputFile.h"
 #include "utils/error_messages.h"
 
 namespace velmor::matrixio {
@@ -148,20 +150,12 @@ void WriteSparseMatrixToCSVFile(std::ostream& stream, const SparseMatrix<T>& mat
 
 template <typename T>
 void WriteSparseMatrixToCSVFile(const std::string& file_name, const SparseMatrix<T>& matrix) {
-  errno = 0;
-  std::ofstream stream(file_name,
-                       std::ios_base::out | std::ios_base::trunc | std::ios_base::binary);
-  if (!stream) {
-    const std::string error = internal::SystemErrorText();
+  try {
+    WriteWholeFile(file_name,
+                   [&](std::ostream& stream) { WriteSparseMatrixToCSVFile(stream, matrix); });
+  } catch (const std::system_error& error) {
     VELMOR_THROW(std::runtime_error, "Error writing matrix to csv file %s: %s.", file_name.c_str(),
-                 error.c_str());
-  }
-  WriteSparseMatrixToCSVFile(stream, matrix);
-  stream.close();
-  if (!stream) {
-    const std::string error = internal::SystemErrorText();
-    VELMOR_THROW(std::runtime_error, "Error writing matrix to csv file %s: %s.", file_name.c_str(),
-                 error.c_str());
+                 error.what());
   }
 }
 

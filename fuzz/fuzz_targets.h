@@ -50,7 +50,8 @@ int FuzzSetSpecification(const uint8_t* data, std::size_t size);
 int FuzzMatrixTransformation(const uint8_t* data, std::size_t size);
 
 // A command line (arguments separated by NUL bytes) walked by the program's
-// argument parser against its option table.
+// argument parser against its option table, then, when it parses, the
+// driver's logging set-up and option checks up to the first matrix load.
 int FuzzCommandLine(const uint8_t* data, std::size_t size);
 
 }  // namespace velmor::fuzz

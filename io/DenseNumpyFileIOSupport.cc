@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <exception>
 #include <fstream>
 #include <limits>
 #include <memory>
@@ -720,7 +721,19 @@ void WriteMatrixToNumpyFile(const std::string& file_name, const DenseMatrix<T>& 
   } catch (const std::system_error& error) {
     VELMOR_THROW(std::runtime_error, "Unable to write to numpy stream: %s.", error.what());
   }
-  WriteMatrixToNumpyFile(file->Stream(), matrix, fortran_order);
+  errno = 0;
+  try {
+    WriteMatrixToNumpyFile(file->Stream(), matrix, fortran_order);
+  } catch (const std::runtime_error& failure) {
+    // The writer's report, with the system's reason (disk full, ...) under it.
+    const int error = errno;
+    if (error == 0) throw;
+    try {
+      throw std::system_error(error, std::generic_category());
+    } catch (...) {
+      std::throw_with_nested(failure);
+    }
+  }
   try {
     file->Commit();
   } catch (const std::system_error&) {

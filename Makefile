@@ -3,12 +3,15 @@
 
 DEBIAN_PACKAGES := build-essential cmake libeigen3-dev libfmt-dev libspdlog-dev \
   nlohmann-json3-dev libgtest-dev libbenchmark-dev python3-numpy python3-scipy \
-  python3-matplotlib time clang-format
+  python3-matplotlib time clang-format clang-14 libclang-rt-14-dev libfuzzer-14-dev
 JOBS ?= $(shell nproc)
 RELEASE_DIR := build/release
 SANITIZE_DIR := build/sanitize
+FUZZ_DIR := build/fuzz
+FUZZ_CXX ?= $(shell command -v clang++-14 || command -v clang++)
+FUZZ_SECONDS ?= 60
 
-.PHONY: all deps build test test-release test-sanitize format-check line-ratio bench demo clean
+.PHONY: all deps build test test-release test-sanitize format-check line-ratio fuzz-build fuzz bench demo clean
 
 all: build
 
@@ -54,7 +57,19 @@ format-check: deps
 	@files=$$(git ls-files '*.h' '*.cc' 2>/dev/null || find . -path ./build -prune -o \( -name '*.h' -o -name '*.cc' \) -print); \
 	clang-format --dry-run -Werror $$files && echo "Formatting: all sources match .clang-format."
 
-test: format-check test-release test-sanitize
+# The fuzz harnesses: a clang build of its own. `make test` builds them so
+# that they keep compiling; `make fuzz` also runs each for FUZZ_SECONDS.
+$(FUZZ_DIR)/CMakeCache.txt: | deps
+	cmake -S . -B $(FUZZ_DIR) -DCMAKE_CXX_COMPILER=$(FUZZ_CXX) -DCMAKE_BUILD_TYPE=Fuzz \
+	  -DVELMOR_BUILD_FUZZERS=ON
+
+fuzz-build: deps $(FUZZ_DIR)/CMakeCache.txt
+	cmake --build $(FUZZ_DIR) -j $(JOBS)
+
+fuzz: fuzz-build
+	FUZZ_SECONDS=$(FUZZ_SECONDS) fuzz/run_fuzzers.sh $(FUZZ_DIR)
+
+test: format-check test-release test-sanitize fuzz-build
 
 # Summarizes the bundled handwritten-digits data: 1797 images become an RBF
 # similarity matrix, and quillo picks 12 representatives.

@@ -33,7 +33,9 @@ struct GreedyAlgorithmChoice {
   std::string Description() const;
 };
 
-// Runs the chosen algorithm through RunOneOfTheGreedyAlgorithms, from
+// Runs the chosen algorithm (defined beside RunOneOfTheGreedyAlgorithms, so
+// that the choice itself needs none of the algorithms) through
+// RunOneOfTheGreedyAlgorithms, from
 // `inclusion`, on `candidates`, with no size limit beyond the constraint's and
 // no conditioning; it stops at a negative gain. `seed` seeds the stochastic
 // greedy's samples and the multi-threaded scheme's random partition of the

@@ -8,14 +8,17 @@
 #include <Eigen/Core>
 #include <algorithm>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <type_traits>
 #include <utility>
@@ -27,82 +30,114 @@
 #include "io/SparseNumpyFileIOSupport.h"
 #include "matrixvector/MatrixTransformations.h"
 #include "matrixvector/OneHotExpansion.h"
+#include "utils/AtomicOutputFile.h"
 #include "utils/ProgressIndicator.h"
 #include "utils/error_messages.h"
 #include "utils/exceptions.h"
 
 namespace velmor {
 
+namespace {
+
+// The plot script's text, appended printf-style.
+struct ScriptText {
+  std::string text;
+
+  void operator()(const char* format, ...) __attribute__((format(printf, 2, 3))) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    std::va_list copy;
+    va_copy(copy, arguments);
+    const int length = std::vsnprintf(nullptr, 0, format, copy);
+    va_end(copy);
+    const std::size_t end = text.size();
+    text.resize(end + static_cast<std::size_t>(std::max(length, 0)) + 1);
+    std::vsnprintf(text.data() + end, text.size() - end, format, arguments);
+    va_end(arguments);
+    text.pop_back();
+  }
+};
+
+}  // namespace
+
 void WriteGainsPlotScript(const char* path, bool unnormalized_gains, bool log_scale_curvature,
                           const std::vector<int32_t>& elements_in_order,
                           const std::vector<float>& gains,
                           const std::vector<double>& conditional_curvature) {
   if (path == nullptr) return;
-  std::FILE* file = std::fopen(path, "w");
-  if (file == nullptr) {
+  std::optional<AtomicOutputFile> file;
+  try {
+    file.emplace(path);
+  } catch (const std::system_error&) {
     std::printf("Can't open file '%s' for writing to output\n", path);
     std::fflush(stdout);
     return;
   }
-  std::unique_ptr<std::FILE, int (*)(std::FILE*)> closer(file, &std::fclose);
+  ScriptText out;
 
   // Line style of every plot call.
   const char* style = "linestyle='--', linewidth=1, marker='.', markersize=2";
 
-  std::fprintf(file, "import matplotlib.pyplot as plt\nimport numpy as np\nimport sys\n");
-  std::fprintf(file, "gains = np.array([");
-  for (float gain : gains) std::fprintf(file, "%.16g,", static_cast<double>(gain));
-  std::fprintf(file, "])\n");
-  std::fprintf(file, "elements_in_order = np.array([");
-  for (int32_t element : elements_in_order) std::fprintf(file, "%d,", element);
-  std::fprintf(file, "])\n");
+  out("import matplotlib.pyplot as plt\nimport numpy as np\nimport sys\n");
+  out("gains = np.array([");
+  for (float gain : gains) out("%.16g,", static_cast<double>(gain));
+  out("])\n");
+  out("elements_in_order = np.array([");
+  for (int32_t element : elements_in_order) out("%d,", element);
+  out("])\n");
 
   const bool with_curvature = conditional_curvature.size() == elements_in_order.size();
   if (with_curvature) {
-    std::fprintf(file, "conditional_curvature = np.array([");
-    for (double value : conditional_curvature) std::fprintf(file, "%.16g,", value);
-    std::fprintf(file, "])\n");
-    std::fprintf(file, "fig, axes = plt.subplots(5, 1, sharex='col')\n");
+    out("conditional_curvature = np.array([");
+    for (double value : conditional_curvature) out("%.16g,", value);
+    out("])\n");
+    out("fig, axes = plt.subplots(5, 1, sharex='col')\n");
   } else {
-    std::fprintf(file, "fig, axes = plt.subplots(4, 1, sharex='col')\n");
+    out("fig, axes = plt.subplots(4, 1, sharex='col')\n");
   }
 
-  std::fprintf(file, "axes[0].set_title(sys.argv[0])\n");
+  out("axes[0].set_title(sys.argv[0])\n");
   if (unnormalized_gains) {
-    std::fprintf(file, "axes[0].semilogy(gains,%s, color='b')\n", style);
-    std::fprintf(file, "axes[0].set_ylabel('gains (log)',fontsize=6)\n");
-    std::fprintf(file, "dgains = -np.diff(gains,prepend=[np.nan])\n");
-    std::fprintf(file, "axes[1].semilogy(dgains,%s,color='m')\n", style);
-    std::fprintf(file, "axes[1].set_ylabel('diff gains (log)',fontsize=6)\n");
-    std::fprintf(file, "axes[2].plot(gains,%s,color='r')\n", style);
-    std::fprintf(file, "axes[2].set_ylabel('gains',fontsize=6)\n");
-    std::fprintf(file, "cgains = np.cumsum(gains)\n");
-    std::fprintf(file, "axes[3].plot(cgains,%s, color='g')\n", style);
-    std::fprintf(file, "axes[3].set_ylabel('cumulative gains',fontsize=6)\n");
+    out("axes[0].semilogy(gains,%s, color='b')\n", style);
+    out("axes[0].set_ylabel('gains (log)',fontsize=6)\n");
+    out("dgains = -np.diff(gains,prepend=[np.nan])\n");
+    out("axes[1].semilogy(dgains,%s,color='m')\n", style);
+    out("axes[1].set_ylabel('diff gains (log)',fontsize=6)\n");
+    out("axes[2].plot(gains,%s,color='r')\n", style);
+    out("axes[2].set_ylabel('gains',fontsize=6)\n");
+    out("cgains = np.cumsum(gains)\n");
+    out("axes[3].plot(cgains,%s, color='g')\n", style);
+    out("axes[3].set_ylabel('cumulative gains',fontsize=6)\n");
   } else {
-    std::fprintf(file, "axes[0].semilogy(gains/np.sum(gains),%s, color='b')\n", style);
-    std::fprintf(file, "axes[0].set_ylabel('normalized gains (log)',fontsize=6)\n");
-    std::fprintf(file, "dgains = -np.diff(gains)\n");
-    std::fprintf(file, "axes[1].semilogy(np.insert(dgains/np.sum(dgains),0,np.nan),%s,color='m')\n",
-                 style);
-    std::fprintf(file, "axes[1].set_ylabel('normalized diff gains (log)',fontsize=6)\n");
-    std::fprintf(file, "axes[2].plot(gains/np.sum(gains),%s,color='r')\n", style);
-    std::fprintf(file, "axes[2].set_ylabel('normalized gains',fontsize=6)\n");
-    std::fprintf(file, "cgains = np.cumsum(gains)\n");
-    std::fprintf(file, "axes[3].plot(cgains/np.max(cgains),%s, color='g')\n", style);
-    std::fprintf(file, "axes[3].set_ylabel('normalized cumulative gains',fontsize=6)\n");
+    out("axes[0].semilogy(gains/np.sum(gains),%s, color='b')\n", style);
+    out("axes[0].set_ylabel('normalized gains (log)',fontsize=6)\n");
+    out("dgains = -np.diff(gains)\n");
+    out("axes[1].semilogy(np.insert(dgains/np.sum(dgains),0,np.nan),%s,color='m')\n", style);
+    out("axes[1].set_ylabel('normalized diff gains (log)',fontsize=6)\n");
+    out("axes[2].plot(gains/np.sum(gains),%s,color='r')\n", style);
+    out("axes[2].set_ylabel('normalized gains',fontsize=6)\n");
+    out("cgains = np.cumsum(gains)\n");
+    out("axes[3].plot(cgains/np.max(cgains),%s, color='g')\n", style);
+    out("axes[3].set_ylabel('normalized cumulative gains',fontsize=6)\n");
   }
   if (with_curvature) {
     if (log_scale_curvature) {
-      std::fprintf(file, "axes[4].semilogy(conditional_curvature,%s,color='k')\n", style);
-      std::fprintf(file, "axes[4].set_ylabel('conditional curvature (log)',fontsize=6)\n");
+      out("axes[4].semilogy(conditional_curvature,%s,color='k')\n", style);
+      out("axes[4].set_ylabel('conditional curvature (log)',fontsize=6)\n");
     } else {
-      std::fprintf(file, "axes[4].plot(conditional_curvature,%s,color='k')\n", style);
-      std::fprintf(file, "axes[4].set_ylabel('conditional curvature',fontsize=6)\n");
+      out("axes[4].plot(conditional_curvature,%s,color='k')\n", style);
+      out("axes[4].set_ylabel('conditional curvature',fontsize=6)\n");
     }
   }
-  std::fprintf(file, "plt.xlabel('rank order')\n");
-  std::fprintf(file, "plt.show()\n");
+  out("plt.xlabel('rank order')\n");
+  out("plt.show()\n");
+  try {
+    file->Stream() << out.text;
+    file->Commit();
+  } catch (const std::system_error& error) {
+    std::printf("Can't write file '%s' for output: %s\n", path, error.what());
+    std::fflush(stdout);
+  }
 }
 
 namespace {
@@ -166,27 +201,24 @@ template void WriteSummaryVector(const char*, const std::vector<float>&);
 
 std::optional<std::string> OutputFileProblem(const char* path) {
   if (path == nullptr) return std::nullopt;
-  const bool existed = access(path, F_OK) == 0;
-  const int fd = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
-  if (fd < 0) return std::string(std::strerror(errno));
-  close(fd);
-  if (!existed) unlink(path);
-  return std::nullopt;
+  return AtomicOutputFile::Problem(path);
 }
 
 void WriteAsciiResultsFile(const char* path, const std::vector<int>& order,
                            const std::vector<float>& gains) {
-  std::ofstream out(path);
-  if (!out) {
-    throw exception::InputDataError(
-        fmt::format("Can't open file '{}' for writing to output.", path));
+  try {
+    WriteWholeFile(path, [&](std::ostream& out) {
+      for (std::size_t i = 0; i < order.size(); ++i) out << (i ? "," : "") << order[i];
+      out << '\n';
+      for (std::size_t i = 0; i < gains.size(); ++i) {
+        out << (i ? "," : "") << fmt::format("{:.10g}", gains[i]);
+      }
+      out << '\n';
+    });
+  } catch (...) {
+    VELMOR_THROW_NESTED(exception::InputDataError, "%s",
+                        fmt::format("Can't open file '{}' for writing to output.", path).c_str());
   }
-  for (std::size_t i = 0; i < order.size(); ++i) out << (i ? "," : "") << order[i];
-  out << '\n';
-  for (std::size_t i = 0; i < gains.size(); ++i) {
-    out << (i ? "," : "") << fmt::format("{:.10g}", gains[i]);
-  }
-  out << '\n';
 }
 
 namespace {
@@ -278,15 +310,6 @@ DenseMatrixInput<T> LoadDenseGroupMatrix(const char* group, const char* file_nam
     input.element_major = std::shared_ptr<T>(owner, owner->data());
   }
   return input;
-}
-
-Precision ParsePrecision(const char* text, const char* option) {
-  const std::string value = text != nullptr ? text : "file";
-  if (value == "file") return Precision::kFollowTheFile;
-  if (value == "single") return Precision::kSingle;
-  if (value == "double") return Precision::kDouble;
-  throw exception::CommandLineError(exception::MakeCommandMessage(
-      "Invalid precision '%s' for option -%s: use file, single or double.", value.c_str(), option));
 }
 
 namespace {

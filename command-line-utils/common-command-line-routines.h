@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "command-line-utils/RunOptions.h"
 #include "io/MappedNumpyMatrix.h"
 #include "io/MatrixIOCommon.h"
 #include "summarization/SummaryPlan.h"
@@ -26,8 +27,10 @@ namespace velmor {
 //   unnormalized_gains   plot the gains as they are instead of normalized.
 //   log_scale_curvature  logarithmic scale for the curvature panel.
 // Numbers are written with "%.16g" (inf and nan as the C library prints them).
-// A file that cannot be opened prints "Can't open file '<path>' for writing to
-// output" on standard output and is not an error.
+// The script appears whole or not at all (AtomicOutputFile). A file that
+// cannot be opened prints "Can't open file '<path>' for writing to output" on
+// standard output, one that cannot be written whole "Can't write file '<path>'
+// for output: <system error>"; neither is an error.
 void WriteGainsPlotScript(const char* path, bool unnormalized_gains, bool log_scale_curvature,
                           const std::vector<int32_t>& elements_in_order,
                           const std::vector<float>& gains,
@@ -51,13 +54,14 @@ template <typename T>
 void WriteSummaryVector(const char* path, const std::vector<T>& values);
 
 // Why `path` cannot be opened for writing (the system's error text), or
-// std::nullopt when it can or is null. The file is not changed; one that did
-// not exist is removed again.
+// std::nullopt when it can or is null (see AtomicOutputFile::Problem: a
+// regular file needs a temporary file in its folder). Nothing is changed.
 std::optional<std::string> OutputFileProblem(const char* path);
 
 // Writes the order and the gains as two comma-separated lines (gains with ten
-// significant digits). Throws exception::InputDataError "Can't open file '{}'
-// for writing to output." when the file cannot be opened.
+// significant digits), whole or not at all (AtomicOutputFile). Throws
+// exception::InputDataError "Can't open file '{}' for writing to output.",
+// with the system's error nested, when the file cannot be written.
 void WriteAsciiResultsFile(const char* path, const std::vector<int>& order,
                            const std::vector<float>& gains);
 
@@ -89,19 +93,6 @@ template <typename T>
 DenseMatrixInput<T> LoadDenseGroupMatrix(const char* group, const char* file_name, int rows,
                                          int cols, const char* transformation, bool one_hot_expand,
                                          bool may_share, spdlog::logger& ctrl, int threads = 0);
-
-// The element type the matrices of a run are held in.
-enum class Precision {
-  kFollowTheFile,  // double for .npy files of float64 values and .npz archives
-                   // of float64 data, single for anything else
-  kSingle,
-  kDouble,
-};
-
-// From the option's text: null or "file", "single", "double". Throws
-// exception::CommandLineError "Invalid precision '%s' for option -%s: use
-// file, single or double." for anything else.
-Precision ParsePrecision(const char* text, const char* option);
 
 // A dense or sparse group's matrix in the precision RunsInDouble chooses,
 // loaded by LoadAndTransformMatrix or LoadAndTransformSparseMatrix.

@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "command-line-utils/FacilityLocationGroupOptions.h"
 #include "command-line-utils/GreedyAlgorithmChoice.h"
+#include "command-line-utils/RunOptions.h"
 #include "command-line-utils/SetSpecification.h"
 #include "command-line-utils/common-command-line-routines.h"
 #include "command-line-utils/velmor_arguments.h"
@@ -54,14 +54,10 @@ struct PlanBuilder {
   }
 
   // Adds a facility-location group with its attraction, neglect and
-  // contraction sets, parsed over the group's ground set.
+  // contraction sets, parsed over the group's ground set (a neglect set
+  // without an attraction set was refused before loading).
   void AddGroup(Group group, const char* contraction, const char* attraction, const char* neglect,
                 const std::string& option_prefix) {
-    if (neglect != nullptr && attraction == nullptr) {
-      throw CommandLineError(exception::MakeCommandMessage(
-          "%s given a neglect set string for R but not given any attraction set string for G.",
-          group.tag.c_str()));
-    }
     const int64_t n = group.Items();
     if (attraction != nullptr) {
       group.attraction = Set(attraction, n, option_prefix + "-set-attraction");
@@ -124,7 +120,6 @@ void AddFacilityLocationGroupIn(const FacilityLocationGroupOptions& g, PlanBuild
 
 void AddFacilityLocationGroup(const FacilityLocationGroupOptions& g, PlanBuilder& builder) {
   if (g.file_name == nullptr) return;
-  g.Check();
   if (builder.InDouble(g.file_name)) {
     AddFacilityLocationGroupIn<double>(g, builder);
   } else {
@@ -137,10 +132,6 @@ void AddFacilityLocationGroup(const FacilityLocationGroupOptions& g, PlanBuilder
 void AddSparseFacilityLocationGroup(PlanBuilder& builder) {
   using namespace options;
   if (spflfilename == nullptr) return;
-  if (!(spflresponsibility >= 0)) {
-    throw CommandLineError(
-        "Sparse facility location function needs non-negative responsibility value.");
-  }
   Group group(SummaryPlan::Kind::kSparseFacilityLocation, "SPFL", spflresponsibility,
               !spflnonormalize, spflsoftness);
   group.sparse = LoadSparseGroupMatrix(builder.precision, "SPFL", spflfilename, spflrows, spflcols,
@@ -149,59 +140,27 @@ void AddSparseFacilityLocationGroup(PlanBuilder& builder) {
                    "spfl");
 }
 
-void AddDispersionGroup(const char* tag, const char* file_name, int rows, int cols,
-                        const char* transformation, double responsibility, bool no_normalize,
-                        bool sparse, PlanBuilder& builder) {
-  if (file_name == nullptr) return;
-  if (!(responsibility >= 0)) {
-    throw CommandLineError(sparse ? std::string(tag) + " needs non-negative responsibility value."
-                                  : "SumSumDispersion function needs non-negative responsibility "
-                                    "value.");
-  }
-  Group group(sparse ? SummaryPlan::Kind::kSparseDispersion : SummaryPlan::Kind::kDispersion, tag,
-              responsibility, !no_normalize);
-  if (sparse) {
-    group.sparse = LoadSparseGroupMatrix(builder.precision, tag, file_name, rows, cols,
-                                         transformation, builder.plan.threads);
+void AddDispersionGroup(const DispersionGroupOptions& d, PlanBuilder& builder) {
+  if (d.file_name == nullptr) return;
+  Group group(d.sparse ? SummaryPlan::Kind::kSparseDispersion : SummaryPlan::Kind::kDispersion,
+              d.tag, d.responsibility, !d.no_normalize);
+  if (d.sparse) {
+    group.sparse = LoadSparseGroupMatrix(builder.precision, d.tag, d.file_name, d.rows, d.cols,
+                                         d.transformation, builder.plan.threads);
   } else {
-    group.dense = LoadDenseGroupMatrix(builder.precision, tag, file_name, rows, cols,
-                                       transformation, builder.plan.threads);
+    group.dense = LoadDenseGroupMatrix(builder.precision, d.tag, d.file_name, d.rows, d.cols,
+                                       d.transformation, builder.plan.threads);
   }
   builder.plan.groups.push_back(std::move(group));
 }
 
 void AddFunctionGroups(PlanBuilder& builder) {
-  using namespace options;
-  AddFacilityLocationGroup(
-      FacilityLocationGroupOptions(
-          "FL", "fl", flfilename, flrows, flcols, flresponsibility, fltransformation, flsoftness,
-          flnonormalize, flcentralityresponsibility, flcentralityspec, flcentralitytransformation,
-          flcentralityccfspec, flohexpand, flasymiterations, fl_set_contraction, fl_set_attraction,
-          fl_set_neglect, flsavefinaltransformedmatrix, flsavefinalcentralityvector),
-      builder);
-  AddFacilityLocationGroup(
-      FacilityLocationGroupOptions(
-          "FL2", "fl2", fl2filename, fl2rows, fl2cols, fl2responsibility, fl2transformation,
-          fl2softness, fl2nonormalize, fl2centralityresponsibility, fl2centralityspec,
-          fl2centralitytransformation, fl2centralityccfspec, fl2ohexpand, fl2asymiterations,
-          fl2_set_contraction, fl2_set_attraction, fl2_set_neglect, fl2savefinaltransformedmatrix,
-          fl2savefinalcentralityvector),
-      builder);
+  AddFacilityLocationGroup(FacilityLocationOptions(), builder);
+  AddFacilityLocationGroup(SecondFacilityLocationOptions(), builder);
   AddSparseFacilityLocationGroup(builder);
-  AddDispersionGroup("SSD", ssdfilename, ssdrows, ssdcols, ssdtransformation, ssdresponsibility,
-                     ssdnonormalize, false, builder);
-  AddDispersionGroup("SSD2", ssd2filename, ssd2rows, ssd2cols, ssd2transformation,
-                     ssd2responsibility, ssd2nonormalize, false, builder);
-  AddDispersionGroup("SPSSD", spssdfilename, -1, -1, spssdtransformation, spssdresponsibility,
-                     spssdnonormalize, true, builder);
-  AddDispersionGroup("SPSSD2", spssd2filename, -1, -1, spssd2transformation, spssd2responsibility,
-                     spssd2nonormalize, true, builder);
-  const std::vector<Group>& groups = builder.plan.groups;
-  if (groups.empty()) {
-    throw CommandLineError("Need to specify at least one function on command line.");
-  }
+  for (const DispersionGroupOptions& d : DispersionGroups()) AddDispersionGroup(d, builder);
   double total = 0.0;
-  for (const Group& group : groups) total += group.responsibility;
+  for (const Group& group : builder.plan.groups) total += group.responsibility;
   if (!(total > 0)) {
     throw CommandLineError(exception::MakeCommandMessage(
         "Error: a non-positive sum of responsibilities (%g) is invalid.", total));
@@ -318,11 +277,6 @@ std::shared_ptr<spdlog::logger> ControlLogger() {
   }("ctrl");
 }
 
-LoggingOptions ProgramLoggingOptions() {
-  using namespace options;
-  return {loglevels, cloglevel, clogtimestamps, clogconcise, flogfilename, floglevel};
-}
-
 void SeedCRandomGenerator() {
   std::srand(options::rseed ? static_cast<unsigned>(std::time(nullptr))
                             : static_cast<unsigned>(options::seed));
@@ -333,10 +287,9 @@ int RunSummarization() {
   if (optm_logiterperiod >= 0) greedy_max::SetProgressLoggingPeriod(optm_logiterperiod);
   const auto ctrl_logger = ControlLogger();
   spdlog::logger& ctrl = *ctrl_logger;
-  const GreedyAlgorithmChoice choice =
-      ParseGreedyAlgorithmChoice(greedyalgorithm, "greedyalgorithm");
-  PlanBuilder builder{
-      .plan = {}, .engine = {}, .ctrl = ctrl, .precision = ParsePrecision(precision, "precision")};
+  const CheckedRunOptions checked = CheckOptionsBeforeLoading();
+  const GreedyAlgorithmChoice& choice = checked.algorithm;
+  PlanBuilder builder{.plan = {}, .engine = {}, .ctrl = ctrl, .precision = checked.precision};
   CheckOutputFiles(ctrl);
   SetLibraryThreads(numlibthreads, ctrl);
   if (numthreads < 0) {

@@ -2,10 +2,13 @@
 #define VELMOR_COMMAND_LINE_UTILS_DOVETEL_COMMON_H_
 
 // The summarization driver of quillo: from parsed options to a summary, its
-// reports and its output files. The option variables are read here and
-// nowhere else: they fill one SummaryPlan, which the library runs.
+// reports and its output files. The option variables are read here and in
+// RunOptions (the groups' options, the checks before loading): they fill one
+// SummaryPlan, which the library runs.
 
 #include <memory>
+
+#include "command-line-utils/RunOptions.h"
 
 namespace spdlog {
 class logger;
@@ -17,21 +20,12 @@ namespace velmor {
 // logger." when logging has not been set up.
 std::shared_ptr<spdlog::logger> ControlLogger();
 
-// The logging options, for logging::SetUpLogging.
-struct LoggingOptions {
-  const char* levels;
-  const char* console_level;
-  bool timestamps;
-  bool concise;
-  const char* file_name;
-  const char* file_level;
-};
-LoggingOptions ProgramLoggingOptions();
-
 // Seeds the C library's generator: from the time with -rseed, else with -seed.
 void SeedCRandomGenerator();
 
-// Runs everything after option parsing and logging set-up: library threads,
+// Runs everything after option parsing and logging set-up: the checks of
+// CheckOptionsBeforeLoading,
+// the output files' check, library threads,
 // the driver's random engine, the plan (every function group whose input is
 // given, loaded and transformed; the set modifications; the constraint; the
 // algorithm; the reports), the library's objective and run, and the output

@@ -1,5 +1,6 @@
 #include "io/CSVParsing.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <charconv>
@@ -8,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <optional>
 #include <stdexcept>
 
 #include "io/MatrixIOCommon.h"
@@ -18,6 +20,7 @@ namespace velmor::matrixio::internal {
 namespace {
 
 constexpr std::size_t kBlockSize = std::size_t{1} << 20;
+constexpr std::size_t kSmallest = 64;
 
 bool OnlySpaceFrom(const char* p, const char* end) {
   for (; p < end; ++p) {
@@ -58,7 +61,15 @@ CellStatus ConvertWithCLibrary(char* begin, char* end, T& value) {
 
 }  // namespace
 
-CSVLineReader::CSVLineReader(std::istream& stream) : stream_(stream), buffer_(kBlockSize + 1) {}
+CSVLineReader::CSVLineReader(std::istream& stream) : stream_(stream) {
+  // A stream shorter than a block gets a buffer of its own size (reading a
+  // small file costs no large allocation); a long or unknown one a block.
+  const std::optional<uint64_t> remaining = RemainingStreamBytes(stream);
+  const std::size_t size = remaining ? static_cast<std::size_t>(std::min<uint64_t>(
+                                           kBlockSize, std::max<uint64_t>(*remaining, kSmallest)))
+                                     : kBlockSize;
+  buffer_.resize(size + 1);
+}
 
 bool CSVLineReader::Refill() {
   if (at_end_) return false;

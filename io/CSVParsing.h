@@ -17,7 +17,8 @@ namespace velmor::matrixio::internal {
 
 // Reads a stream in large blocks and hands out one line at a time, as a
 // writable, NUL-terminated range inside its own buffer (valid until the next
-// call). Memory is bounded by the longest line plus the block size.
+// call). Memory is bounded by the longest line plus the block size, and by
+// the stream's size when the stream can tell it.
 class CSVLineReader {
  public:
   explicit CSVLineReader(std::istream& stream);

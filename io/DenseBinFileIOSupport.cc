@@ -8,8 +8,10 @@
 #include <new>
 #include <optional>
 #include <stdexcept>
+#include <system_error>
 
 #include "io/MatrixIOInternal.h"
+#include "utils/AtomicOutputFile.h"
 #include "utils/error_messages.h"
 
 namespace velmor::matrixio {
@@ -24,10 +26,11 @@ std::string ReadErrorText() {
   return errno != 0 ? internal::SystemErrorText() : std::string("unexpected end of file");
 }
 
-}  // namespace
-
+// Both forms of the reader, under the name their messages carry. A failed or
+// short read names the file when there is one.
 template <typename T>
-DenseMatrix<T> ReadMatrixFromBinaryFile(std::istream& stream, int rows, int cols) {
+DenseMatrix<T> ReadMatrixFromBinaryFile(std::istream& stream, int rows, int cols,
+                                        const std::string* file_name) {
   const int64_t elements = static_cast<int64_t>(rows) * cols;
   if (rows < 0 || cols < 0 || elements > std::numeric_limits<int32_t>::max()) {
     VELMOR_THROW(
@@ -36,32 +39,29 @@ DenseMatrix<T> ReadMatrixFromBinaryFile(std::istream& stream, int rows, int cols
         cols);
   }
   const std::size_t bytes = static_cast<std::size_t>(elements) * sizeof(T);
+  // A file too short for the shape is refused before anything is allocated.
   errno = 0;
-  if (const std::optional<uint64_t> remaining = internal::RemainingStreamBytes(stream);
-      remaining && *remaining < bytes) {
-    VELMOR_THROW(std::runtime_error, "Error reading matrix from binary file '%s'.",
-                 "unexpected end of file");
-  }
+  const std::optional<uint64_t> remaining = internal::RemainingStreamBytes(stream);
+  bool read = !remaining || *remaining >= bytes;
   DenseMatrix<T> matrix;
-  try {
-    matrix.resize(rows, cols);
-  } catch (const std::bad_alloc&) {
-    VELMOR_THROW(
-        std::runtime_error,
-        "Unable to allocate matrix of size (rows,cols)=(%d,%d) for reading from binary file.", rows,
-        cols);
+  if (read) {
+    try {
+      matrix.resize(rows, cols);
+    } catch (const std::bad_alloc&) {
+      VELMOR_THROW(
+          std::runtime_error,
+          "Unable to allocate matrix of size (rows,cols)=(%d,%d) for reading from binary file.",
+          rows, cols);
+    }
+    internal::PrepareFreshStorageForWriting(matrix.data(), bytes);
   }
-  internal::PrepareFreshStorageForWriting(matrix.data(), bytes);
   const bool nan_check = CheckForIEEENaNOnRead();
   char* destination = reinterpret_cast<char*>(matrix.data());
-  for (std::size_t done = 0; done < bytes;) {
+  for (std::size_t done = 0; read && done < bytes;) {
     const std::size_t piece = std::min(kReadPieceBytes, bytes - done);
     errno = 0;
-    if (!internal::ReadFully(stream, destination + done, piece)) {
-      const std::string error = ReadErrorText();
-      VELMOR_THROW(std::runtime_error, "Error reading matrix from binary file '%s'.",
-                   error.c_str());
-    }
+    read = internal::ReadFully(stream, destination + done, piece);
+    if (!read) break;
     const T* values = reinterpret_cast<const T*>(destination + done);
     const std::size_t count = piece / sizeof(T);
     if (internal::FindFirstIEEESpecial(values, count, nan_check, false) != count) {
@@ -69,7 +69,22 @@ DenseMatrix<T> ReadMatrixFromBinaryFile(std::istream& stream, int rows, int cols
     }
     done += piece;
   }
+  if (!read) {
+    const std::string error = ReadErrorText();
+    if (file_name != nullptr) {
+      VELMOR_THROW(std::runtime_error, "Error reading matrix from binary file '%s': %s.",
+                   file_name->c_str(), error.c_str());
+    }
+    VELMOR_THROW(std::runtime_error, "Error reading matrix from binary file '%s'.", error.c_str());
+  }
   return matrix;
+}
+
+}  // namespace
+
+template <typename T>
+DenseMatrix<T> ReadMatrixFromBinaryFile(std::istream& stream, int rows, int cols) {
+  return ReadMatrixFromBinaryFile<T>(stream, rows, cols, nullptr);
 }
 
 template <typename T>
@@ -81,13 +96,7 @@ DenseMatrix<T> ReadMatrixFromBinaryFile(const std::string& file_name, int rows, 
     VELMOR_THROW(std::runtime_error, "Error reading matrix from binary file '%s': %s.",
                  file_name.c_str(), error.c_str());
   }
-  try {
-    return ReadMatrixFromBinaryFile<T>(stream, rows, cols);
-  } catch (const std::exception& e) {
-    VELMOR_THROW_NESTED(std::runtime_error, "Error reading matrix from binary file '%s': %s.",
-                        file_name.c_str(), e.what());
-  }
-  return {};  // not reached
+  return ReadMatrixFromBinaryFile<T>(stream, rows, cols, &file_name);
 }
 
 template <typename T>
@@ -103,20 +112,12 @@ void WriteMatrixToBinaryFile(std::ostream& stream, const DenseMatrix<T>& matrix)
 
 template <typename T>
 void WriteMatrixToBinaryFile(const std::string& file_name, const DenseMatrix<T>& matrix) {
-  errno = 0;
-  std::ofstream stream(file_name,
-                       std::ios_base::out | std::ios_base::trunc | std::ios_base::binary);
-  if (!stream) {
-    const std::string error = internal::SystemErrorText();
+  try {
+    WriteWholeFile(file_name,
+                   [&](std::ostream& stream) { WriteMatrixToBinaryFile(stream, matrix); });
+  } catch (const std::system_error& error) {
     VELMOR_THROW(std::runtime_error, "Error writing to binary %s: %s.", file_name.c_str(),
-                 error.c_str());
-  }
-  WriteMatrixToBinaryFile(stream, matrix);
-  stream.close();
-  if (!stream) {
-    const std::string error = internal::SystemErrorText();
-    VELMOR_THROW(std::runtime_error, "Error writing to binary %s: %s.", file_name.c_str(),
-                 error.c_str());
+                 error.what());
   }
 }
 

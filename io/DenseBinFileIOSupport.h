@@ -30,7 +30,8 @@ DenseMatrix<T> ReadMatrixFromBinaryFile(std::istream& stream, int rows, int cols
 
 // Opens `file_name` in binary mode and reads as above; failures to open or
 // read throw "Error reading matrix from binary file '%s': %s." (file name,
-// error text) with the stream form's failure nested when there is one.
+// error text) instead of the stream form's read message. The other failures
+// are the stream form's.
 template <typename T>
 DenseMatrix<T> ReadMatrixFromBinaryFile(const std::string& file_name, int rows, int cols);
 

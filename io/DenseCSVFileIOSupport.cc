@@ -6,9 +6,11 @@
 #include <fstream>
 #include <limits>
 #include <stdexcept>
+#include <system_error>
 
 #include "io/CSVParsing.h"
 #include "io/MatrixIOInternal.h"
+#include "utils/AtomicOutputFile.h"
 #include "utils/error_messages.h"
 
 namespace velmor::matrixio {
@@ -222,21 +224,13 @@ void WriteMatrixToCSVFile(std::ostream& stream, const DenseMatrix<T>& matrix,
 template <typename T>
 void WriteMatrixToCSVFile(const std::string& file_name, const DenseMatrix<T>& matrix,
                           const std::vector<std::string>& field_names) {
-  std::ofstream stream(file_name,
-                       std::ios_base::out | std::ios_base::trunc | std::ios_base::binary);
-  if (!stream) {
-    const std::string error = internal::SystemErrorText();
-    VELMOR_THROW(std::runtime_error, "Error writing matrix to csv file %s: %s.", file_name.c_str(),
-                 error.c_str());
-  }
   try {
-    WriteMatrixToCSVFile(stream, matrix, field_names);
-    stream.close();
-    if (!stream) throw std::runtime_error(internal::SystemErrorText());
-  } catch (...) {
-    const std::string error = internal::SystemErrorText();
-    VELMOR_THROW_NESTED(std::runtime_error, "Error writing matrix to csv file %s: %s.",
-                        file_name.c_str(), error.c_str());
+    WriteWholeFile(file_name, [&](std::ostream& stream) {
+      WriteMatrixToCSVFile(stream, matrix, field_names);
+    });
+  } catch (const std::system_error& error) {
+    VELMOR_THROW(std::runtime_error, "Error writing matrix to csv file %s: %s.", file_name.c_str(),
+                 error.what());
   }
 }
 

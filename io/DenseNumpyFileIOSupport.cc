@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <exception>
 #include <fstream>
 #include <limits>
 #include <memory>
@@ -13,10 +14,12 @@
 #include <optional>
 #include <sstream>
 #include <stdexcept>
+#include <system_error>
 #include <vector>
 
 #include "io/MatrixIOInternal.h"
 #include "io/NumpyArrayReading.h"
+#include "utils/AtomicOutputFile.h"
 #include "utils/error_messages.h"
 
 namespace velmor::matrixio {
@@ -710,17 +713,32 @@ void WriteMatrixToNumpyFile(std::ostream& stream, const DenseMatrix<T>& matrix,
 template <typename T>
 void WriteMatrixToNumpyFile(const std::string& file_name, const DenseMatrix<T>& matrix,
                             bool fortran_order) {
-  errno = 0;
-  std::ofstream stream(file_name,
-                       std::ios_base::out | std::ios_base::trunc | std::ios_base::binary);
-  if (!stream) {
-    const std::string error = internal::SystemErrorText();
-    VELMOR_THROW(std::runtime_error, "Unable to write to numpy stream: %s.", error.c_str());
+  // Opening reports like a failed first write, closing like a failed data
+  // part; the stream writer reports its own failures.
+  std::optional<AtomicOutputFile> file;
+  try {
+    file.emplace(file_name);
+  } catch (const std::system_error& error) {
+    VELMOR_THROW(std::runtime_error, "Unable to write to numpy stream: %s.", error.what());
   }
-  WriteMatrixToNumpyFile(stream, matrix, fortran_order);
-  stream.close();
-  if (!stream) {
-    VELMOR_THROW(std::runtime_error, "Unable to write binary matrix part of numpy file write.");
+  errno = 0;
+  try {
+    WriteMatrixToNumpyFile(file->Stream(), matrix, fortran_order);
+  } catch (const std::runtime_error& failure) {
+    // The writer's report, with the system's reason (disk full, ...) under it.
+    const int error = errno;
+    if (error == 0) throw;
+    try {
+      throw std::system_error(error, std::generic_category());
+    } catch (...) {
+      std::throw_with_nested(failure);
+    }
+  }
+  try {
+    file->Commit();
+  } catch (const std::system_error&) {
+    VELMOR_THROW_NESTED(std::runtime_error,
+                        "Unable to write binary matrix part of numpy file write.");
   }
 }
 

@@ -7,10 +7,15 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdint>
+#include <cstring>
 #include <istream>
+#include <mutex>
 #include <stdexcept>
+#include <string>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -19,6 +24,7 @@
 #include "io/NumpyArrayReading.h"
 #include "utils/ParallelParts.h"
 #include "utils/error_messages.h"
+#include "utils/top_level_error_report.h"
 
 namespace velmor::matrixio {
 namespace {
@@ -46,12 +52,128 @@ class FileDescriptor {
   int fd_;
 };
 
+// ----- Files that shrink under a mapping ---------------------------------
+//
+// Reading a mapped page that lies beyond the end of its file (the file was
+// truncated after it was mapped) raises SIGBUS. For the address ranges of
+// the live mappings, the handler below writes the report of a failed load
+// and ends the process with status 1; faults elsewhere keep the disposition
+// that was in place before. Nothing is copied and reads cost nothing extra:
+// the price is one registration per mapping. The registry is a fixed table
+// of atomics, so the handler takes no lock and allocates nothing.
+
+struct GuardedRange {
+  std::atomic<bool> taken{false};
+  std::atomic<uintptr_t> begin{0};  // 0: not in force
+  std::atomic<uintptr_t> end{0};
+  std::atomic<const char*> report{nullptr};
+};
+
+constexpr int kGuardedRanges = 64;
+GuardedRange guarded_ranges[kGuardedRanges];
+struct sigaction previous_bus_action;
+static_assert(std::atomic<uintptr_t>::is_always_lock_free, "read by a signal handler");
+
+void WriteReport(const char* text) {
+  std::size_t length = std::strlen(text);
+  while (length > 0) {
+    const ssize_t written = ::write(STDERR_FILENO, text, length);
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return;
+    text += written;
+    length -= static_cast<std::size_t>(written);
+  }
+}
+
+void HandleBusError(int signal_number, siginfo_t* info, void* context) {
+  const uintptr_t address = reinterpret_cast<uintptr_t>(info->si_addr);
+  for (GuardedRange& range : guarded_ranges) {
+    const uintptr_t begin = range.begin.load(std::memory_order_acquire);
+    if (begin != 0 && address >= begin && address < range.end.load(std::memory_order_acquire)) {
+      WriteReport(range.report.load(std::memory_order_acquire));
+      ::_exit(1);
+    }
+  }
+  // Not a mapping of ours.
+  if ((previous_bus_action.sa_flags & SA_SIGINFO) != 0) {
+    if (previous_bus_action.sa_sigaction != nullptr) {
+      previous_bus_action.sa_sigaction(signal_number, info, context);
+      return;
+    }
+  } else if (previous_bus_action.sa_handler == SIG_IGN) {
+    return;
+  } else if (previous_bus_action.sa_handler != SIG_DFL) {
+    previous_bus_action.sa_handler(signal_number);
+    return;
+  }
+  // The default action, for a fault (raised again on return) and for a sent
+  // signal alike.
+  ::signal(SIGBUS, SIG_DFL);
+  ::raise(SIGBUS);
+}
+
+bool InstallBusErrorHandler() {
+  struct sigaction action;
+  std::memset(&action, 0, sizeof(action));
+  action.sa_sigaction = &HandleBusError;
+  action.sa_flags = SA_SIGINFO;
+  sigemptyset(&action.sa_mask);
+  return ::sigaction(SIGBUS, &action, &previous_bus_action) == 0;
+}
+
+// The report a failed load of `file_name` gives, as the handler writes it.
+std::string TruncatedFileReport(const std::string& file_name) {
+  std::exception_ptr failure;
+  try {
+    try {
+      VELMOR_THROW(std::runtime_error, "Error reading matrix from numpy stream: '%s'.",
+                   "the file was truncated while it was mapped");
+    } catch (...) {
+      VELMOR_THROW_NESTED(std::runtime_error, "Problems opening file '%s'.", file_name.c_str());
+    }
+  } catch (...) {
+    failure = std::current_exception();
+  }
+  return exception::TopLevelErrorReportText(failure) + "End of Backtrace.\n";
+}
+
+// Puts [begin, begin + length) under the handler; false when the table is
+// full or the handler cannot be installed.
+bool GuardRange(const void* begin, std::size_t length, const std::string& file_name) {
+  static const bool installed = InstallBusErrorHandler();
+  if (!installed) return false;
+  for (GuardedRange& range : guarded_ranges) {
+    bool expected = false;
+    if (!range.taken.compare_exchange_strong(expected, true)) continue;
+    const std::string report = TruncatedFileReport(file_name);
+    char* text = new char[report.size() + 1];
+    std::memcpy(text, report.c_str(), report.size() + 1);
+    range.report.store(text, std::memory_order_release);
+    range.end.store(reinterpret_cast<uintptr_t>(begin) + length, std::memory_order_release);
+    range.begin.store(reinterpret_cast<uintptr_t>(begin), std::memory_order_release);
+    return true;
+  }
+  return false;
+}
+
+void UnguardRange(const void* begin) {
+  for (GuardedRange& range : guarded_ranges) {
+    if (range.begin.load(std::memory_order_acquire) != reinterpret_cast<uintptr_t>(begin)) continue;
+    range.begin.store(0, std::memory_order_release);
+    delete[] range.report.exchange(nullptr, std::memory_order_acq_rel);
+    range.taken.store(false, std::memory_order_release);
+    return;
+  }
+}
+
 // Unmaps a mapping on every way out unless released.
 class MappingGuard {
  public:
   MappingGuard(void* base, std::size_t length) : base_(base), length_(length) {}
   ~MappingGuard() {
-    if (base_ != nullptr) munmap(base_, length_);
+    if (base_ == nullptr) return;
+    UnguardRange(base_);
+    munmap(base_, length_);
   }
   MappingGuard(const MappingGuard&) = delete;
   MappingGuard& operator=(const MappingGuard&) = delete;
@@ -125,6 +247,10 @@ std::optional<MappedNumpyMatrix<T>> MappedNumpyMatrix<T>::Map(const std::string&
   if (length > 0) {
     base = mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_PRIVATE, file.get(), 0);
     if (base == MAP_FAILED) return std::nullopt;
+    if (!GuardRange(base, length, file_name)) {
+      munmap(base, length);
+      return std::nullopt;
+    }
   }
   MappingGuard mapping(base, length);
 
@@ -200,7 +326,10 @@ MappedNumpyMatrix<T>::~MappedNumpyMatrix() {
 
 template <typename T>
 void MappedNumpyMatrix<T>::Release() noexcept {
-  if (base_ != nullptr) munmap(base_, length_);
+  if (base_ != nullptr) {
+    UnguardRange(base_);
+    munmap(base_, length_);
+  }
   base_ = nullptr;
   length_ = 0;
   data_ = nullptr;

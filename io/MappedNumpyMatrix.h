@@ -13,9 +13,14 @@
 // into the process's own memory (copy on write) and never reaches the file,
 // nor any other mapping of it.
 //
-// REQUIRES: nobody truncates or rewrites the file while it is mapped. Pages
-// not yet written show the file as it is now, and a page past the end of a
-// truncated file cannot be read at all (the process gets SIGBUS).
+// REQUIRES: nobody rewrites the file while it is mapped: pages not yet
+// written show the file as it is now. A file truncated while it is mapped
+// ends the process: reading a page past its new end raises SIGBUS, which a
+// handler (installed with the first mapping) turns into the report of a
+// failed load on standard error ("Problems opening file '%s'." with "Error
+// reading matrix from numpy stream: 'the file was truncated while it was
+// mapped'." nested) and exit status 1. SIGBUS raised elsewhere keeps the
+// disposition it had before.
 //
 // T is float or double.
 
@@ -46,7 +51,8 @@ class MappedNumpyMatrix {
   // Maps the .npy file `file_name`.
   // Returns std::nullopt, with nothing left mapped or open, when the file is
   // not a regular file, when its values cannot be used in place (see
-  // CanMapInPlace) or when the system refuses the mapping: the caller then
+  // CanMapInPlace), when the system refuses the mapping or when 64 mappings
+  // are already guarded against truncation: the caller then
   // reads it with ReadMatrixFromNumpyFile, which converts what can be
   // converted and reports what cannot.
   // Throws std::runtime_error with the messages of ReadMatrixFromNumpyFile:

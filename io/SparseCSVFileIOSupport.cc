@@ -1,23 +1,36 @@
 #include "io/SparseCSVFileIOSupport.h"
 
-#include <cctype>
 #include <cerrno>
 #include <charconv>
+#include <cmath>
 #include <fstream>
+#include <limits>
 #include <stdexcept>
+#include <system_error>
+#include <type_traits>
 
 #include "io/CSVParsing.h"
 #include "io/MatrixIOInternal.h"
+#include "utils/AtomicOutputFile.h"
 #include "utils/error_messages.h"
 
 namespace velmor::matrixio {
 namespace {
 
-bool IsBlank(const char* begin, const char* end) {
-  for (; begin < end; ++begin) {
-    if (!std::isspace(static_cast<unsigned char>(*begin))) return false;
+// The shortest text that reads back to `value`. A subnormal value is written
+// exactly in hexadecimal: its shortest decimal form converts only with a
+// range error, which the reader refuses.
+template <typename T>
+char* FormatStoredValue(char* first, char* last, T value) {
+  if constexpr (std::is_floating_point_v<T>) {
+    if (std::fpclassify(value) == FP_SUBNORMAL) {
+      if (std::signbit(value)) *first++ = '-';
+      *first++ = '0';
+      *first++ = 'x';
+      return std::to_chars(first, last, std::fabs(value), std::chars_format::hex).ptr;
+    }
   }
-  return true;
+  return std::to_chars(first, last, value).ptr;
 }
 
 }  // namespace
@@ -49,7 +62,7 @@ SparseMatrix<T> ReadSparseMatrixFromCSVFile(std::istream& stream,
     while (cursor <= line_end) {
       char* cell_end;
       char* cell = internal::NextCell(cursor, line_end, cell_end);
-      if (!IsBlank(cell, cell_end)) {
+      if (cell != cell_end) {
         T value;
         const internal::CellStatus status = internal::ConvertCSVCell(cell, cell_end, value);
         if (status != internal::CellStatus::kOk) {
@@ -120,7 +133,7 @@ void WriteSparseMatrixToCSVFile(std::ostream& stream, const SparseMatrix<T>& mat
         if (written_up_to > 0) line += ',';
       }
       if (written_up_to > 0) line += ',';
-      line.append(number, std::to_chars(number, number + sizeof(number), it.value()).ptr);
+      line.append(number, FormatStoredValue(number, number + sizeof(number), it.value()));
       ++written_up_to;
     }
     for (; written_up_to < by_rows.cols(); ++written_up_to) {
@@ -137,20 +150,12 @@ void WriteSparseMatrixToCSVFile(std::ostream& stream, const SparseMatrix<T>& mat
 
 template <typename T>
 void WriteSparseMatrixToCSVFile(const std::string& file_name, const SparseMatrix<T>& matrix) {
-  errno = 0;
-  std::ofstream stream(file_name,
-                       std::ios_base::out | std::ios_base::trunc | std::ios_base::binary);
-  if (!stream) {
-    const std::string error = internal::SystemErrorText();
+  try {
+    WriteWholeFile(file_name,
+                   [&](std::ostream& stream) { WriteSparseMatrixToCSVFile(stream, matrix); });
+  } catch (const std::system_error& error) {
     VELMOR_THROW(std::runtime_error, "Error writing matrix to csv file %s: %s.", file_name.c_str(),
-                 error.c_str());
-  }
-  WriteSparseMatrixToCSVFile(stream, matrix);
-  stream.close();
-  if (!stream) {
-    const std::string error = internal::SystemErrorText();
-    VELMOR_THROW(std::runtime_error, "Error writing matrix to csv file %s: %s.", file_name.c_str(),
-                 error.c_str());
+                 error.what());
   }
 }
 

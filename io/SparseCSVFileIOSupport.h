@@ -2,11 +2,12 @@
 #define VELMOR_IO_SPARSECSVFILEIOSUPPORT_H_
 
 // Sparse matrices as comma-separated text: the lines and cells of the dense
-// CSV format (see io/DenseCSVFileIOSupport.h), where a cell holding nothing
-// but white space is an absent entry. A non-empty cell at data line r and
-// cell position c is the entry (r, c), converted as a dense CSV cell (same
-// messages, NaN and Inf switches included). A line ending in a comma has one
-// more, empty, cell.
+// CSV format (see io/DenseCSVFileIOSupport.h), where an empty cell is an
+// absent entry. Any other cell at data line r and cell position c is the
+// entry (r, c), converted as a dense CSV cell (same messages, NaN and Inf
+// switches included), so a cell of white space only is refused, and so is
+// the carriage return left by a CRLF line end after a final comma. A line
+// ending in a comma has one more, empty, cell.
 
 #include <istream>
 #include <ostream>
@@ -34,8 +35,8 @@ SparseMatrix<T> ReadSparseMatrixFromCSVFile(const std::string& file_name, bool h
                                             std::vector<std::string>* field_names = nullptr);
 
 // Writes one line per matrix row with one cell per column: the stored value
-// (shortest text that reads back to the same value) or nothing for an absent
-// entry, so that ReadSparseMatrixFromCSVFile gives the same matrix back
+// (shortest text that reads back to the same value; hexadecimal for a
+// subnormal value) or nothing for an absent entry, so that ReadSparseMatrixFromCSVFile gives the same matrix back
 // (stored zeros included). A matrix with no columns cannot be represented
 // and reads back with one empty column. Throws "Error writing matrix to csv
 // file: %s." when the stream fails; the file form "Error writing matrix to csv

@@ -48,7 +48,7 @@ void ForEachInside(const T* values, Eigen::Index begin, Eigen::Index end, T lo, 
     unsigned hits = 0;
 #pragma GCC unroll 1
     for (Eigen::Index i = 0; i < kRun; ++i) {
-      hits |= ((values[start + i] >= lo) & (values[start + i] <= hi) ? 1u : 0u) << i;
+      hits |= (((values[start + i] >= lo) & (values[start + i] <= hi)) ? 1u : 0u) << i;
     }
     for (; hits != 0; hits &= hits - 1) take(start + std::countr_zero(hits));
   }

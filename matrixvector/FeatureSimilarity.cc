@@ -152,7 +152,9 @@ TileKernel<T>::TileKernel(Kind kind, const Matrix& features) : kind_(kind), n_(f
     columns_ = features.transpose();
   } else {
     columns_.resize(features.cols(), n_);
-    for (Index i = 0; i < n_; ++i) {
+    // Without features every row has norm 0 and nothing to scale; a row of
+    // a matrix without storage must not even be formed.
+    for (Index i = 0; i < n_ && features.cols() > 0; ++i) {
       const Eigen::RowVectorXd row = features.row(i).template cast<double>();
       const double norm = row.stableNorm();
       const double inverse = norm > 0 ? 1.0 / norm : 0.0;

@@ -11,6 +11,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "utils/AtomicOutputFile.h"
+
 namespace velmor {
 namespace {
 
@@ -31,6 +33,7 @@ void WriteToStandardError(const char* text) {
 
 [[noreturn]] void WriteAndExit(const char* message) {
   WriteToStandardError(message);
+  RemoveUnfinishedOutputFiles();
   std::exit(-1);
 }
 

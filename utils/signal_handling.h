@@ -9,7 +9,8 @@
 //
 // Worker set (meant to be installed during static initialization, so that
 // both processes inherit it):
-//   SIGILL, SIGFPE, SIGXCPU, SIGTERM   message, exit status 255
+//   SIGILL, SIGFPE, SIGXCPU, SIGTERM   message, unfinished output files
+//                                      removed, exit status 255
 //   SIGUSR1 / SIGUSR2                  SignalUserCounter +1 / -1, go on
 // Supervisor set (parent only, replaces the worker's SIGTERM handler):
 //   SIGTERM, SIGINT   message, the same signal to the own process group,

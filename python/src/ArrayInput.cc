@@ -60,8 +60,8 @@ template <typename T>
 SummaryPlan::DenseMatrices SharedRows(const py::array& array) {
   DenseMatrixInput<T> input;
   Py_INCREF(array.ptr());
-  input.element_major =
-      std::shared_ptr<T>(static_cast<T*>(const_cast<void*>(array.data())), ReleaseArray{array.ptr()});
+  input.element_major = std::shared_ptr<T>(static_cast<T*>(const_cast<void*>(array.data())),
+                                           ReleaseArray{array.ptr()});
   input.items = array.shape(0);
   input.values_per_item = array.shape(1);
   return input;
@@ -69,17 +69,19 @@ SummaryPlan::DenseMatrices SharedRows(const py::array& array) {
 
 // A C-contiguous copy of `array` in T, announced by a UserWarning.
 template <typename T>
-py::array ConvertedWithWarning(const py::array& array, const std::string& name) {
+py::array ConvertedWithWarning(const py::array& array, const std::string& name,
+                               const std::string& origin) {
   const char* target = sizeof(T) == 8 ? "float64" : "float32";
-  const std::string type = py::str(array.dtype()).cast<std::string>();
-  const double megabytes = static_cast<double>(array.shape(0)) * static_cast<double>(array.shape(1)) *
-                           sizeof(T) / (1024.0 * 1024.0);
+  const std::string type =
+      origin.empty() ? py::str(array.dtype()).cast<std::string>() : "a Python " + origin;
+  const double megabytes = static_cast<double>(array.shape(0)) *
+                           static_cast<double>(array.shape(1)) * sizeof(T) / (1024.0 * 1024.0);
   const std::string text = fmt::format(
       "velmor: {} ({}x{}, {}{}) is copied once into a C-contiguous {} array ({:.1f} MB more "
       "memory); pass np.ascontiguousarray({}, dtype=np.{}) to have it read in place.",
       name, array.shape(0), array.shape(1), type,
-      (array.flags() & py::array::c_style) != 0 ? "" : ", not C-contiguous", target, megabytes, name,
-      target);
+      (array.flags() & py::array::c_style) != 0 ? "" : ", not C-contiguous", target, megabytes,
+      name, target);
   if (PyErr_WarnEx(PyExc_UserWarning, text.c_str(), 2) != 0) throw py::error_already_set();
   auto converted = py::array_t<T, py::array::c_style | py::array::forcecast>::ensure(array);
   if (!converted) {
@@ -87,13 +89,16 @@ py::array ConvertedWithWarning(const py::array& array, const std::string& name) 
     VELMOR_THROW(std::invalid_argument, "%s of type %s cannot be converted to %s.", name.c_str(),
                  type.c_str(), target);
   }
-  return std::move(converted);
+  return converted;
 }
 
+// `origin`: the type name of a Python object that is not an array (and was
+// made into one), empty for an array.
 template <typename T>
-SummaryPlan::DenseMatrices DenseRowsIn(const py::array& array, const std::string& name) {
-  if (ReadableInPlace<T>(array)) return SharedRows<T>(array);
-  return SharedRows<T>(ConvertedWithWarning<T>(array, name));
+SummaryPlan::DenseMatrices DenseRowsIn(const py::array& array, const std::string& name,
+                                       const std::string& origin) {
+  if (origin.empty() && ReadableInPlace<T>(array)) return SharedRows<T>(array);
+  return SharedRows<T>(ConvertedWithWarning<T>(array, name, origin));
 }
 
 // The engine's column-major copy of a 2-d feature array.
@@ -116,8 +121,8 @@ std::pair<FeatureSimilarity<float>::Kind, FeatureSimilarity<double>::Kind> BothK
 
 template <typename T>
 SummaryPlan::DenseMatrices DenseSimilarityIn(const py::array& features,
-                                             typename FeatureSimilarity<T>::Kind kind,
-                                             double gamma, int threads) {
+                                             typename FeatureSimilarity<T>::Kind kind, double gamma,
+                                             int threads) {
   const FeatureSimilarity<T> similarity(kind, gamma, threads);
   auto matrix = FeatureMatrix<T>(features, "features");
   std::shared_ptr<typename FeatureSimilarity<T>::Matrix> held;
@@ -147,7 +152,7 @@ py::array_t<std::int64_t> Integers(const py::handle& values, const std::string& 
   py::object sequence = py::reinterpret_borrow<py::object>(values);
   if (!py::isinstance<py::array>(values)) {
     try {
-      sequence = py::list(values);
+      sequence = py::list(py::reinterpret_borrow<py::object>(values));
     } catch (py::error_already_set&) {
       VELMOR_THROW(std::invalid_argument, "%s must be an iterable of integers.", name.c_str());
     }
@@ -178,8 +183,8 @@ SummaryPlan::SparseMatrices SparseRowsIn(const py::handle& data, const std::vect
   return matrixio::SparseMatrix<T>(view);
 }
 
-void CheckCsr(const std::vector<int>& indices, const std::vector<int>& indptr, long rows,
-              long cols, const std::string& name) {
+void CheckCsr(const std::vector<int>& indices, const std::vector<int>& indptr, long rows, long cols,
+              const std::string& name) {
   if (rows < 1 || cols < 1 || rows > INT_MAX || cols > INT_MAX) {
     VELMOR_THROW(std::invalid_argument, "%s has shape (%ld, %ld); both must be in [1, %d].",
                  name.c_str(), rows, cols, INT_MAX);
@@ -207,8 +212,10 @@ void CheckCsr(const std::vector<int>& indices, const std::vector<int>& indptr, l
 
 SummaryPlan::DenseMatrices DenseRows(const py::handle& data, const std::string& name) {
   const py::array array = Checked2d(data, name);
-  if (IsDouble(array)) return DenseRowsIn<double>(array, name);
-  return DenseRowsIn<float>(array, name);
+  const std::string origin =
+      py::isinstance<py::array>(data) ? "" : py::str(data.get_type().attr("__name__"));
+  if (IsDouble(array)) return DenseRowsIn<double>(array, name, origin);
+  return DenseRowsIn<float>(array, name, origin);
 }
 
 SummaryPlan::SparseMatrices SparseRows(const py::handle& data, const py::handle& indices,

@@ -71,9 +71,7 @@ class CancellableFunction : public clone_inherit<CancellableFunction, Submodular
   long MatrixStoredEntries() const override { return function_->MatrixStoredEntries(); }
   std::string Description() const override { return function_->Description(); }
   int NumberOfComponents() const override { return function_->NumberOfComponents(); }
-  void LogDescription(spdlog::logger* logger) const override {
-    function_->LogDescription(logger);
-  }
+  void LogDescription(spdlog::logger* logger) const override { function_->LogDescription(logger); }
   void LogComponentNames(spdlog::logger* logger) const override {
     function_->LogComponentNames(logger);
   }

@@ -20,7 +20,9 @@ namespace {
 
 using Kind = SummaryPlan::Kind;
 
-bool HasDenseMatrix(Kind kind) { return kind == Kind::kFacilityLocation || kind == Kind::kDispersion; }
+bool HasDenseMatrix(Kind kind) {
+  return kind == Kind::kFacilityLocation || kind == Kind::kDispersion;
+}
 bool HasSparseMatrix(Kind kind) {
   return kind == Kind::kSparseFacilityLocation || kind == Kind::kSparseDispersion;
 }
@@ -59,7 +61,9 @@ spdlog::logger& SilentLogger() {
 
 }  // namespace
 
-ObjectiveSpec::ObjectiveSpec(SummaryPlan::FunctionGroup group) { groups_.push_back(std::move(group)); }
+ObjectiveSpec::ObjectiveSpec(SummaryPlan::FunctionGroup group) {
+  groups_.push_back(std::move(group));
+}
 
 ObjectiveSpec ObjectiveSpec::Mixture(const std::vector<const ObjectiveSpec*>& parts,
                                      const std::vector<double>& weights) {

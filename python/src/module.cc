@@ -12,6 +12,7 @@
 #include <memory>
 #include <mutex>
 #include <new>
+#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -25,6 +26,7 @@
 #include "constraints/PartitionMatroidSetConstraint.h"
 #include "utils/error_messages.h"
 #include "utils/exceptions.h"
+#include "utils/logging.h"
 
 namespace velmor::python {
 namespace py = pybind11;
@@ -40,7 +42,7 @@ PyObject* parameter_data_error = nullptr;
 std::string FullMessage(const std::exception& e) {
   std::ostringstream text;
   text << e.what() << '\n';
-  PrintNestedExceptions(text, e, 2, 2, '+');
+  exception::PrintNestedExceptions(text, e, 2, 2, '+');
   std::string message = text.str();
   while (!message.empty() && message.back() == '\n') message.pop_back();
   return message;
@@ -223,7 +225,11 @@ Result MaximizeFunction(const Function& f, const std::optional<Constraint>& cons
   const int n = f.spec.GroundSetSize();
   MaximizeOptions options;
   options.choice = Choice(algorithm, epsilon, threads);
-  options.seed = random_state;
+  // The algorithm's seed is the first draw of a Mersenne twister seeded with
+  // random_state, as quillo derives it from -seed: the same state gives the
+  // same summary in both.
+  std::mt19937 engine(static_cast<std::mt19937::result_type>(random_state));
+  options.seed = static_cast<int>(engine() >> 1);
   options.inclusion = SetArgument(inclusion, n, "inclusion");
   options.restriction = SetArgument(restriction, n, "restriction");
   if (constraint.has_value() == k.has_value()) {
@@ -294,6 +300,9 @@ PYBIND11_MODULE(_velmor, m) {
       m, "InputAndOrParameterDataError", input_data_error,
       "The data together with the parameters gave an invalid result (a non-finite value).");
   py::register_exception_translator(&TranslateExceptions);
+  // The algorithms log through the library's named loggers; the module reports
+  // through its results and exceptions, so nothing reaches the console.
+  logging::SetUpLogging("warn", "off", false, true, nullptr, nullptr);
 
   py::class_<Function>(m, "Function",
                        "A set function over the ground set {0, ..., n-1}. Made by "
@@ -367,10 +376,9 @@ PYBIND11_MODULE(_velmor, m) {
       "_sparse_facility_location",
       [](const py::object& data, const py::object& indices, const py::object& indptr, long rows,
          long cols, double softness, bool normalize, bool dispersion) {
-        return SparseFunction(dispersion ? FunctionKind::kSparseDispersion
-                                         : FunctionKind::kSparseFacilityLocation,
-                              SparseRows(data, indices, indptr, rows, cols, "matrix"), softness,
-                              normalize);
+        return SparseFunction(
+            dispersion ? FunctionKind::kSparseDispersion : FunctionKind::kSparseFacilityLocation,
+            SparseRows(data, indices, indptr, rows, cols, "matrix"), softness, normalize);
       },
       py::arg("data"), py::arg("indices"), py::arg("indptr"), py::arg("rows"), py::arg("cols"),
       py::arg("softness"), py::arg("normalize"), py::arg("dispersion"));
@@ -493,7 +501,8 @@ PYBIND11_MODULE(_velmor, m) {
         "\"stochastic\" (epsilon: sampling, in [0, 1)) or \"threshold\" (epsilon: rate, in "
         "(0, 1)); these three stop at the first negative gain. threads > 0 runs the algorithm "
         "on that many blocks of the candidates (multi-threaded greedy). random_state seeds the "
-        "random draws. inclusion: elements the solution starts with; restriction: the only "
+        "random draws (as quillo's -seed does). inclusion: elements the solution starts with; "
+        "restriction: the only "
         "candidates. progress: called with the number of elements chosen so far, every 50 ms.\n"
         "The GIL is released while it runs; Ctrl-C stops it with KeyboardInterrupt.");
 }

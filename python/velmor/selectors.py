@@ -38,6 +38,9 @@ class _Selection:
             raise ValueError(f"n_samples must be an integer, not {self.n_samples!r}")
         if self.n_samples < 0:
             raise ValueError(f"n_samples must be >= 0, not {self.n_samples}")
+        if isinstance(self.threads, bool) or not isinstance(self.threads, (int, np.integer)) \
+                or self.threads < 0:
+            raise ValueError(f"threads must be an integer >= 0, not {self.threads!r}")
 
     def _function(self, X):
         raise NotImplementedError

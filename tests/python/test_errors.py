@@ -60,10 +60,10 @@ def test_bad_arguments():
         velmor.PartitionMatroid(np.arange(30) % 3, [1, 1])
     with pytest.raises(ValueError):
         velmor.PartitionMatroid(np.arange(30) % 2, [1, -1])
-    with pytest.raises(ValueError, match="same ground set size"):
+    with pytest.raises(ValueError, match="ground set sizes must match"):
         velmor.maximize(f, velmor.PartitionMatroid(np.arange(20) % 2, [1, 1]))
     with pytest.raises(ValueError, match="matroids"):
-        velmor.IntersectionOfMatroids([velmor.Cardinality(30, 2)])
+        velmor.IntersectionOfMatroids([velmor.IntersectionOfMatroids([velmor.Cardinality(30, 2)])])
     # Mixtures and conditioning.
     with pytest.raises(ValueError, match="ground set size"):
         velmor.Mixture([f, velmor.FacilityLocation(S[:10, :10])])

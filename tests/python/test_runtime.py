@@ -96,9 +96,16 @@ def test_ctrl_c_ends_a_long_fit_and_other_threads_run():
     time.sleep(1.0)
     child.send_signal(signal.SIGINT)
     sent = time.monotonic()
-    out, err = child.communicate(timeout=60)
+    out = child.stdout.readline()
     stopped_after = time.monotonic() - sent
+    err = child.communicate(timeout=60)[1]
     assert out.split()[0] == "interrupted", out + err
     # Stopped within a fraction of a second; the counting thread ran meanwhile.
     assert stopped_after < 1.0
     assert int(out.split()[2]) > 10000
+
+
+def test_progress_line_without_tqdm(monkeypatch, capsys):
+    monkeypatch.setitem(sys.modules, "tqdm", None)
+    velmor.FacilityLocationSelection(5, verbose=True).fit(rbf_similarity(40, np.float32))
+    assert "velmor: 5 of 5 elements chosen" in capsys.readouterr().err

@@ -9,7 +9,8 @@ similarity .npy. Then, each in its own process: one plain read of the file
 (`cat FILE > /dev/null`, best of three, warm page cache), the interpreter's
 baseline (python + import numpy, velmor), and import + np.load(mmap_mode="r") +
 FacilityLocationSelection(k).fit. Printed: the fit's wall time, its ratio to
-the plain read, and its peak resident memory against matrix + baseline. On a
+the plain read, its CPU time (robust when others load the machine), and its
+peak resident memory against matrix + baseline. On a
 shared machine compare the ratios, which are measured within one run.
 """
 import argparse
@@ -30,14 +31,14 @@ BASELINE = "import numpy, velmor"
 
 
 def timed_child(command, env):
-    """Wall seconds and peak resident bytes of one child process."""
+    """Wall seconds, CPU seconds and peak resident bytes of one child process."""
     start = time.monotonic()
     child = subprocess.Popen(command, env=env)
     _, status, usage = os.wait4(child.pid, 0)
     seconds = time.monotonic() - start
     if status != 0:
         sys.exit(f"failed: {' '.join(command)}")
-    return seconds, usage.ru_maxrss * 1024
+    return seconds, usage.ru_utime + usage.ru_stime, usage.ru_maxrss * 1024
 
 
 def plain_read(path):
@@ -62,7 +63,8 @@ def main():
     env = dict(os.environ, PYTHONPATH=os.path.abspath(args.pythonpath))
     os.makedirs(args.data, exist_ok=True)
     print(f"load average {os.getloadavg()[0]:.1f}; k = {args.k}, {args.algorithm} greedy")
-    print(f"{'n':>6} {'read s':>7} {'fit s':>7} {'ratio':>6} {'matrix MB':>9} {'base MB':>8} "
+    print(f"{'n':>6} {'read s':>7} {'fit s':>7} {'ratio':>6} {'CPU s':>6} {'matrix MB':>9} "
+          f"{'base MB':>8} "
           f"{'peak MB':>8} {'peak/(matrix+base)':>18}")
     for n in args.sizes:
         path = os.path.join(args.data, f"rbf{n}.npy")
@@ -71,10 +73,10 @@ def main():
                             path, str(n)], check=True)
         matrix = n * n * 4
         read = plain_read(path)
-        _, base = timed_child([PYTHON, "-c", BASELINE], env)
-        fit, peak = timed_child(
+        _, _, base = timed_child([PYTHON, "-c", BASELINE], env)
+        fit, cpu, peak = timed_child(
             [PYTHON, "-c", FIT.format(path=path, k=args.k, algorithm=args.algorithm)], env)
-        print(f"{n:>6} {read:7.3f} {fit:7.3f} {fit / read:6.2f} {matrix / 2**20:9.1f} "
+        print(f"{n:>6} {read:7.3f} {fit:7.3f} {fit / read:6.2f} {cpu:6.2f} {matrix / 2**20:9.1f} "
               f"{base / 2**20:8.1f} {peak / 2**20:8.1f} {peak / (matrix + base):18.3f}")
 
 

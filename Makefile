@@ -3,7 +3,8 @@
 
 DEBIAN_PACKAGES := build-essential cmake libeigen3-dev libfmt-dev libspdlog-dev \
   nlohmann-json3-dev libgtest-dev libbenchmark-dev python3-numpy python3-scipy \
-  python3-matplotlib time clang-format clang-14 libclang-rt-14-dev libfuzzer-14-dev
+  python3-matplotlib time clang-format clang-14 libclang-rt-14-dev libfuzzer-14-dev \
+  pybind11-dev python3-pybind11 python3-pytest python3-tqdm
 JOBS ?= $(shell nproc)
 RELEASE_DIR := build/release
 SANITIZE_DIR := build/sanitize
@@ -11,7 +12,7 @@ FUZZ_DIR := build/fuzz
 FUZZ_CXX ?= $(shell command -v clang++-14 || command -v clang++)
 FUZZ_SECONDS ?= 60
 
-.PHONY: all deps build test test-release test-sanitize format-check line-ratio fuzz-build fuzz bench demo clean
+.PHONY: all deps build python test test-release test-sanitize format-check line-ratio fuzz-build fuzz bench demo clean
 
 all: build
 
@@ -31,7 +32,7 @@ deps:
 	fi
 
 $(RELEASE_DIR)/CMakeCache.txt: | deps
-	cmake -S . -B $(RELEASE_DIR) -DCMAKE_BUILD_TYPE=Release
+	cmake -S . -B $(RELEASE_DIR) -DCMAKE_BUILD_TYPE=Release -DPYTHON_EXECUTABLE=/usr/bin/python3
 
 $(SANITIZE_DIR)/CMakeCache.txt: | deps
 	cmake -S . -B $(SANITIZE_DIR) -DCMAKE_BUILD_TYPE=Sanitize -DCMAKE_CXX_FLAGS_SANITIZE="-O1" \
@@ -43,6 +44,11 @@ line-ratio:
 
 build: deps $(RELEASE_DIR)/CMakeCache.txt
 	cmake --build $(RELEASE_DIR) -j $(JOBS)
+
+# The Python module, in $(RELEASE_DIR)/python/velmor; prints the PYTHONPATH
+# line that makes `import velmor` work.
+python: deps $(RELEASE_DIR)/CMakeCache.txt
+	cmake --build $(RELEASE_DIR) -j $(JOBS) --target python
 
 test-release: build
 	cd $(RELEASE_DIR) && ctest --output-on-failure -j $(JOBS)

@@ -13,6 +13,7 @@
 #include "algorithms/PartialEnumeration.h"
 #include "algorithms/greedy_test_util.h"
 #include "constraints/CardinalitySetConstraint.h"
+#include "constraints/IntersectionOfMatroidsSetConstraint.h"
 #include "constraints/PartitionMatroidSetConstraint.h"
 #include "functions/ContractionWrapperSetFunction.h"
 #include "functions/FacilityLocationFunction.h"

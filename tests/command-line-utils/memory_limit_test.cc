@@ -10,14 +10,14 @@
 #include <string>
 
 #include "io/DenseNumpyFileIOSupport.h"
-#include "tests/command-line-utils/child_process.h"
+#include "support/child_process.h"
+#include "support/temp_files.h"
 #include "tests/io/io_test_support.h"
 
 namespace velmor {
 namespace {
 
-using testing_support::MakeTemporaryDirectory;
-using testing_support::ReadWholeFile;
+using testing::ReadFile;
 
 #if defined(__SANITIZE_ADDRESS__)
 constexpr bool kAddressSanitizer = true;
@@ -29,7 +29,7 @@ class MemoryLimit : public ::testing::Test {
  protected:
   void SetUp() override {
     if (kAddressSanitizer) GTEST_SKIP() << "the address sanitizer needs more address space";
-    dir_ = MakeTemporaryDirectory();
+    dir_ = temp_.path();
   }
   void TearDown() override {
     if (!dir_.empty()) std::filesystem::remove_all(dir_);
@@ -45,18 +45,19 @@ class MemoryLimit : public ::testing::Test {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
 
+  testing::TempDir temp_;
   std::string dir_;
 };
 
 TEST_F(MemoryLimit, AMatrixThatCannotBeAllocatedIsReportedWithStatus1) {
   // A valid 16384 x 16384 float64 file, stored sparsely: 1 GiB in single
   // precision, more than the 384 MiB the run is given.
-  const std::string header = matrixio::testing::NpyBytes(
-      "{'descr': '<f8', 'fortran_order': False, 'shape': (16384, 16384), }", "");
-  matrixio::testing::WriteFileBytes(Path("big.npy"), header);
+  const std::string header =
+      matrixio::NpyBytes("{'descr': '<f8', 'fortran_order': False, 'shape': (16384, 16384), }", "");
+  testing::WriteFile(Path("big.npy"), header);
   std::filesystem::resize_file(Path("big.npy"), header.size() + (std::size_t{2} << 30));
   EXPECT_EQ(RunLimited(384 << 10, "-flfilename big.npy -sumsize 5 -outfilesummary order.csv"), 1);
-  const std::string log = ReadWholeFile(Path("log.txt"));
+  const std::string log = ReadFile(Path("log.txt"));
   EXPECT_NE(log.find("ERROR DETECTED: "), std::string::npos) << log;
   EXPECT_NE(log.find("Unable to allocate matrix of size (rows,cols)=(16384,16384) for reading "
                      "from numpy file."),
@@ -81,9 +82,9 @@ TEST_F(MemoryLimit, EveryLimitGivesCompleteOutputsOrAReportedError) {
     const int status = RunLimited(mib << 10,
                                   "-flfilename features.npy -fltransformation 'RBF()' -sumsize 20 "
                                   "-outfilesummary order.csv");
-    const std::string log = ReadWholeFile(Path("log.txt"));
+    const std::string log = ReadFile(Path("log.txt"));
     if (status == 0 && std::filesystem::exists(Path("order.csv"))) {
-      const std::string order = ReadWholeFile(Path("order.csv"));
+      const std::string order = ReadFile(Path("order.csv"));
       EXPECT_EQ(std::count(order.begin(), order.end(), '\n'), 20) << order;
       ++completed;
     } else {

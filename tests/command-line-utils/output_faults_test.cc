@@ -21,14 +21,14 @@
 #include <vector>
 
 #include "io/DenseNumpyFileIOSupport.h"
-#include "tests/command-line-utils/child_process.h"
+#include "support/child_process.h"
+#include "support/temp_files.h"
 
 namespace velmor {
 namespace {
 
 namespace fs = std::filesystem;
-using testing_support::MakeTemporaryDirectory;
-using testing_support::ReadWholeFile;
+using testing::ReadFile;
 
 // Every output a run writes, large ones included.
 const std::vector<std::string> kOutputs = {"saved.csv", "order.csv", "gains.npy", "both.txt",
@@ -38,7 +38,7 @@ class OutputFaults : public ::testing::Test {
  protected:
   void SetUp() override {
     ::prctl(PR_SET_CHILD_SUBREAPER, 1);
-    dir_ = MakeTemporaryDirectory();
+    dir_ = temp_.path();
     // A similarity matrix of 700 elements; saved as CSV it is about 6 MB.
     matrixio::DenseMatrix<float> similarity(700, 700);
     std::mt19937 engine(3);
@@ -81,7 +81,7 @@ class OutputFaults : public ::testing::Test {
   }
 
   int Run(const std::string& options) const { return Finish(Start(options)); }
-  std::string Log() const { return ReadWholeFile(Path("log.txt")); }
+  std::string Log() const { return ReadFile(Path("log.txt")); }
 
   // Entries of the folder that start with a dot: unfinished temporary files.
   int HiddenEntries(const std::string& folder) const {
@@ -92,6 +92,7 @@ class OutputFaults : public ::testing::Test {
     return count;
   }
 
+  testing::TempDir temp_;
   std::string dir_;
 };
 
@@ -106,7 +107,7 @@ TEST_F(OutputFaults, KilledRunsLeaveEveryOutputOldOrComplete) {
   ASSERT_EQ(Run(kLargeRun), 0) << Log();
   const auto duration = std::chrono::steady_clock::now() - begin;
   std::map<std::string, std::string> complete;
-  for (const std::string& name : kOutputs) complete[name] = ReadWholeFile(Path(name));
+  for (const std::string& name : kOutputs) complete[name] = ReadFile(Path(name));
   ASSERT_GT(complete["saved.csv"].size(), std::size_t{1} << 20);
 
   std::mt19937 engine(11);
@@ -124,7 +125,7 @@ TEST_F(OutputFaults, KilledRunsLeaveEveryOutputOldOrComplete) {
       ::kill(signal_number == SIGTERM ? pid : -pid, signal_number);
       Finish(pid);
       for (const std::string& name : kOutputs) {
-        const std::string text = ReadWholeFile(Path(name));
+        const std::string text = ReadFile(Path(name));
         EXPECT_TRUE(text == "old\n" || text == complete[name])
             << name << " is neither old nor complete (" << text.size() << " bytes)";
       }
@@ -157,7 +158,7 @@ TEST_F(OutputFaults, AFullDeviceEndsTheRunWithStatus1) {
   EXPECT_NE(Log().find("Can't write file 'full.csv' for output: No space left on device"),
             std::string::npos)
       << Log();
-  const std::string order = ReadWholeFile(Path("order.csv"));
+  const std::string order = ReadFile(Path("order.csv"));
   EXPECT_EQ(std::count(order.begin(), order.end(), '\n'), 3) << order;
 }
 
@@ -170,7 +171,7 @@ TEST_F(OutputFaults, AFullFilesystemKeepsTheOldFile) {
   std::ofstream(small + "/saved.csv") << "old\n";
   const int status =
       Run("-flfilename sim.npy -sumsize 3 -flsavefinaltransformedmatrix small/saved.csv");
-  const std::string left = ReadWholeFile(small + "/saved.csv");
+  const std::string left = ReadFile(small + "/saved.csv");
   const int hidden = HiddenEntries(small);
   ::umount(small.c_str());
   EXPECT_EQ(status, 1) << Log();

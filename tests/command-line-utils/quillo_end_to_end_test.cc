@@ -263,10 +263,10 @@ TEST_F(QuilloRun, GreedyAlgorithmChoices) {
 }
 
 TEST_F(QuilloRun, Signals) {
-  // A run long enough to be interrupted: the standard greedy over 2500 elements.
+  // A run long enough to be interrupted: the plain scan over 2500 elements.
   Python("np.save('big.npy', np.random.default_rng(5).random((2500, 2500)).astype(np.float32))");
-  const std::string command =
-      std::string("exec '") + VELMOR_TEST_QUILLO + "' -flfilename big.npy -sumsize 2500";
+  const std::string command = std::string("exec '") + VELMOR_TEST_QUILLO +
+                              "' -flfilename big.npy -sumsize 2500 -greedyalgorithm plain";
   const auto child_of = [](pid_t parent) -> pid_t {
     for (int attempt = 0; attempt < 200; ++attempt) {
       std::ifstream children("/proc/" + std::to_string(parent) + "/task/" + std::to_string(parent) +
@@ -539,7 +539,8 @@ TEST_F(QuilloRun, SeedsSizesNumbersAndCentralityOptionsAsTheOptionsSay) {
   // ... and the random set specifications (a restriction of 8 makes the
   // order) and the stochastic greedy's samples.
   const auto order_of = [this](const std::string& options) {
-    const Outcome run = Quillo("-flfilename sim.npy -sumsize 10 -outfilesummary o.npy " + options);
+    const ChildOutcome run =
+        Quillo("-flfilename sim.npy -sumsize 10 -outfilesummary o.npy " + options);
     EXPECT_EQ(run.status, 0) << run;
     return Python("print(np.load('o.npy').ravel().tolist())");
   };
@@ -646,12 +647,13 @@ TEST_F(QuilloRun, ThreadCountChangesNoResult) {
     SCOPED_TRACE(arguments);
     std::string first_order, first_gains;
     for (const char* threads : {"1", "3", "0"}) {
-      const Outcome run = Quillo(arguments + " -numthreads " + threads +
-                                 " -outfilesummary order.npy -outfilegains gains.npy");
+      const ChildOutcome run = Quillo(arguments + " -numthreads " + threads +
+                                      " -outfilesummary order.npy -outfilegains gains.npy");
       ASSERT_EQ(run.status, 0) << run;
       // Standard error is not a terminal here: no progress line.
       EXPECT_EQ(run.err.find('\r'), std::string::npos) << run;
-      const std::string order = ReadFile(dir_ / "order.npy"), gains = ReadFile(dir_ / "gains.npy");
+      const std::string order = velmor::testing::ReadFile(Path("order.npy")),
+                        gains = velmor::testing::ReadFile(Path("gains.npy"));
       if (first_order.empty()) {
         first_order = order;
         first_gains = gains;
@@ -664,19 +666,20 @@ TEST_F(QuilloRun, ThreadCountChangesNoResult) {
   // loaded rows do (saving the matrix keeps the rows).
   std::string outputs[2];
   for (const std::string extra : {"", " -flsavefinaltransformedmatrix saved.npy"}) {
-    const Outcome run =
+    const ChildOutcome run =
         Quillo("-flfilename features.npy -fltransformation 'COSINE() | SHIFT(1)' -sumsize 12" +
                extra + " -outfilesummary order.npy -outfilegains gains.npy");
     ASSERT_EQ(run.status, 0) << run;
-    outputs[extra.empty() ? 0 : 1] = ReadFile(dir_ / "order.npy") + ReadFile(dir_ / "gains.npy");
+    outputs[extra.empty() ? 0 : 1] =
+        velmor::testing::ReadFile(Path("order.npy")) + velmor::testing::ReadFile(Path("gains.npy"));
   }
   EXPECT_EQ(outputs[0], outputs[1]);
 
-  const Outcome run = Quillo("-flfilename sim.npy -sumsize 3 -numthreads -2");
+  const ChildOutcome run = Quillo("-flfilename sim.npy -sumsize 3 -numthreads -2");
   EXPECT_EQ(run.status, 1) << run;
-  EXPECT_TRUE(
-      run.Has("Invalid thread count -2 for option -numthreads: use 0 (the machine's cores) "
-              "or more."))
+  EXPECT_TRUE(Has(run,
+                  "Invalid thread count -2 for option -numthreads: use 0 (the machine's cores) "
+                  "or more."))
       << run;
 }
 

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -22,17 +23,30 @@
 #include "io/DenseNumpyFileIOSupport.h"
 #include "io/MappedNumpyMatrix.h"
 #include "io/SparseCSVFileIOSupport.h"
-#include "tests/command-line-utils/child_process.h"
+#include "support/child_process.h"
+#include "support/located_messages.h"
+#include "support/temp_files.h"
 #include "tests/io/io_test_support.h"
 
 namespace velmor::matrixio {
 namespace {
 
-using testing::ChainText;
-using testing::ExpectFailure;
-using testing::NpyBytes;
+using testing::ErrorChain;
 using testing::TempDir;
-using testing::WriteFileBytes;
+
+// Runs `call`, expecting an exception whose chain of messages contains
+// `fragment`; returns the chain.
+std::string ExpectFailure(const std::function<void()>& call, const std::string& fragment) {
+  try {
+    call();
+  } catch (const std::exception& e) {
+    const std::string chain = ErrorChain(e);
+    EXPECT_NE(chain.find(fragment), std::string::npos) << chain;
+    return chain;
+  }
+  ADD_FAILURE() << "no exception; wanted: " << fragment;
+  return "";
+}
 
 // The message after its "[[@File:line:function]] " prefix, and the function.
 std::string Text(const std::exception& e) {
@@ -63,7 +77,7 @@ TEST(BinaryReaderMessages, NameTheFileAndTheSystemErrorWithNothingNested) {
   TempDir dir;
   const std::string five_floats(20, '\0');
   const std::string short_file = dir.File("short.bin");
-  WriteFileBytes(short_file, five_floats);
+  testing::WriteFile(short_file, five_floats);
   const std::string folder = dir.File("folder.bin");
   std::filesystem::create_directory(folder);
 
@@ -139,7 +153,7 @@ constexpr bool kAddressSanitizer = false;
 // A file whose first bytes are `head`, stretched to `size` bytes without
 // writing them (a sparse file of zeros).
 void WriteStretchedFile(const std::string& name, const std::string& head, std::size_t size) {
-  WriteFileBytes(name, head);
+  testing::WriteFile(name, head);
   std::filesystem::resize_file(name, size);
 }
 
@@ -151,13 +165,13 @@ TEST(MemoryLimits, ShortFilesAreRefusedBeforeAllocatingAndTooLargeMatricesFailCl
   const std::string header =
       NpyBytes("{'descr': '<f8', 'fortran_order': False, 'shape': (16384, 8192), }", "");
   const std::size_t gib = std::size_t{1} << 30;
-  WriteFileBytes(dir.File("short.npy"), header + std::string(16, '\0'));
+  testing::WriteFile(dir.File("short.npy"), header + std::string(16, '\0'));
   WriteStretchedFile(dir.File("full.npy"), header, header.size() + gib);
-  WriteFileBytes(dir.File("short.bin"), std::string(16, '\0'));
+  testing::WriteFile(dir.File("short.bin"), std::string(16, '\0'));
   WriteStretchedFile(dir.File("full.bin"), "", gib);
 
   const std::vector<std::string> files = {"short.npy", "full.npy", "short.bin", "full.bin"};
-  const testing_support::ChildOutcome outcome = testing_support::RunInChild([&] {
+  const testing::ChildOutcome outcome = testing::RunInChild([&] {
     long pages = 0;
     std::ifstream("/proc/self/statm") >> pages;
     const rlim_t limit = static_cast<rlim_t>(pages) * sysconf(_SC_PAGESIZE) + (rlim_t{256} << 20);
@@ -169,7 +183,7 @@ TEST(MemoryLimits, ShortFilesAreRefusedBeforeAllocatingAndTooLargeMatricesFailCl
                                                          16384, 8192);
         std::printf("read\n==\n");
       } catch (const std::exception& e) {
-        std::printf("%s\n==\n", ChainText(e).c_str());
+        std::printf("%s\n==\n", ErrorChain(e).c_str());
       }
     }
     return 0;

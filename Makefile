@@ -3,7 +3,8 @@
 
 DEBIAN_PACKAGES := build-essential cmake libeigen3-dev libfmt-dev libspdlog-dev \
   nlohmann-json3-dev libgtest-dev libbenchmark-dev python3-numpy python3-scipy \
-  python3-matplotlib time clang-format
+  python3-matplotlib time clang-format \
+  libopenmpi-dev openmpi-bin
 JOBS ?= $(shell nproc)
 RELEASE_DIR := build/release
 SANITIZE_DIR := build/sanitize

@@ -161,6 +161,17 @@ class QuietUnlessRoot {
   int saved_err_ = -1;
 };
 
+// Only rank 0 writes files: the other ranks neither check nor write the
+// output files and the saved matrices and centrality vectors.
+void ForgetFilesToWrite() {
+  using namespace options;
+  for (const char** name : {&outfilesummary, &outfilegains, &outasciiresultsfilename,
+                            &flsavefinaltransformedmatrix, &flsavefinalcentralityvector,
+                            &fl2savefinaltransformedmatrix, &fl2savefinalcentralityvector}) {
+    *name = nullptr;
+  }
+}
+
 // Parses the options and sets up logging: rank 0 as quillo does, the others
 // with the console and the log file left out. Returns false for -help (rank
 // 0 has printed the usage).
@@ -183,6 +194,7 @@ bool SetUpFromCommandLine(const MpiWorld& world, int argc, char** argv) {
     throw CommandLineError(exception::MakeCommandMessage("Poorly formed command line arguments.%s",
                                                          " Use -help for help."));
   }
+  if (!world.IsRoot()) ForgetFilesToWrite();
   SeedCRandomGenerator();
   std::setbuf(stdout, nullptr);
   try {

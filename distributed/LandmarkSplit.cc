@@ -5,6 +5,7 @@
 
 #include <Eigen/SparseCore>
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <memory>
 #include <stdexcept>
@@ -38,6 +39,21 @@ void CheckGroup(const Group& g) {
   }
 }
 
+// Throws for a value the checks refuse.
+template <typename T>
+void CheckValue(T x, LandmarkSplit::ValueChecks checks, std::int64_t row, std::int64_t col,
+                const std::string& tag) {
+  if (std::isfinite(x)) return;
+  const bool nan = std::isnan(x);
+  if (!(nan ? checks.nan : checks.inf)) return;
+  try {
+    VELMOR_THROW(std::runtime_error, "Encountered IEEE %s at row,col %lld,%lld.",
+                 nan ? "NaN" : "Inf", static_cast<long long>(row), static_cast<long long>(col));
+  } catch (...) {
+    VELMOR_THROW_NESTED(exception::InputDataError, "Problems loading %s matrix.", tag.c_str());
+  }
+}
+
 // Releases the pages of [begin, end) of a private read-only file mapping that
 // lie wholly inside it: they are read again from the file if touched again.
 void ReleasePages(const void* begin, const void* end) {
@@ -51,15 +67,18 @@ void ReleasePages(const void* begin, const void* end) {
 // largest value per landmark (clamped at 0) into maxima[begin, end).
 template <typename T>
 void CopyDenseBlock(DenseMatrixInput<T>& input, LandmarkSplit::Block block, T* out,
-                    std::vector<double>& landmark_maxima) {
+                    std::vector<double>& landmark_maxima, LandmarkSplit::ValueChecks checks,
+                    const std::string& tag) {
   const std::int64_t n = input.Items();
   const std::int64_t k = input.ValuesPerItem();
   const std::int64_t width = block.end - block.begin;
   std::vector<T> maxima(static_cast<std::size_t>(width), T(0));
+  const bool checking = checks.nan || checks.inf;
   auto take_row = [&](std::int64_t v, auto&& value_at) {
     T* row = out + v * width;
     for (std::int64_t j = 0; j < width; ++j) {
       const T x = value_at(block.begin + j);
+      if (checking) CheckValue(x, checks, v, block.begin + j, tag);
       row[j] = x;
       maxima[static_cast<std::size_t>(j)] =
           x > maxima[static_cast<std::size_t>(j)] ? x : maxima[static_cast<std::size_t>(j)];
@@ -90,12 +109,13 @@ void CopyDenseBlock(DenseMatrixInput<T>& input, LandmarkSplit::Block block, T* o
 }
 
 template <typename T>
-std::vector<double> TakeDenseBlock(DenseMatrixInput<T>& input, LandmarkSplit::Block block) {
+std::vector<double> TakeDenseBlock(DenseMatrixInput<T>& input, LandmarkSplit::Block block,
+                                   LandmarkSplit::ValueChecks checks, const std::string& tag) {
   const std::int64_t n = input.Items();
   const std::int64_t width = block.end - block.begin;
   std::shared_ptr<T> values(new T[static_cast<std::size_t>(n * width)], std::default_delete<T[]>());
   std::vector<double> landmark_maxima(static_cast<std::size_t>(input.ValuesPerItem()), 0.0);
-  CopyDenseBlock(input, block, values.get(), landmark_maxima);
+  CopyDenseBlock(input, block, values.get(), landmark_maxima, checks, tag);
   input.rows.resize(0, 0);
   input.element_major = std::move(values);
   input.items = n;
@@ -104,7 +124,8 @@ std::vector<double> TakeDenseBlock(DenseMatrixInput<T>& input, LandmarkSplit::Bl
 }
 
 template <typename T>
-std::vector<double> TakeSparseBlock(matrixio::SparseMatrix<T>& matrix, LandmarkSplit::Block block) {
+std::vector<double> TakeSparseBlock(matrixio::SparseMatrix<T>& matrix, LandmarkSplit::Block block,
+                                    LandmarkSplit::ValueChecks checks, const std::string& tag) {
   std::vector<double> landmark_maxima(static_cast<std::size_t>(matrix.cols()), 0.0);
   matrixio::SparseMatrix<T> columns = matrix.middleCols(block.begin, block.end - block.begin);
   matrix = std::move(columns);
@@ -112,6 +133,7 @@ std::vector<double> TakeSparseBlock(matrixio::SparseMatrix<T>& matrix, LandmarkS
   for (int i = 0; i < matrix.outerSize(); ++i) {
     T largest = T(0);
     for (typename matrixio::SparseMatrix<T>::InnerIterator it(matrix, i); it; ++it) {
+      CheckValue(it.value(), checks, it.row(), block.begin + i, tag);
       largest = it.value() > largest ? it.value() : largest;
     }
     landmark_maxima[static_cast<std::size_t>(block.begin + i)] = largest;
@@ -147,7 +169,8 @@ void LandmarkSplit::CheckSupported(const SummaryPlan& plan) {
   }
 }
 
-std::vector<std::vector<double>> LandmarkSplit::TakeBlocks(SummaryPlan& plan, int rank, int ranks) {
+std::vector<std::vector<double>> LandmarkSplit::TakeBlocks(SummaryPlan& plan, int rank, int ranks,
+                                                           ValueChecks checks) {
   std::vector<std::vector<double>> landmark_maxima;
   for (Group& g : plan.groups) {
     const std::int64_t landmarks = Landmarks(g);
@@ -159,11 +182,11 @@ std::vector<std::vector<double>> LandmarkSplit::TakeBlocks(SummaryPlan& plan, in
     }
     const Block block = BlockOf(landmarks, rank, ranks);
     if (g.kind == Kind::kFacilityLocation) {
-      landmark_maxima.push_back(
-          std::visit([block](auto& input) { return TakeDenseBlock(input, block); }, g.dense));
+      landmark_maxima.push_back(std::visit(
+          [&](auto& input) { return TakeDenseBlock(input, block, checks, g.tag); }, g.dense));
     } else {
-      landmark_maxima.push_back(
-          std::visit([block](auto& matrix) { return TakeSparseBlock(matrix, block); }, g.sparse));
+      landmark_maxima.push_back(std::visit(
+          [&](auto& matrix) { return TakeSparseBlock(matrix, block, checks, g.tag); }, g.sparse));
     }
   }
   return landmark_maxima;

@@ -46,9 +46,19 @@ class LandmarkSplit {
   // are read, so the rank's memory stays near its own block), and returns,
   // per group, the largest value of each of its landmarks (clamped at 0)
   // over the items, for the landmarks of the block, and 0 for the others.
+  // With `checks`, every value of the block is checked as it is copied, so
+  // that the ranks together check every value once and no rank reads the
+  // whole file (the loading's own checks can then be turned off).
   // Throws exception::InputDataError when a group has fewer landmarks than
-  // there are ranks. REQUIRES: CheckSupported(plan) passed.
-  static std::vector<std::vector<double>> TakeBlocks(SummaryPlan& plan, int rank, int ranks);
+  // there are ranks, and "Problems loading FL matrix." (the group's tag) with
+  // "Encountered IEEE NaN (or Inf) at row,col %lld,%lld." nested for a value
+  // the checks refuse. REQUIRES: CheckSupported(plan) passed.
+  struct ValueChecks {
+    bool nan = false;
+    bool inf = false;
+  };
+  static std::vector<std::vector<double>> TakeBlocks(SummaryPlan& plan, int rank, int ranks,
+                                                     ValueChecks checks);
 
   // With `landmark_maxima` the per-group largest values of every landmark
   // (the element-wise maximum of TakeBlocks' results over the ranks), folds

@@ -40,6 +40,7 @@
 #include "distributed/LandmarkSplitGreedy.h"
 #include "distributed/MpiWorld.h"
 #include "distributed/PartitionedGreedy.h"
+#include "io/MatrixIOCommon.h"
 #include "summarization/SummaryObjective.h"
 #include "summarization/SummaryPlan.h"
 #include "summarization/SummaryReports.h"
@@ -342,12 +343,22 @@ int Run(const MpiWorld& world, int argc, char** argv) {
   std::vector<std::vector<double>> landmark_maxima;
   std::vector<std::string> group_lines;
   AgreedStep(world, [&] {
+    // The exact scheme checks the values for NaN and infinity itself, each
+    // rank its own columns, so that no rank reads the whole file.
+    const LandmarkSplit::ValueChecks checks{.nan = matrixio::CheckForIEEENaNOnRead(),
+                                            .inf = matrixio::CheckForIEEEInfOnRead()};
+    if (exact) {
+      matrixio::SetCheckForIEEENaNOnRead(false);
+      matrixio::SetCheckForIEEEInfOnRead(false);
+    }
     plan = FillSummaryPlan(ctrl);
+    matrixio::SetCheckForIEEENaNOnRead(checks.nan);
+    matrixio::SetCheckForIEEEInfOnRead(checks.inf);
     if (exact) {
       LandmarkSplit::CheckSupported(plan);
       group_lines =
           DescribeGroups(plan, fmt::format(", its landmarks split across {} ranks", world.Ranks()));
-      landmark_maxima = LandmarkSplit::TakeBlocks(plan, world.Rank(), world.Ranks());
+      landmark_maxima = LandmarkSplit::TakeBlocks(plan, world.Rank(), world.Ranks(), checks);
     } else {
       PartitionedGreedy::CheckSupported(plan, mpiary, world.Ranks());
       group_lines = DescribeGroups(plan, "");

@@ -132,6 +132,14 @@ class QuilloMpiTest(unittest.TestCase):
             self.run_program(MPIRUN + ["-np", "3", QUILLO_MPI, "-flfilename", self.fl,
                                        "-mpischeme", "partitioned", "-mpiary", "2", "-sumsize", "5"], 1),
             "must be a power of the arity")
+        # A NaN in the columns of the last of three ranks.
+        nan_file = os.path.join(self.dir.name, "nan.npy")
+        S = np.load(self.fl)
+        S[5, 200] = np.nan
+        np.save(nan_file, S)
+        check_one_report(
+            self.run_program(MPIRUN + ["-np", "3", QUILLO_MPI, "-flfilename", nan_file,
+                                       "-sumsize", "5"], 1), "NaN at row,col 5,200")
         # A bad option.
         output = self.run_program(MPIRUN + ["-np", "2", QUILLO_MPI, "-nosuchoption", "1"], 1)
         self.assertEqual(output.count("Poorly formed command line arguments"), 1, output)

@@ -2,11 +2,14 @@
 // of an MPI job (start it with mpirun). It takes quillo's options and writes
 // quillo's output files; see README.md ("Across processes and hosts").
 //
-// Facility location is split by landmarks: each rank holds every item's
-// similarities to its own block of landmarks (its columns of the matrix),
-// computes its part of every candidate's gain, and the parts are summed
-// across the ranks at each step of the standard greedy, which all ranks run
-// in step. Rank 0 logs and writes the outputs; the other ranks log nothing.
+// Two schemes. Exact (LandmarkSplit, LandmarkSplitGreedy): facility location
+// is split by landmarks, each rank holding every item's similarities to its
+// own block of landmarks (its columns of the matrix) and computing its part
+// of every candidate's gain; the parts are summed across the ranks at each
+// step of the standard greedy, which all ranks run in step. Partitioned
+// (PartitionedGreedy): each rank summarizes its block of the candidates and
+// the summaries merge up a tree. Rank 0 logs and writes the outputs; the
+// other ranks log nothing.
 //
 // A failure is agreed on at fixed points (after loading, after building the
 // objective, after writing): the report of the lowest failing rank is logged

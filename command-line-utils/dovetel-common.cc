@@ -282,11 +282,9 @@ void SeedCRandomGenerator() {
                             : static_cast<unsigned>(options::seed));
 }
 
-int RunSummarization() {
+SummaryPlan FillSummaryPlan(spdlog::logger& ctrl) {
   using namespace options;
   if (optm_logiterperiod >= 0) greedy_max::SetProgressLoggingPeriod(optm_logiterperiod);
-  const auto ctrl_logger = ControlLogger();
-  spdlog::logger& ctrl = *ctrl_logger;
   const CheckedRunOptions checked = CheckOptionsBeforeLoading();
   const GreedyAlgorithmChoice& choice = checked.algorithm;
   PlanBuilder builder{.plan = {}, .engine = {}, .ctrl = ctrl, .precision = checked.precision};
@@ -311,12 +309,24 @@ int RunSummarization() {
 
   AddFunctionGroups(builder);
   AddSetsConstraintAndRunSettings(builder, choice);
-  const SummaryObjective objective = BuildObjective(builder.plan, ctrl);
-  const SummaryResult result = RunSummary(objective, builder.plan, ctrl);
-  if (!result.summarized) return 0;
+  return std::move(builder.plan);
+}
+
+void WriteSummaryOutputs(const SummaryResult& result) {
+  using namespace options;
   WriteOutputFiles(result.order, result.gains);
   WriteGainsPlotScript(pgpyplotfilename, pgpypuginpyplot, pgpyccclogscale, result.order,
                        result.gains, result.conditional_curvature);
+}
+
+int RunSummarization() {
+  const auto ctrl_logger = ControlLogger();
+  spdlog::logger& ctrl = *ctrl_logger;
+  SummaryPlan plan = FillSummaryPlan(ctrl);
+  const SummaryObjective objective = BuildObjective(plan, ctrl);
+  const SummaryResult result = RunSummary(objective, plan, ctrl);
+  if (!result.summarized) return 0;
+  WriteSummaryOutputs(result);
   return 0;
 }
 

@@ -9,6 +9,8 @@
 #include <memory>
 
 #include "command-line-utils/RunOptions.h"
+#include "summarization/SummaryPlan.h"
+#include "summarization/SummaryRun.h"
 
 namespace spdlog {
 class logger;
@@ -23,9 +25,20 @@ std::shared_ptr<spdlog::logger> ControlLogger();
 // Seeds the C library's generator: from the time with -rseed, else with -seed.
 void SeedCRandomGenerator();
 
+// The run the options describe, after option parsing and logging set-up:
+// the checks of CheckOptionsBeforeLoading; sets the greedy's progress logging period and the
+// library threads, checks the output files, seeds the driver's random engine and fills the plan
+// (every function group whose input is given, loaded and transformed; the set
+// modifications; the constraint; the algorithm; the reports). Throws as
+// RunSummarization.
+SummaryPlan FillSummaryPlan(spdlog::logger& ctrl);
+
+// Writes the output files the options ask for (summary order, gains, text
+// results, gains plot script) from a summarized result.
+void WriteSummaryOutputs(const SummaryResult& result);
+
 // Runs everything after option parsing and logging set-up: the checks of
-// CheckOptionsBeforeLoading,
-// the output files' check, library threads,
+// CheckOptionsBeforeLoading, the output files' check, library threads,
 // the driver's random engine, the plan (every function group whose input is
 // given, loaded and transformed; the set modifications; the constraint; the
 // algorithm; the reports), the library's objective and run, and the output

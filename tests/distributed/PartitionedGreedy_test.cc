@@ -88,7 +88,7 @@ TEST(PartitionedGreedy, EqualsThreadedBlocksAndMerges) {
     input.rows = similarities;
     plan.groups.back().dense = std::move(input);
     plan.summary_size = 12;
-    if (c.with_inclusion) plan.sets.inclusion = testing_util::MakeSet(n, {4, 200});
+    if (c.with_inclusion) plan.sets.inclusion = testing::SetOf(n, {4, 200});
     plan.algorithm.choice.kind = c.kind;
     plan.algorithm.choice.threads = c.ranks;
     plan.algorithm.seed = 1000 + c.ranks;

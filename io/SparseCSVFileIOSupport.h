@@ -36,11 +36,10 @@ SparseMatrix<T> ReadSparseMatrixFromCSVFile(const std::string& file_name, bool h
 
 // Writes one line per matrix row with one cell per column: the stored value
 // (shortest text that reads back to the same value; hexadecimal for a
-// subnormal value) or nothing for an absent entry, so that ReadSparseMatrixFromCSVFile gives the same matrix back
-// (stored zeros included). A matrix with no columns cannot be represented
-// and reads back with one empty column. Throws "Error writing matrix to csv
-// file: %s." when the stream fails; the file form "Error writing matrix to csv
-// file %s: %s.".
+// subnormal value) or nothing for an absent entry, so that ReadSparseMatrixFromCSVFile gives the
+// same matrix back (stored zeros included). A matrix with no columns cannot be represented and
+// reads back with one empty column. Throws "Error writing matrix to csv file: %s." when the stream
+// fails; the file form "Error writing matrix to csv file %s: %s.".
 template <typename T>
 void WriteSparseMatrixToCSVFile(std::ostream& stream, const SparseMatrix<T>& matrix);
 template <typename T>

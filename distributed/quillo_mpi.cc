@@ -277,12 +277,7 @@ SummaryResult RunGreedy(const MpiWorld& world, const SummaryObjective& local,
 // part of it.
 void ReportAndWrite(const SummaryPlan& plan, const SummaryObjective* whole, SummaryResult& result,
                     spdlog::logger& ctrl) {
-  if (!std::isfinite(result.value)) {
-    throw exception::InputAndOrParameterDataError(exception::MakeCommandMessage(
-        "Solution has non-finite or NaN value (%g) when using current parameters and input. "
-        "Exiting since results are likely invalid.",
-        result.value));
-  }
+  CheckSummaryValueIsFinite(result);
   const SummaryPlan::Reports& reports = plan.reports;
   LogResultReports(result, reports, ctrl);
   if (whole != nullptr) {

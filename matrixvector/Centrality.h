@@ -2,8 +2,8 @@
 #define VELMOR_MATRIXVECTOR_CENTRALITY_H_
 
 // Centrality of the items of a similarity matrix (rows are items): one value
-// per item that says how central it is to the rest, from a specification
-// string:
+// per item that says how central it is to the rest, chosen by a centrality
+// spec string:
 //   "ROWMIN()"   the row's smallest entry
 //   "ROWMAX()"   the row's largest entry
 //   "ROWSUM()"   the sum of the row

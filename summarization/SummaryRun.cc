@@ -128,6 +128,15 @@ void WarnWhenNothingWasChosen(const SummaryObjective& objective, const SummaryRe
 
 }  // namespace
 
+void CheckSummaryValueIsFinite(const SummaryResult& result) {
+  if (!std::isfinite(result.value)) {
+    throw exception::InputAndOrParameterDataError(exception::MakeCommandMessage(
+        "Solution has non-finite or NaN value (%g) when using current parameters and input. "
+        "Exiting since results are likely invalid.",
+        result.value));
+  }
+}
+
 SummaryResult RunSummary(const SummaryObjective& objective, const SummaryPlan& plan,
                          spdlog::logger& log) {
   log.info("Summarizing function with ground set of size |V|=n={}, relative ground set |R|={}, {}.",
@@ -154,12 +163,7 @@ SummaryResult RunSummary(const SummaryObjective& objective, const SummaryPlan& p
   log.info("Summarization time: CPU {}s (User: {}s; System: {}s); Wall Clock {}s.", user + system,
            user, system, after.wall - before.wall);
   WarnWhenNothingWasChosen(objective, result, log);
-  if (!std::isfinite(result.value)) {
-    throw exception::InputAndOrParameterDataError(exception::MakeCommandMessage(
-        "Solution has non-finite or NaN value (%g) when using current parameters and input. "
-        "Exiting since results are likely invalid.",
-        result.value));
-  }
+  CheckSummaryValueIsFinite(result);
 
   const SummaryPlan::Reports& reports = plan.reports;
   LogResultReports(result, reports, log);

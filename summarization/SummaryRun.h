@@ -53,6 +53,11 @@ struct SummaryResult {
 SummaryResult RunSummary(const SummaryObjective& objective, const SummaryPlan& plan,
                          spdlog::logger& log);
 
+// Throws exception::InputAndOrParameterDataError "Solution has non-finite or
+// NaN value (%g) when using current parameters and input. Exiting since
+// results are likely invalid." when the summary's value is not finite.
+void CheckSummaryValueIsFinite(const SummaryResult& result);
+
 }  // namespace velmor
 
 #endif  // VELMOR_SUMMARIZATION_SUMMARYRUN_H_

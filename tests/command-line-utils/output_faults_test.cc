@@ -70,7 +70,8 @@ class OutputFaults : public ::testing::Test {
   static int Finish(pid_t pid) {
     int status = 0;
     ::waitpid(pid, &status, 0);
-    for (int i = 0; i < 1000 && ::kill(-pid, 0) == 0; ++i) {
+    // Up to a minute: a sanitized worker ending under load can take seconds.
+    for (int i = 0; i < 6000 && ::kill(-pid, 0) == 0; ++i) {
       int ignored = 0;
       if (::waitpid(-pid, &ignored, WNOHANG) <= 0) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));

@@ -117,16 +117,22 @@ void ReadPass(benchmark::State& state) {
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * count * sizeof(T));
 }
 
+// The elements of 0..n-1 that are not in `A`, in increasing order.
+std::vector<int> ElementsOutside(const UnorderedHashSet& A, int n) {
+  std::vector<int> outside;
+  for (int v = 0; v < n; ++v) {
+    if (!A.contains(v)) outside.push_back(v);
+  }
+  return outside;
+}
+
 template <typename T>
 void GreedyScan(benchmark::State& state) {
   const int n = static_cast<int>(state.range(0));
   const FacilityLocationFunction<T>& f = Function<T>(n);
   const UnorderedHashSet A = ContextSet(n);
   const std::unique_ptr<SetFunction::SetFunctionGrowingContext> context = f.MakeGrowingContext(A);
-  std::vector<int> candidates;
-  for (int v = 0; v < n; ++v) {
-    if (!A.contains(v)) candidates.push_back(v);
-  }
+  const std::vector<int> candidates = ElementsOutside(A, n);
   for (auto _ : state) {
     double best_gain = -1.0;
     int best = n;
@@ -149,10 +155,7 @@ void GreedyScanBatched(benchmark::State& state) {
   const FacilityLocationFunction<T>& f = Function<T>(n);
   const UnorderedHashSet A = ContextSet(n);
   const std::unique_ptr<SetFunction::SetFunctionGrowingContext> context = f.MakeGrowingContext(A);
-  std::vector<int> candidates;
-  for (int v = 0; v < n; ++v) {
-    if (!A.contains(v)) candidates.push_back(v);
-  }
+  const std::vector<int> candidates = ElementsOutside(A, n);
   constexpr int kChunk = 256;
   std::vector<double> gains(kChunk);
   for (auto _ : state) {

@@ -16,6 +16,7 @@
 
 #include "algorithms/acceleratedGreedyMax.h"
 #include "algorithms/greedy_max.h"
+#include "bench/bench_support.h"
 #include "constraints/CardinalitySetConstraint.h"
 #include "functions/FacilityLocationFunction.h"
 #include "sets/UnorderedHashSet.h"
@@ -28,20 +29,10 @@ using velmor::FacilityLocationFunction;
 constexpr int kGroundSetSize = 10000;
 constexpr int kSummarySize = 100;
 
-// Built once: similarities uniform in [0, 1), element-major, normalized.
+// Built once.
 const FacilityLocationFunction<float>& Function() {
-  static const std::unique_ptr<FacilityLocationFunction<float>> function = [] {
-    srand(12345);
-    FacilityLocationFunction<float>::DenseMatrix matrix =
-        (FacilityLocationFunction<float>::DenseMatrix::Random(kGroundSetSize, kGroundSetSize)
-             .array() +
-         1.0f) *
-        0.5f;
-    auto f = std::make_unique<FacilityLocationFunction<float>>(
-        FacilityLocationFunction<float>::ElementMajor{}, std::move(matrix));
-    f->ComputeNormalizationConstant(false);
-    return f;
-  }();
+  static const std::unique_ptr<FacilityLocationFunction<float>> function =
+      velmor::bench::UniformFacilityLocation(kGroundSetSize, 12345);
   return *function;
 }
 

@@ -40,82 +40,67 @@ const Workload& MakeWorkload(int count) {
   return cache.back();
 }
 
-void BM_Insert_Velmor(benchmark::State& state) {
+// The two sets behind one interface: made for a ground set of n, filled
+// with the workload's elements.
+struct VelmorSet {
+  explicit VelmorSet(const Workload& w) : set(w.n) {
+    for (int v : w.elements) set.insert(v);
+  }
+  bool Contains(int v) const { return set.contains(v); }
+  void Remove(int v) { set.remove(v); }
+  velmor::UnorderedHashSet set;
+};
+
+struct StdSet {
+  explicit StdSet(const Workload& w) : set(w.elements.begin(), w.elements.end()) {}
+  bool Contains(int v) const { return set.count(v) != 0; }
+  void Remove(int v) { set.erase(v); }
+  std::unordered_set<int> set;
+};
+
+template <typename Set>
+void BM_Insert(benchmark::State& state) {
   const Workload& w = MakeWorkload(static_cast<int>(state.range(0)));
   for (auto _ : state) {
-    velmor::UnorderedHashSet set(w.n);
-    for (int v : w.elements) set.insert(v);
-    benchmark::DoNotOptimize(set.size());
+    Set set(w);
+    benchmark::DoNotOptimize(set.set.size());
   }
   state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(w.elements.size()));
 }
 
-void BM_Insert_Std(benchmark::State& state) {
+template <typename Set>
+void BM_Contains(benchmark::State& state) {
   const Workload& w = MakeWorkload(static_cast<int>(state.range(0)));
-  for (auto _ : state) {
-    std::unordered_set<int> set;
-    for (int v : w.elements) set.insert(v);
-    benchmark::DoNotOptimize(set.size());
-  }
-  state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(w.elements.size()));
-}
-
-void BM_Contains_Velmor(benchmark::State& state) {
-  const Workload& w = MakeWorkload(static_cast<int>(state.range(0)));
-  velmor::UnorderedHashSet set(w.n);
-  for (int v : w.elements) set.insert(v);
+  const Set set(w);
   for (auto _ : state) {
     int found = 0;
-    for (int v : w.queries) found += set.contains(v);
-    benchmark::DoNotOptimize(found);
-  }
-  state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(w.queries.size()));
-}
-
-void BM_Contains_Std(benchmark::State& state) {
-  const Workload& w = MakeWorkload(static_cast<int>(state.range(0)));
-  std::unordered_set<int> set(w.elements.begin(), w.elements.end());
-  for (auto _ : state) {
-    int found = 0;
-    for (int v : w.queries) found += static_cast<int>(set.count(v));
+    for (int v : w.queries) found += set.Contains(v);
     benchmark::DoNotOptimize(found);
   }
   state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(w.queries.size()));
 }
 
 // Remove every element; the refill is timed apart and subtracted by pausing.
-void BM_Remove_Velmor(benchmark::State& state) {
+template <typename Set>
+void BM_Remove(benchmark::State& state) {
   const Workload& w = MakeWorkload(static_cast<int>(state.range(0)));
   for (auto _ : state) {
     state.PauseTiming();
-    velmor::UnorderedHashSet set(w.n);
-    for (int v : w.elements) set.insert(v);
+    Set set(w);
     state.ResumeTiming();
-    for (int v : w.elements) set.remove(v);
-    benchmark::DoNotOptimize(set.size());
-  }
-  state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(w.elements.size()));
-}
-
-void BM_Remove_Std(benchmark::State& state) {
-  const Workload& w = MakeWorkload(static_cast<int>(state.range(0)));
-  for (auto _ : state) {
-    state.PauseTiming();
-    std::unordered_set<int> set(w.elements.begin(), w.elements.end());
-    state.ResumeTiming();
-    for (int v : w.elements) set.erase(v);
-    benchmark::DoNotOptimize(set.size());
+    for (int v : w.elements) set.Remove(v);
+    benchmark::DoNotOptimize(set.set.size());
   }
   state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(w.elements.size()));
 }
 
 #define VELMOR_SIZES RangeMultiplier(10)->Range(1000, 1000000)->Unit(benchmark::kMicrosecond)
-BENCHMARK(BM_Insert_Velmor)->VELMOR_SIZES;
-BENCHMARK(BM_Insert_Std)->VELMOR_SIZES;
-BENCHMARK(BM_Contains_Velmor)->VELMOR_SIZES;
-BENCHMARK(BM_Contains_Std)->VELMOR_SIZES;
-BENCHMARK(BM_Remove_Velmor)->VELMOR_SIZES;
-BENCHMARK(BM_Remove_Std)->VELMOR_SIZES;
+BENCHMARK_TEMPLATE(BM_Insert, VelmorSet)->VELMOR_SIZES;
+BENCHMARK_TEMPLATE(BM_Insert, StdSet)->VELMOR_SIZES;
+BENCHMARK_TEMPLATE(BM_Contains, VelmorSet)->VELMOR_SIZES;
+BENCHMARK_TEMPLATE(BM_Contains, StdSet)->VELMOR_SIZES;
+BENCHMARK_TEMPLATE(BM_Remove, VelmorSet)->VELMOR_SIZES;
+BENCHMARK_TEMPLATE(BM_Remove, StdSet)->VELMOR_SIZES;
 
 }  // namespace
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "constraints/constraint_argument_checks.h"
 #include "sets/UnorderedHashSet.h"
 #include "utils/error_messages.h"
 
@@ -17,13 +18,18 @@ using CardinalityOwning =
                                                    UnorderedHashSet>;
 
 // Sets over a larger ground set are refused by every whole-set question.
-#define VELMOR_CHECK_SET_GROUND_SIZE(s)                                                          \
-  do {                                                                                           \
-    if ((s).GroundSetSize() > ground_set_size_) {                                                \
-      VELMOR_THROW(std::invalid_argument,                                                        \
-                   "Invalid argument, set.GroundSetSize()=%d != constraint.GroundSetSize()=%d.", \
-                   (s).GroundSetSize(), ground_set_size_);                                       \
-    }                                                                                            \
+#define VELMOR_CHECK_SET_GROUND_SIZE(s) \
+  VELMOR_CHECK_CONSTRAINT_GROUND_SIZE(  \
+      s, ground_set_size_,              \
+      "Invalid argument, set.GroundSetSize()=%d != constraint.GroundSetSize()=%d.")
+
+// The union questions word the ground set message without the space.
+#define VELMOR_CHECK_UNION_ARGUMENTS(e, s)                                            \
+  do {                                                                                \
+    VELMOR_CHECK_CONSTRAINT_GROUND_SIZE(                                              \
+        s, ground_set_size_,                                                          \
+        "Invalid argument, set.GroundSetSize()=%d !=constraint.GroundSetSize()=%d."); \
+    VELMOR_CHECK_CONSTRAINT_ELEMENT(e, ground_set_size_);                             \
   } while (false)
 
 CardinalitySetConstraint::CardinalitySetConstraint(int ground_set_size, int size_limit)
@@ -41,24 +47,12 @@ bool CardinalitySetConstraint::IsFeasible(const Set& s) const {
 }
 
 bool CardinalitySetConstraint::IsUnionFeasible(int e, const Set& s) const {
-  if (s.GroundSetSize() > ground_set_size_) {
-    VELMOR_THROW(std::invalid_argument,
-                 "Invalid argument, set.GroundSetSize()=%d !=constraint.GroundSetSize()=%d.",
-                 s.GroundSetSize(), ground_set_size_);
-  }
-  if (e < 0 || e >= ground_set_size_)
-    VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", e);
+  VELMOR_CHECK_UNION_ARGUMENTS(e, s);
   return s.contains(e) ? size_limit_ >= s.size() : size_limit_ > s.size();
 }
 
 bool CardinalitySetConstraint::IsDisjointUnionFeasible(int e, const Set& s) const {
-  if (s.GroundSetSize() > ground_set_size_) {
-    VELMOR_THROW(std::invalid_argument,
-                 "Invalid argument, set.GroundSetSize()=%d !=constraint.GroundSetSize()=%d.",
-                 s.GroundSetSize(), ground_set_size_);
-  }
-  if (e < 0 || e >= ground_set_size_)
-    VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", e);
+  VELMOR_CHECK_UNION_ARGUMENTS(e, s);
   return size_limit_ > s.size();
 }
 
@@ -112,14 +106,12 @@ void CardinalityExternal::AssignContext(const Set& s) {
 }
 
 bool CardinalityExternal::IsDisjointUnionFeasible(int e, const Set&) const {
-  if (e < 0 || e >= ground_set_size_)
-    VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", e);
+  VELMOR_CHECK_CONSTRAINT_ELEMENT(e, ground_set_size_);
   return count_ < size_limit_;
 }
 
 bool CardinalityExternal::AddNewElementToContext(int e, Set& s, bool also_insert) {
-  if (e < 0 || e >= ground_set_size_)
-    VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", e);
+  VELMOR_CHECK_CONSTRAINT_ELEMENT(e, ground_set_size_);
   if (also_insert) s.insert(e);
   ++count_;
   return true;

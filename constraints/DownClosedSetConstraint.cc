@@ -3,14 +3,14 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "constraints/constraint_argument_checks.h"
 #include "sets/UnorderedHashSet.h"
 #include "utils/error_messages.h"
 
 namespace velmor {
 
 bool DownClosedSetConstraint::IsUnionFeasible(int e, const Set& s) const {
-  if (e < 0 || e >= GroundSetSize())
-    VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", e);
+  VELMOR_CHECK_CONSTRAINT_ELEMENT(e, GroundSetSize());
   UnorderedHashSet grown(std::max(s.GroundSetSize(), e + 1));
   grown.PrepareToInsertTheFollowingNumberOfItems(s.size() + 1);
   for (int v : s) grown.insert(v);

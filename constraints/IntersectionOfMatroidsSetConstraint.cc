@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "constraints/PartitionMatroidSetConstraint.h"
+#include "constraints/constraint_argument_checks.h"
 #include "sets/UnorderedHashSet.h"
 #include "utils/error_messages.h"
 #include "utils/exceptions.h"
@@ -18,13 +19,6 @@ namespace velmor {
 
 using IntersectionExternal =
     IntersectionOfMatroidsSetConstraint::IntersectionOfMatroidsSetConstraintGrowingContextExternal;
-
-#define VELMOR_CHECK_ELEMENT(e, n)                                       \
-  do {                                                                   \
-    if ((e) < 0 || (e) >= (n)) {                                         \
-      VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", (e)); \
-    }                                                                    \
-  } while (false)
 
 IntersectionOfMatroidsSetConstraint::IntersectionOfMatroidsSetConstraint(
     std::vector<std::unique_ptr<MatroidSetConstraint>> matroids) {
@@ -136,7 +130,7 @@ bool IntersectionOfMatroidsSetConstraint::IsFeasible(const Set& s) const {
 }
 
 bool IntersectionOfMatroidsSetConstraint::IsUnionFeasible(int e, const Set& s) const {
-  VELMOR_CHECK_ELEMENT(e, ground_set_size_);
+  VELMOR_CHECK_CONSTRAINT_ELEMENT(e, ground_set_size_);
   for (const auto& matroid : matroids_) {
     if (!matroid->IsUnionFeasible(e, s)) return false;
   }
@@ -144,7 +138,7 @@ bool IntersectionOfMatroidsSetConstraint::IsUnionFeasible(int e, const Set& s) c
 }
 
 bool IntersectionOfMatroidsSetConstraint::IsDisjointUnionFeasible(int e, const Set& s) const {
-  VELMOR_CHECK_ELEMENT(e, ground_set_size_);
+  VELMOR_CHECK_CONSTRAINT_ELEMENT(e, ground_set_size_);
   for (const auto& matroid : matroids_) {
     if (!matroid->IsDisjointUnionFeasible(e, s)) return false;
   }
@@ -217,7 +211,7 @@ bool IntersectionExternal::IsMaximal(const Set& s) const {
 }
 
 bool IntersectionExternal::IsDisjointUnionFeasible(int e, const Set& s) const {
-  VELMOR_CHECK_ELEMENT(e, GroundSetSize());
+  VELMOR_CHECK_CONSTRAINT_ELEMENT(e, GroundSetSize());
   for (const auto& context : member_contexts_) {
     if (!context->IsDisjointUnionFeasible(e, s)) return false;
   }
@@ -225,7 +219,7 @@ bool IntersectionExternal::IsDisjointUnionFeasible(int e, const Set& s) const {
 }
 
 bool IntersectionExternal::AddNewElementToContext(int e, Set& s, bool also_insert) {
-  VELMOR_CHECK_ELEMENT(e, GroundSetSize());
+  VELMOR_CHECK_CONSTRAINT_ELEMENT(e, GroundSetSize());
   for (auto& context : member_contexts_) {
     context->AddNewElementToContext(e, s, false);
     if (all_feasible_) all_feasible_ = context->IsFeasible();
@@ -235,12 +229,12 @@ bool IntersectionExternal::AddNewElementToContext(int e, Set& s, bool also_inser
 }
 
 bool IntersectionExternal::IsUnionFeasible(int e, const Set& s) const {
-  VELMOR_CHECK_ELEMENT(e, GroundSetSize());
+  VELMOR_CHECK_CONSTRAINT_ELEMENT(e, GroundSetSize());
   return s.contains(e) ? all_feasible_ : IsDisjointUnionFeasible(e, s);
 }
 
 bool IntersectionExternal::AddElementToContext(int e, Set& s, bool also_insert) {
-  VELMOR_CHECK_ELEMENT(e, GroundSetSize());
+  VELMOR_CHECK_CONSTRAINT_ELEMENT(e, GroundSetSize());
   if (s.contains(e)) return false;
   AddNewElementToContext(e, s, also_insert);
   return true;

@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "constraints/constraint_argument_checks.h"
 #include "sets/UnorderedHashSet.h"
 #include "utils/error_messages.h"
 #include "utils/exceptions.h"
@@ -17,22 +18,10 @@ namespace velmor {
 
 // Whole-set questions refuse a set over a larger ground set. The union
 // questions use the text without the blank after "!=".
-#define VELMOR_CHECK_SET_GROUND_SIZE(s)                                                     \
-  do {                                                                                      \
-    if ((s).GroundSetSize() > GroundSetSize()) {                                            \
-      VELMOR_THROW(                                                                         \
-          std::invalid_argument,                                                            \
-          "Invalid argument, the_set.GroundSetSize()=%d != constraint.GroundSetSize()=%d.", \
-          (s).GroundSetSize(), GroundSetSize());                                            \
-    }                                                                                       \
-  } while (false)
-
-#define VELMOR_CHECK_ELEMENT(e, n)                                       \
-  do {                                                                   \
-    if ((e) < 0 || (e) >= (n)) {                                         \
-      VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", (e)); \
-    }                                                                    \
-  } while (false)
+#define VELMOR_CHECK_SET_GROUND_SIZE(s) \
+  VELMOR_CHECK_CONSTRAINT_GROUND_SIZE(  \
+      s, GroundSetSize(),               \
+      "Invalid argument, the_set.GroundSetSize()=%d != constraint.GroundSetSize()=%d.")
 
 template <class Container>
 PartitionMatroidSetConstraint<Container>::PartitionMatroidSetConstraint(
@@ -252,7 +241,7 @@ bool PartitionMatroidSetConstraint<Container>::IsFeasible(const Set& s) const {
 template <class Container>
 bool PartitionMatroidSetConstraint<Container>::IsUnionFeasible(int e, const Set& s) const {
   VELMOR_CHECK_SET_GROUND_SIZE(s);
-  VELMOR_CHECK_ELEMENT(e, GroundSetSize());
+  VELMOR_CHECK_CONSTRAINT_ELEMENT(e, GroundSetSize());
   if (s.contains(e)) return IsFeasible(s);
   std::vector<int> counts;
   CountPerBlock(s, counts);
@@ -261,12 +250,10 @@ bool PartitionMatroidSetConstraint<Container>::IsUnionFeasible(int e, const Set&
 
 template <class Container>
 bool PartitionMatroidSetConstraint<Container>::IsDisjointUnionFeasible(int e, const Set& s) const {
-  if (s.GroundSetSize() > GroundSetSize()) {
-    VELMOR_THROW(std::invalid_argument,
-                 "Invalid argument, the_set.GroundSetSize()=%d !=constraint.GroundSetSize()=%d.",
-                 s.GroundSetSize(), GroundSetSize());
-  }
-  VELMOR_CHECK_ELEMENT(e, GroundSetSize());
+  VELMOR_CHECK_CONSTRAINT_GROUND_SIZE(
+      s, GroundSetSize(),
+      "Invalid argument, the_set.GroundSetSize()=%d !=constraint.GroundSetSize()=%d.");
+  VELMOR_CHECK_CONSTRAINT_ELEMENT(e, GroundSetSize());
   std::vector<int> counts;
   CountPerBlock(s, counts);
   return BlockOfHasRoom(e, counts);
@@ -371,7 +358,7 @@ template <class Container>
 bool PartitionMatroidSetConstraint<Container>::PartitionMatroidSetConstraintGrowingContextExternal::
     IsDisjointUnionFeasible(int e, const Set&) const {
   const auto& mapping = constraint_->element_to_block_mapping_;
-  VELMOR_CHECK_ELEMENT(e, static_cast<int>(mapping.size()));
+  VELMOR_CHECK_CONSTRAINT_ELEMENT(e, static_cast<int>(mapping.size()));
   return constraint_->BlockOfHasRoom(e, counts_);
 }
 
@@ -379,7 +366,7 @@ template <class Container>
 bool PartitionMatroidSetConstraint<Container>::PartitionMatroidSetConstraintGrowingContextExternal::
     AddNewElementToContext(int e, Set& s, bool also_insert) {
   const auto& mapping = constraint_->element_to_block_mapping_;
-  VELMOR_CHECK_ELEMENT(e, static_cast<int>(mapping.size()));
+  VELMOR_CHECK_CONSTRAINT_ELEMENT(e, static_cast<int>(mapping.size()));
   if (also_insert) s.insert(e);
   const std::size_t b = static_cast<std::size_t>(mapping[static_cast<std::size_t>(e)]);
   if (counts_[b] == constraint_->limits_[b]) ++blocks_over_limit_;

@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 
+#include "constraints/constraint_argument_checks.h"
 #include "sets/UnorderedHashSet.h"
 #include "utils/error_messages.h"
 
@@ -18,15 +19,13 @@ std::unique_ptr<SetConstraint> SetConstraint::Clone() const {
 }
 
 bool SetConstraint::ConstraintGrowingContextExternal::IsUnionFeasible(int e, const Set& s) const {
-  if (e < 0 || e >= GroundSetSize())
-    VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", e);
+  VELMOR_CHECK_CONSTRAINT_ELEMENT(e, GroundSetSize());
   return s.contains(e) ? IsFeasible() : IsDisjointUnionFeasible(e, s);
 }
 
 bool SetConstraint::ConstraintGrowingContextExternal::AddElementToContext(int e, Set& s,
                                                                           bool also_insert) {
-  if (e < 0 || e >= GroundSetSize())
-    VELMOR_THROW(std::invalid_argument, "Invalid element = %d.", e);
+  VELMOR_CHECK_CONSTRAINT_ELEMENT(e, GroundSetSize());
   if (s.contains(e)) return false;
   AddNewElementToContext(e, s, also_insert);
   return true;

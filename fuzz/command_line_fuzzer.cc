@@ -47,14 +47,10 @@ bool SomeFunctionGroupGiven() {
 // Runs `step`; a std::exception it throws must make a top-level report.
 template <typename Step>
 bool StepSucceeds(Step&& step) {
-  try {
-    step();
-    return true;
-  } catch (const std::exception&) {
+  return Succeeds(step, [] {
     const std::string report = exception::TopLevelErrorReportText(std::current_exception());
     VELMOR_FUZZ_CHECK(report.rfind("ERROR DETECTED", 0) == 0, report);
-    return false;
-  }
+  });
 }
 
 // The driver's steps before the first matrix load, on the parsed options.

@@ -93,11 +93,9 @@ void CheckDenseCSV(const std::string& text, bool header) {
 }  // namespace
 
 int FuzzDenseCSV(const uint8_t* data, std::size_t size) {
-  const std::string text(reinterpret_cast<const char*>(data), size);
+  const std::string text = InputText(data, size);
   for (const bool header : {false, true}) {
-    CheckDenseCSV<int32_t>(text, header);
-    CheckDenseCSV<float>(text, header);
-    CheckDenseCSV<double>(text, header);
+    ForEachElementType([&](auto type) { CheckDenseCSV<decltype(type)>(text, header); });
   }
   return 0;
 }

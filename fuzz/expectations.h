@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <type_traits>
@@ -22,6 +23,7 @@
 
 #include "fuzz/fuzz_support.h"
 #include "io/MatrixIOCommon.h"
+#include "io/SparseCSVFileIOSupport.h"
 
 namespace velmor::fuzz {
 
@@ -123,6 +125,19 @@ bool SameEntries(const SparseEntries<T>& a, const SparseEntries<T>& b) {
     }
   }
   return true;
+}
+
+// Written as sparse CSV and read back, `m` keeps its shape and its stored
+// `entries` (explicit zeros included).
+template <typename T>
+void CheckSparseCSVRoundTrip(const matrixio::SparseMatrix<T>& m, const SparseEntries<T>& entries) {
+  std::stringstream csv;
+  matrixio::WriteSparseMatrixToCSVFile<T>(csv, m);
+  std::vector<std::string> no_names;
+  const matrixio::SparseMatrix<T> back =
+      matrixio::ReadSparseMatrixFromCSVFile<T>(csv, no_names, false);
+  VELMOR_FUZZ_CHECK(back.rows() == m.rows() && back.cols() == m.cols(), "round trip shape");
+  VELMOR_FUZZ_CHECK(SameEntries(StoredEntries(back), entries), "round trip entries");
 }
 
 }  // namespace velmor::fuzz

@@ -55,15 +55,38 @@ void SetInputNameForReports(const std::string& name);
                             const std::string& detail);
 
 // Runs `call`; returns true when it returned and false when it threw a
-// std::exception. Anything else that leaves it is not caught.
-template <typename Call>
-bool Succeeds(Call&& call) {
+// std::exception, after calling `on_exception` inside the handler (where
+// std::current_exception() is the one thrown). Anything else that leaves
+// `call` is not caught.
+template <typename Call, typename OnException>
+bool Succeeds(Call&& call, OnException&& on_exception) {
   try {
     call();
     return true;
   } catch (const std::exception&) {
+    on_exception();
     return false;
   }
+}
+
+template <typename Call>
+bool Succeeds(Call&& call) {
+  return Succeeds(call, [] {});
+}
+
+// Calls `check` with a value of each element type the matrix readers take
+// (int32_t, float, double): `check` is a generic lambda that reads the type
+// from its argument.
+template <typename Check>
+void ForEachElementType(Check&& check) {
+  check(int32_t{});
+  check(float{});
+  check(double{});
+}
+
+// The fuzz input as text.
+inline std::string InputText(const uint8_t* data, std::size_t size) {
+  return std::string(reinterpret_cast<const char*>(data), size);
 }
 
 }  // namespace velmor::fuzz

@@ -38,23 +38,15 @@ void CheckScipyNPZ(const std::string& bytes, const std::string& path) {
                     "the file reader's matrix");
 
   if (m.rows() == 0 || m.cols() == 0 || m.rows() * m.cols() > kLargestRoundTrip) return;
-  std::stringstream csv;
-  matrixio::WriteSparseMatrixToCSVFile<T>(csv, m);
-  std::vector<std::string> no_names;
-  const SparseMatrix<T> back = matrixio::ReadSparseMatrixFromCSVFile<T>(csv, no_names, false);
-  VELMOR_FUZZ_CHECK(back.rows() == m.rows() && back.cols() == m.cols() &&
-                        SameEntries(StoredEntries(back), entries),
-                    "CSV round trip");
+  CheckSparseCSVRoundTrip(m, entries);
 }
 
 }  // namespace
 
 int FuzzScipyNPZ(const uint8_t* data, std::size_t size) {
-  const std::string bytes(reinterpret_cast<const char*>(data), size);
+  const std::string bytes = InputText(data, size);
   const std::string path = WriteScratchFile("matrix.npz", bytes);
-  CheckScipyNPZ<int32_t>(bytes, path);
-  CheckScipyNPZ<float>(bytes, path);
-  CheckScipyNPZ<double>(bytes, path);
+  ForEachElementType([&](auto type) { CheckScipyNPZ<decltype(type)>(bytes, path); });
   return 0;
 }
 

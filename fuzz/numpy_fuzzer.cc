@@ -143,11 +143,9 @@ void CheckNumpy(const std::string& bytes, const std::string& path) {
 }  // namespace
 
 int FuzzNumpy(const uint8_t* data, std::size_t size) {
-  const std::string bytes(reinterpret_cast<const char*>(data), size);
+  const std::string bytes = InputText(data, size);
   const std::string path = WriteScratchFile("matrix.npy", bytes);
-  CheckNumpy<int32_t>(bytes, path);
-  CheckNumpy<float>(bytes, path);
-  CheckNumpy<double>(bytes, path);
+  ForEachElementType([&](auto type) { CheckNumpy<decltype(type)>(bytes, path); });
   return 0;
 }
 

@@ -11,7 +11,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <istream>
+#include <stdexcept>
 #include <vector>
+
+#include "utils/error_messages.h"
 
 namespace velmor::matrixio::internal {
 
@@ -77,5 +80,21 @@ template <typename T>
                                     unsigned line, const char* cell, int64_t row, int64_t col);
 
 }  // namespace velmor::matrixio::internal
+
+// Every line of a CSV matrix has the first line's number of cells: sets
+// `cols` from the first line (while it is still negative), then throws
+// std::runtime_error "Stream has incorrect format at line ..." at the calling
+// place for a line of `count` cells that differs. `line` is 0-based.
+#define VELMOR_CHECK_CSV_COLUMNS(cols, count, line)                                           \
+  do {                                                                                        \
+    if ((cols) < 0) {                                                                         \
+      (cols) = (count);                                                                       \
+    } else if ((count) != (cols)) {                                                           \
+      VELMOR_THROW(std::runtime_error,                                                        \
+                   "Stream has incorrect format at line %d. Expected %d columns, but got %d " \
+                   "columns instead.",                                                        \
+                   static_cast<int>(line), static_cast<int>(cols), static_cast<int>(count));  \
+    }                                                                                         \
+  } while (false)
 
 #endif  // VELMOR_IO_CSVPARSING_H_

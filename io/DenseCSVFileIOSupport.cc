@@ -78,15 +78,7 @@ DenseMatrix<T> ReadMatrixFromCSVFile(std::istream& stream, std::vector<std::stri
       values.push_back(value);
       ++count;
     }
-    if (cols < 0) {
-      cols = count;
-    } else if (count != cols) {
-      VELMOR_THROW(
-          std::runtime_error,
-          "Stream has incorrect format at line %d. Expected %d columns, but got %d columns "
-          "instead.",
-          static_cast<int>(rows), static_cast<int>(cols), static_cast<int>(count));
-    }
+    VELMOR_CHECK_CSV_COLUMNS(cols, count, rows);
     ++rows;
   }
   if (reader.StreamFailed()) {
@@ -127,15 +119,7 @@ std::pair<int64_t, int64_t> ReadRowsColsFromCSVFile(std::istream& stream, bool h
   char* line_end;
   while (reader.NextLine(line_begin, line_end)) {
     const int64_t count = CountCells(line_begin, line_end);
-    if (cols < 0) {
-      cols = count;
-    } else if (count != cols) {
-      VELMOR_THROW(
-          std::runtime_error,
-          "Stream has incorrect format at line %d. Expected %d columns, but got %d columns "
-          "instead.",
-          static_cast<int>(lines), static_cast<int>(cols), static_cast<int>(count));
-    }
+    VELMOR_CHECK_CSV_COLUMNS(cols, count, lines);
     ++lines;
   }
   if (reader.StreamFailed()) {

@@ -182,15 +182,9 @@ void ReadMatrixFromNumpyFile(std::istream& stream, const NumpyHeader& header, T*
                  error.c_str());
   }
   if (failure) {
-    try {
-      internal::ThrowNumpyValueFailure<T>(failure->second, header.type, header.swap_bytes);
-    } catch (...) {
-      VELMOR_THROW_NESTED(std::runtime_error,
-                          fmt::format("Unable to read and convert data type {} from npy matrix at "
-                                      "row,col {},{}",
-                                      internal::NumpyTypeName(header.type), failure->first.first,
-                                      failure->first.second));
-    }
+    internal::ThrowNumpyValueFailureAt<T>(failure->second, header.type, header.swap_bytes,
+                                          failure->first.first, failure->first.second,
+                                          VELMOR_SOURCE_FILE, __func__, __LINE__);
   }
 }
 
@@ -230,6 +224,34 @@ std::optional<long long> ToLongLong(const std::string& text) {
   } catch (const std::exception&) {
     return std::nullopt;
   }
+}
+
+// The matrix whose header has just been read from `stream`, in new storage.
+template <typename T>
+DenseMatrix<T> ReadMatrixFromNumpyFile(std::istream& stream, const NumpyHeader& header) {
+  if (header.type == NumpyDataType::kByteString) {
+    VELMOR_THROW(
+        std::runtime_error,
+        "Unsupported data type when reading numpy stream, the supported types are currently "
+        "only int64, int32, float and double.");
+  }
+  try {
+    CheckNumpyDataSize(stream, header);
+  } catch (const std::length_error& e) {
+    VELMOR_THROW(std::runtime_error, "Error reading matrix from numpy stream: '%s'.", e.what());
+  }
+  DenseMatrix<T> matrix;
+  try {
+    matrix.resize(header.rows, header.cols);
+  } catch (const std::bad_alloc&) {
+    VELMOR_THROW(
+        std::runtime_error,
+        "Unable to allocate matrix of size (rows,cols)=(%lu,%lu) for reading from numpy file.",
+        static_cast<unsigned long>(header.rows), static_cast<unsigned long>(header.cols));
+  }
+  internal::PrepareFreshStorageForWriting(matrix.data(), matrix.size() * sizeof(T));
+  ReadMatrixFromNumpyFile(stream, header, matrix.data());
+  return matrix;
 }
 
 }  // namespace
@@ -521,30 +543,7 @@ T ReadNextBinaryNumberFromNumpyStream(std::istream& stream, NumpyDataType type, 
 
 template <typename T>
 DenseMatrix<T> ReadMatrixFromNumpyFile(std::istream& stream) {
-  const NumpyHeader header = ReadNumpyFileHeader(stream);
-  if (header.type == NumpyDataType::kByteString) {
-    VELMOR_THROW(
-        std::runtime_error,
-        "Unsupported data type when reading numpy stream, the supported types are currently "
-        "only int64, int32, float and double.");
-  }
-  try {
-    CheckNumpyDataSize(stream, header);
-  } catch (const std::length_error& e) {
-    VELMOR_THROW(std::runtime_error, "Error reading matrix from numpy stream: '%s'.", e.what());
-  }
-  DenseMatrix<T> matrix;
-  try {
-    matrix.resize(header.rows, header.cols);
-  } catch (const std::bad_alloc&) {
-    VELMOR_THROW(
-        std::runtime_error,
-        "Unable to allocate matrix of size (rows,cols)=(%lu,%lu) for reading from numpy file.",
-        static_cast<unsigned long>(header.rows), static_cast<unsigned long>(header.cols));
-  }
-  internal::PrepareFreshStorageForWriting(matrix.data(), matrix.size() * sizeof(T));
-  ReadMatrixFromNumpyFile(stream, header, matrix.data());
-  return matrix;
+  return ReadMatrixFromNumpyFile<T>(stream, ReadNumpyFileHeader(stream));
 }
 
 template <typename T>
@@ -578,28 +577,7 @@ void ReadMatrixFromNumpyFile(const std::string& file_name, DenseMatrix<T>& matri
     }
     return;
   }
-  if (header.type == NumpyDataType::kByteString) {
-    VELMOR_THROW(
-        std::runtime_error,
-        "Unsupported data type when reading numpy stream, the supported types are currently "
-        "only int64, int32, float and double.");
-  }
-  try {
-    CheckNumpyDataSize(stream, header);
-  } catch (const std::length_error& e) {
-    VELMOR_THROW(std::runtime_error, "Error reading matrix from numpy stream: '%s'.", e.what());
-  }
-  DenseMatrix<T> result;
-  try {
-    result.resize(header.rows, header.cols);
-  } catch (const std::bad_alloc&) {
-    VELMOR_THROW(
-        std::runtime_error,
-        "Unable to allocate matrix of size (rows,cols)=(%lu,%lu) for reading from numpy file.",
-        static_cast<unsigned long>(header.rows), static_cast<unsigned long>(header.cols));
-  }
-  internal::PrepareFreshStorageForWriting(result.data(), result.size() * sizeof(T));
-  ReadMatrixFromNumpyFile(stream, header, result.data());
+  DenseMatrix<T> result = ReadMatrixFromNumpyFile<T>(stream, header);
   matrix.swap(result);
 }
 
@@ -634,17 +612,10 @@ DenseMatrix<T> ReadRowMajorMatchingEndian2DNumpyMatrixFileFromMemoryBuffer(const
   const std::size_t bad = internal::FindFirstIEEESpecial(values, count, CheckForIEEENaNOnRead(),
                                                          CheckForIEEEInfOnRead());
   if (bad != count) {
-    try {
-      internal::ThrowNumpyValueFailure<T>(reinterpret_cast<const char*>(values + bad), header.type,
-                                          false);
-    } catch (...) {
-      VELMOR_THROW_NESTED(
-          std::runtime_error,
-          fmt::format("Unable to read and convert data type {} from npy matrix at "
-                      "row,col {},{}",
-                      internal::NumpyTypeName(header.type), static_cast<int64_t>(bad) / cols,
-                      static_cast<int64_t>(bad) % cols));
-    }
+    internal::ThrowNumpyValueFailureAt<T>(reinterpret_cast<const char*>(values + bad), header.type,
+                                          false, static_cast<int64_t>(bad) / cols,
+                                          static_cast<int64_t>(bad) % cols, VELMOR_SOURCE_FILE,
+                                          __func__, __LINE__);
   }
   DenseMatrix<T> matrix(rows, cols);
   for (int64_t first = 0; first < rows; first += kMinBlockRows) {
@@ -793,6 +764,19 @@ void ThrowNumpyValueFailure(const char* raw, NumpyDataType type, bool swap_bytes
   throw std::logic_error("A numpy value reported as failing converted without failure.");
 }
 
+template <typename T>
+void ThrowNumpyValueFailureAt(const char* raw, NumpyDataType type, bool swap_bytes, int64_t row,
+                              int64_t col, const char* file, const char* function, unsigned line) {
+  try {
+    ThrowNumpyValueFailure<T>(raw, type, swap_bytes);
+  } catch (...) {
+    std::throw_with_nested(std::runtime_error(exception::MakeSourceMessage(
+        file, function, line,
+        fmt::format("Unable to read and convert data type {} from npy matrix at row,col {},{}",
+                    NumpyTypeName(type), row, col))));
+  }
+}
+
 }  // namespace internal
 
 #define VELMOR_INSTANTIATE_DENSE_NUMPY(T)                                                       \
@@ -806,7 +790,9 @@ void ThrowNumpyValueFailure(const char* raw, NumpyDataType type, bool swap_bytes
   template void WriteMatrixToNumpyFile<T>(const std::string&, const DenseMatrix<T>&, bool);     \
   template std::size_t internal::ConvertNumpyValues<T>(const char*, std::size_t, NumpyDataType, \
                                                        bool, T*);                               \
-  template void internal::ThrowNumpyValueFailure<T>(const char*, NumpyDataType, bool);
+  template void internal::ThrowNumpyValueFailure<T>(const char*, NumpyDataType, bool);          \
+  template void internal::ThrowNumpyValueFailureAt<T>(                                          \
+      const char*, NumpyDataType, bool, int64_t, int64_t, const char*, const char*, unsigned);
 
 VELMOR_INSTANTIATE_DENSE_NUMPY(int32_t)
 VELMOR_INSTANTIATE_DENSE_NUMPY(float)

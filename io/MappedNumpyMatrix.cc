@@ -24,6 +24,7 @@
 #include "io/NumpyArrayReading.h"
 #include "utils/ParallelParts.h"
 #include "utils/error_messages.h"
+#include "utils/signal_handling.h"
 #include "utils/top_level_error_report.h"
 
 namespace velmor::matrixio {
@@ -74,23 +75,12 @@ GuardedRange guarded_ranges[kGuardedRanges];
 struct sigaction previous_bus_action;
 static_assert(std::atomic<uintptr_t>::is_always_lock_free, "read by a signal handler");
 
-void WriteReport(const char* text) {
-  std::size_t length = std::strlen(text);
-  while (length > 0) {
-    const ssize_t written = ::write(STDERR_FILENO, text, length);
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return;
-    text += written;
-    length -= static_cast<std::size_t>(written);
-  }
-}
-
 void HandleBusError(int signal_number, siginfo_t* info, void* context) {
   const uintptr_t address = reinterpret_cast<uintptr_t>(info->si_addr);
   for (GuardedRange& range : guarded_ranges) {
     const uintptr_t begin = range.begin.load(std::memory_order_acquire);
     if (begin != 0 && address >= begin && address < range.end.load(std::memory_order_acquire)) {
-      WriteReport(range.report.load(std::memory_order_acquire));
+      WriteToStandardErrorFromHandler(range.report.load(std::memory_order_acquire));
       ::_exit(1);
     }
   }
@@ -278,16 +268,10 @@ std::optional<MappedNumpyMatrix<T>> MappedNumpyMatrix<T>::Map(const std::string&
     const std::size_t n = static_cast<std::size_t>(count);
     const std::size_t bad = FindFirstSpecialInParts<T>(data, n, nan_check, inf_check, threads);
     if (bad != n) {
-      try {
-        internal::ThrowNumpyValueFailure<T>(reinterpret_cast<const char*>(data + bad), header.type,
-                                            false);
-      } catch (...) {
-        VELMOR_THROW_NESTED(
-            std::runtime_error,
-            fmt::format("Unable to read and convert data type {} from npy matrix at "
-                        "row,col {},{}",
-                        internal::NumpyTypeName(header.type), bad / cols, bad % cols));
-      }
+      internal::ThrowNumpyValueFailureAt<T>(reinterpret_cast<const char*>(data + bad), header.type,
+                                            false, static_cast<int64_t>(bad / cols),
+                                            static_cast<int64_t>(bad % cols), VELMOR_SOURCE_FILE,
+                                            __func__, __LINE__);
     }
   }
   return MappedNumpyMatrix(mapping.release(), length, data, header.rows, header.cols);

@@ -30,6 +30,14 @@ std::size_t ConvertNumpyValues(const char* raw, std::size_t count, NumpyDataType
 template <typename T>
 [[noreturn]] void ThrowNumpyValueFailure(const char* raw, NumpyDataType type, bool swap_bytes);
 
+// Throws "Unable to read and convert data type <type> from npy matrix at
+// row,col <row>,<col>" located at file/function/line (the reader that found
+// it), with the failure of the value at `raw` as its nested cause.
+template <typename T>
+[[noreturn]] void ThrowNumpyValueFailureAt(const char* raw, NumpyDataType type, bool swap_bytes,
+                                           int64_t row, int64_t col, const char* file,
+                                           const char* function, unsigned line);
+
 }  // namespace velmor::matrixio::internal
 
 #endif  // VELMOR_IO_NUMPYARRAYREADING_H_

@@ -78,15 +78,7 @@ SparseMatrix<T> ReadSparseMatrixFromCSVFile(std::istream& stream,
       }
       ++count;
     }
-    if (cols < 0) {
-      cols = count;
-    } else if (count != cols) {
-      VELMOR_THROW(
-          std::runtime_error,
-          "Stream has incorrect format at line %d. Expected %d columns, but got %d columns "
-          "instead.",
-          static_cast<int>(rows), static_cast<int>(cols), static_cast<int>(count));
-    }
+    VELMOR_CHECK_CSV_COLUMNS(cols, count, rows);
     ++rows;
   }
   if (reader.StreamFailed()) {

@@ -19,20 +19,8 @@ namespace {
 std::atomic<int32_t> SignalUserCounter{0};
 static_assert(std::atomic<int32_t>::is_always_lock_free, "the counter is changed in handlers");
 
-// Unbuffered: a handler may run while stdio holds its own buffer.
-void WriteToStandardError(const char* text) {
-  std::size_t length = std::strlen(text);
-  while (length > 0) {
-    const ssize_t written = ::write(STDERR_FILENO, text, length);
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return;
-    text += written;
-    length -= static_cast<std::size_t>(written);
-  }
-}
-
 [[noreturn]] void WriteAndExit(const char* message) {
-  WriteToStandardError(message);
+  WriteToStandardErrorFromHandler(message);
   RemoveUnfinishedOutputFiles();
   std::exit(-1);
 }
@@ -61,12 +49,12 @@ void HandleUser2(int) { SignalUserCounter.fetch_sub(1, std::memory_order_relaxed
 // sent to the group reaches this process too but stays blocked while its
 // handler runs, so the exit below comes first.
 [[noreturn]] void ForwardToGroupAndExit(int signal_number, const char* message) {
-  WriteToStandardError(message);
+  WriteToStandardErrorFromHandler(message);
   if (::killpg(::getpgrp(), signal_number) != 0) {
     char text[256];
     std::snprintf(text, sizeof(text), "Unable to kill process group id: %s\n",
                   std::strerror(errno));
-    WriteToStandardError(text);
+    WriteToStandardErrorFromHandler(text);
   }
   std::exit(-1);
 }
@@ -89,6 +77,17 @@ void InstallOrExit(int signal_number, void (*handler)(int), const char* signal_n
 }
 
 }  // namespace
+
+void WriteToStandardErrorFromHandler(const char* text) {
+  std::size_t length = std::strlen(text);
+  while (length > 0) {
+    const ssize_t written = ::write(STDERR_FILENO, text, length);
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return;
+    text += written;
+    length -= static_cast<std::size_t>(written);
+  }
+}
 
 bool InstallWorkerSignalHandlers() {
   InstallOrExit(SIGILL, &HandleIllegalInstruction, "SIGILL");

@@ -29,6 +29,10 @@ bool InstallWorkerSignalHandlers();
 // Installs the supervisor set (SIGTERM, then SIGINT); same conventions.
 bool InstallSupervisorSignalHandlers();
 
+// Writes `text` to standard error with unbuffered write()s, retrying after
+// interruptions; safe inside a signal handler (stdio may hold its own buffer).
+void WriteToStandardErrorFromHandler(const char* text);
+
 // The SIGUSR1/SIGUSR2 counter (starts at 0). A hook for run-time adjustment.
 int32_t GetSignalUserCounter();
 

@@ -22,8 +22,6 @@
 namespace velmor {
 namespace {
 
-namespace hash {
-
 std::vector<int> Sorted(const Set& s) {
   std::vector<int> elements(s.begin(), s.end());
   std::sort(elements.begin(), elements.end());
@@ -233,10 +231,6 @@ TEST(UnorderedHashSet, AssignmentFromASetGrowsAsItsInsertsWould) {
   }
 }
 
-}  // namespace hash
-
-namespace other {
-
 std::vector<int> Elements(const Set& s) { return std::vector<int>(s.begin(), s.end()); }
 
 TEST(RangeSet, RangesAndRefusals) {
@@ -325,8 +319,6 @@ TEST(RealBitSet, MatchesStandardSet) {
   bits.removeSet(range);
   EXPECT_TRUE(bits.empty());
 }
-
-}  // namespace other
 
 }  // namespace
 }  // namespace velmor

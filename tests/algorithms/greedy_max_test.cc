@@ -29,16 +29,10 @@
 namespace velmor {
 namespace {
 
-namespace standard {
-
 using testing::FullSet;
 using testing::GreedyRun;
 using testing::kNoLimit;
 using testing::SetOf;
-
-template <typename T>
-class GreedyMaxTest : public ::testing::Test {};
-TYPED_TEST_SUITE(GreedyMaxTest, testing::FloatTypes);
 
 // Runs the standard greedy with every output and checks what must hold of any run.
 template <typename T>
@@ -55,6 +49,10 @@ GreedyRun RunAndCheck(const SubmodularFunction& f, const DownClosedSetConstraint
   testing::ExpectValidRun(f, constraint, limit, inclusion, conditioning, run, testing::Eps<T>(64));
   return run;
 }
+
+template <typename T>
+class GreedyMaxTest : public ::testing::Test {};
+TYPED_TEST_SUITE(GreedyMaxTest, testing::FloatTypes);
 
 TYPED_TEST(GreedyMaxTest, BruteForceGuaranteeAndUpperBound) {
   using T = TypeParam;
@@ -410,19 +408,6 @@ TEST(GreedyMax, Errors) {
                    12.0);
 }
 
-}  // namespace standard
-
-namespace accelerated {
-
-using testing::FullSet;
-using testing::GreedyRun;
-using testing::kNoLimit;
-using testing::SetOf;
-
-template <typename T>
-class AcceleratedGreedyTest : public ::testing::Test {};
-TYPED_TEST_SUITE(AcceleratedGreedyTest, testing::FloatTypes);
-
 GreedyRun Standard(const SubmodularFunction& f, const DownClosedSetConstraint& constraint,
                    int limit, const Set& candidates, const Set& inclusion,
                    const Set& conditioning) {
@@ -476,7 +461,7 @@ bool FloatTieFree(const SubmodularFunction& f, const DownClosedSetConstraint& co
   return true;
 }
 
-TYPED_TEST(AcceleratedGreedyTest, SameOrderAndGainsAsStandardAndWholeSetGreedy) {
+TYPED_TEST(GreedyMaxTest, SameOrderAndGainsAsStandardAndWholeSetGreedy) {
   using T = TypeParam;
   std::mt19937 engine(2718);
   int compared = 0, decided = 0;
@@ -556,7 +541,7 @@ TYPED_TEST(AcceleratedGreedyTest, SameOrderAndGainsAsStandardAndWholeSetGreedy) 
   EXPECT_GT(decided, 100);
 }
 
-TYPED_TEST(AcceleratedGreedyTest, AncillaryResultsAreReused) {
+TYPED_TEST(GreedyMaxTest, AcceleratedAncillaryResultsAreReused) {
   using T = TypeParam;
   std::mt19937 engine(44);
   const int n = 90;
@@ -697,8 +682,6 @@ TEST(AcceleratedGreedy, Errors) {
        {[&] { (void)SmallestWorthwhileGainForGreedy(f, 2, all, other, 1.0); },
         "SmallestWorthwhileGainForGreedy", "Ground set sizes 5 != 7, must be the same."}});
 }
-
-}  // namespace accelerated
 
 }  // namespace
 }  // namespace velmor

@@ -30,8 +30,6 @@ namespace {
 
 // The faster and the parallel greedy variants, measured against the standard
 // greedy (value, feasibility, evaluations) and against brute force.
-namespace variants {
-
 using testing::ExpectLocatedError;
 using testing::FullSet;
 using testing::GreedyRun;
@@ -412,13 +410,6 @@ TEST(MultiThreadedGreedy, ErrorsAndFailingRuns) {
                std::runtime_error);
 }
 
-}  // namespace variants
-
-namespace selection {
-
-using testing::FullSet;
-using testing::kNoLimit;
-
 // The selector's flags and tuning values, with the values a caller would
 // typically give.
 struct Selection {
@@ -541,13 +532,6 @@ TEST(GreedyAlgorithmSelection, CallersPermitIsNeverUsed) {
     }
   }
 }
-
-}  // namespace selection
-
-namespace random {
-
-using testing::FullSet;
-using testing::SetOf;
 
 std::vector<int> Sorted(const Set& s) {
   std::vector<int> elements;
@@ -689,8 +673,6 @@ TEST(RandomMinMax, EarlyReturnsAndErrors) {
         function, "Warm start set must itself be feasible."},
        {[&] { draw(0, empty, empty); }, function, "Number of attempts = 0 must be > 0."}});
 }
-
-}  // namespace random
 
 }  // namespace
 }  // namespace velmor

@@ -29,8 +29,6 @@
 namespace velmor {
 namespace {
 
-namespace dense {
-
 using testing::ExpectLocatedError;
 using testing::RandomMatrix;
 using testing::SetOf;
@@ -253,17 +251,8 @@ TEST(FacilityLocationLaneOrder, FloatGainUsesFourLaneOrder) {
   EXPECT_GT(differs_from_plain, 10);
 }
 
-}  // namespace dense
-
-namespace sparse {
-
-using testing::ExpectLocatedError;
-using testing::SetOf;
-
 template <typename T>
 using Sparse = typename SparseFacilityLocationFunction<T>::SparseMatrix;
-template <typename T>
-using Dense = typename FacilityLocationFunction<T>::DenseMatrix;
 
 template <typename T>
 Sparse<T> FromTriplets(int rows, int cols,
@@ -273,18 +262,14 @@ Sparse<T> FromTriplets(int rows, int cols,
   return m;
 }
 
-template <typename T>
-class SparseFacilityLocationTest : public ::testing::Test {};
-TYPED_TEST_SUITE(SparseFacilityLocationTest, testing::FloatTypes);
-
-TYPED_TEST(SparseFacilityLocationTest, EqualsDenseFacilityLocationWithZerosForAbsentEntries) {
+TYPED_TEST(FacilityLocationTest, EqualsDenseFacilityLocationWithZerosForAbsentEntries) {
   using T = TypeParam;
   std::mt19937 rng(4);
   const int n = 30;
   const int k = 14;
   for (const double density : {1.0, 0.35, 0.05}) {
     SCOPED_TRACE("density " + std::to_string(density));
-    Dense<T> dense;
+    Matrix<T> dense;
     SparseFacilityLocationFunction<T> sparse(
         testing::RandomSparse<T>(n, k, density, 77, dense, 1.0, {3}), false);
     FacilityLocationFunction<T> reference(dense);
@@ -314,7 +299,7 @@ TYPED_TEST(SparseFacilityLocationTest, EqualsDenseFacilityLocationWithZerosForAb
   }
 }
 
-TYPED_TEST(SparseFacilityLocationTest, ElementsWithoutEntriesAndRawScale) {
+TYPED_TEST(FacilityLocationTest, ElementsWithoutEntriesAndRawScale) {
   using T = TypeParam;
   Sparse<T> m = FromTriplets<T>(
       4, 3, {{0, 0, T(0.5)}, {0, 2, T(0.25)}, {2, 0, T(1.5)}, {2, 1, T(-2)}, {3, 2, T(0.75)}});
@@ -350,7 +335,7 @@ TYPED_TEST(SparseFacilityLocationTest, ElementsWithoutEntriesAndRawScale) {
   EXPECT_EQ("Sparse FL, |V|=3, #landmarks=3", h.Description());
 }
 
-TYPED_TEST(SparseFacilityLocationTest, FailuresLeaveTheCallersMatrix) {
+TYPED_TEST(FacilityLocationTest, FailuresLeaveTheCallersMatrix) {
   using T = TypeParam;
   const std::string file = "SparseFacilityLocationFunction";
   // No stored entry, or only negative ones: f(V) = 0; the matrix goes back
@@ -378,20 +363,12 @@ TYPED_TEST(SparseFacilityLocationTest, FailuresLeaveTheCallersMatrix) {
                      file, "Invalid argument, ground_set_size=0.");
 }
 
-}  // namespace sparse
-
 // Facility location over storage it shares rather than owns: a .npy file
 // mapped into memory. Every answer must equal, bit for bit, the answer of the
 // function built from the same file read into memory; writes must stay with
 // the function that makes them.
-namespace shared_storage {
-
-using testing::RandomMatrix;
 using testing::ReadFile;
 using testing::TempDir;
-
-template <typename T>
-using Matrix = typename FacilityLocationFunction<T>::DenseMatrix;
 
 // The function over `file_name` mapped in place.
 template <typename T>
@@ -405,18 +382,12 @@ FacilityLocationFunction<T> MappedFunction(const std::string& file_name) {
                                      std::move(*mapped).Share(), n, k);
 }
 
-template <typename T>
-class SharedStorageFacilityLocation : public ::testing::Test {};
-TYPED_TEST_SUITE(SharedStorageFacilityLocation, testing::FloatTypes);
-
-TYPED_TEST(SharedStorageFacilityLocation, MappedFileGivesTheReadFilesAnswersBitForBit) {
+TYPED_TEST(FacilityLocationTest, MappedFileGivesTheReadFilesAnswersBitForBit) {
   using T = TypeParam;
   TempDir dir;
   const std::string name = dir.File("sim.npy");
   // k around multiples of four, for every tail of the four-lane sums.
-  const struct {
-    int n, k;
-  } shapes[] = {{1, 1}, {37, 3}, {33, 5}, {20, 6}, {64, 13}, {9, 64}};
+  const struct { int n, k; } shapes[] = {{1, 1}, {37, 3}, {33, 5}, {20, 6}, {64, 13}, {9, 64}};
   std::uint32_t seed = 3;
   for (const auto& shape : shapes) {
     SCOPED_TRACE("n = " + std::to_string(shape.n) + ", k = " + std::to_string(shape.k));
@@ -458,7 +429,7 @@ TYPED_TEST(SharedStorageFacilityLocation, MappedFileGivesTheReadFilesAnswersBitF
   }
 }
 
-TYPED_TEST(SharedStorageFacilityLocation, WritesStayWithTheFunctionThatMakesThem) {
+TYPED_TEST(FacilityLocationTest, WritesStayWithTheFunctionThatMakesThem) {
   using T = TypeParam;
   TempDir dir;
   const std::string name = dir.File("sim.npy");
@@ -511,7 +482,7 @@ TYPED_TEST(SharedStorageFacilityLocation, WritesStayWithTheFunctionThatMakesThem
   EXPECT_EQ(owned.Similarity(0, 0), m(0, 0));
 }
 
-TYPED_TEST(SharedStorageFacilityLocation, ConstructionErrors) {
+TYPED_TEST(FacilityLocationTest, ConstructionErrors) {
   using T = TypeParam;
   using F = FacilityLocationFunction<T>;
   auto values = std::shared_ptr<T>(new T[6](), std::default_delete<T[]>());
@@ -541,8 +512,6 @@ TYPED_TEST(SharedStorageFacilityLocation, ConstructionErrors) {
   EXPECT_EQ(f.Row(0), values.get());
   EXPECT_EQ(f.Similarity(1, 1), T(2));
 }
-
-}  // namespace shared_storage
 
 }  // namespace
 }  // namespace velmor

@@ -207,25 +207,14 @@ TEST(SetFunction, ContextSetFollowsTheInsertFlag) {
   EXPECT_NEAR(f.Evaluate(A), shrinking->CurrentValue(), 1e-12);
 }
 
-namespace modular {
-
 template <typename T>
-std::vector<T> RandomWeights(int n, std::uint32_t seed, double low, double high) {
-  std::mt19937 rng(seed);
-  std::uniform_real_distribution<double> dist(low, high);
-  std::vector<T> weights(static_cast<std::size_t>(n));
-  for (T& w : weights) w = static_cast<T>(dist(rng));
-  return weights;
-}
+class FunctionTest : public ::testing::Test {};
+TYPED_TEST_SUITE(FunctionTest, testing::FloatTypes);
 
-template <typename T>
-class ModularFunctionTest : public ::testing::Test {};
-TYPED_TEST_SUITE(ModularFunctionTest, testing::FloatTypes);
-
-TYPED_TEST(ModularFunctionTest, ValuesAreOffsetPlusPlainSum) {
+TYPED_TEST(FunctionTest, ValuesAreOffsetPlusPlainSum) {
   using T = TypeParam;
   const int n = 40;
-  const std::vector<T> weights = RandomWeights<T>(n, 3, -5.0, 5.0);
+  const std::vector<T> weights = testing::RandomWeights<T>(n, 3, -5.0, 5.0);
   const T offset = static_cast<T>(-1.25);
   ModularFunction<T> f(weights, offset);
   std::mt19937 rng(8);
@@ -238,10 +227,11 @@ TYPED_TEST(ModularFunctionTest, ValuesAreOffsetPlusPlainSum) {
   EXPECT_EQ(static_cast<double>(weights[7]) + offset, f.Evaluate(7));
   // Monotone exactly when no weight is negative.
   EXPECT_FALSE(f.IsMonotoneNondecreasing());
-  EXPECT_TRUE(ModularFunction<T>(RandomWeights<T>(n, 4, 0.0, 1.0)).IsMonotoneNondecreasing());
+  EXPECT_TRUE(
+      ModularFunction<T>(testing::RandomWeights<T>(n, 4, 0.0, 1.0)).IsMonotoneNondecreasing());
 }
 
-TYPED_TEST(ModularFunctionTest, Errors) {
+TYPED_TEST(FunctionTest, Errors) {
   using T = TypeParam;
   // Non-finite weights are refused.
   for (const T bad : {std::numeric_limits<T>::quiet_NaN(), std::numeric_limits<T>::infinity(),
@@ -255,10 +245,6 @@ TYPED_TEST(ModularFunctionTest, Errors) {
   }
 }
 
-}  // namespace modular
-
-namespace mixture {
-
 constexpr int kN = 14;
 
 FacilityLocationFunction<float> MakeFacilityLocation(int n, int k, std::uint32_t seed) {
@@ -268,11 +254,7 @@ FacilityLocationFunction<float> MakeFacilityLocation(int n, int k, std::uint32_t
 }
 
 ModularFunction<double> MakeModular(int n, std::uint32_t seed) {
-  std::mt19937 rng(seed);
-  std::uniform_real_distribution<double> dist(-0.2, 1.0);
-  std::vector<double> weights(static_cast<std::size_t>(n));
-  for (double& w : weights) w = dist(rng);
-  return ModularFunction<double>(weights, 0.1);
+  return ModularFunction<double>(testing::RandomWeights<double>(n, seed, -0.2, 1.0), 0.1);
 }
 
 // A component whose Gain must never be consulted.
@@ -411,8 +393,6 @@ TEST(MixtureSetFunction, Errors) {
   EXPECT_EQ(2u, kept.size());
   EXPECT_EQ((std::vector<double>{1.0, 2.0}), mixture.ComponentWeights());
 }
-
-}  // namespace mixture
 
 }  // namespace
 }  // namespace velmor

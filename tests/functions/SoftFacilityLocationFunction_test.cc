@@ -21,8 +21,6 @@
 namespace velmor {
 namespace {
 
-namespace dense {
-
 using testing::ExpectLocatedError;
 using testing::RandomMatrix;
 using testing::RandomSet;
@@ -208,23 +206,13 @@ TYPED_TEST(SoftFacilityLocationTest, Errors) {
                      "ComputeNormalizationConstant", "Invalid matrix, f(V) = 0 <= 0.");
 }
 
-}  // namespace dense
-
-namespace sparse {
-
-using testing::ExpectLocatedError;
-using testing::RandomSet;
-using testing::SetOf;
-
 template <typename T>
 using Sparse = typename SoftSparseFacilityLocationFunction<T>::SparseMatrix;
-template <typename T>
-using Dense = typename SoftFacilityLocationFunction<T>::DenseMatrix;
 
 // sum_i lambda log(1 + sum over members with a stored (a, i) of exp(S / lambda));
 // the random matrices store no zeros.
 template <typename T>
-double BruteForceValue(const Dense<T>& m, const Set& A, double lambda) {
+double BruteForceSparseValue(const Matrix<T>& m, const Set& A, double lambda) {
   long double total = 0;
   for (int i = 0; i < m.cols(); ++i) {
     long double sum = 1;
@@ -238,11 +226,7 @@ double BruteForceValue(const Dense<T>& m, const Set& A, double lambda) {
   return static_cast<double>(total);
 }
 
-template <typename T>
-class SoftSparseFacilityLocationTest : public ::testing::Test {};
-TYPED_TEST_SUITE(SoftSparseFacilityLocationTest, testing::FloatTypes);
-
-TYPED_TEST(SoftSparseFacilityLocationTest, ValuesFollowTheAbsentEntryRule) {
+TYPED_TEST(SoftFacilityLocationTest, ValuesFollowTheAbsentEntryRule) {
   using T = TypeParam;
   std::mt19937 rng(9);
   const int n = 20;
@@ -250,14 +234,14 @@ TYPED_TEST(SoftSparseFacilityLocationTest, ValuesFollowTheAbsentEntryRule) {
   for (const double density : {1.0, 0.4}) {
     for (const double lambda : {0.1, 1.0}) {
       SCOPED_TRACE("density " + std::to_string(density) + " lambda " + std::to_string(lambda));
-      Dense<T> dense;
+      Matrix<T> dense;
       SoftSparseFacilityLocationFunction<T> sparse(
           testing::RandomSparse<T>(n, k, density, 5, dense), lambda, true);
       SoftFacilityLocationFunction<T> reference(dense, lambda);
       reference.ComputeNormalizationConstant(true);
       for (int trial = 0; trial < 20; ++trial) {
         const UnorderedHashSet A = RandomSet(n, 0.3, rng);
-        const double expected = BruteForceValue<T>(dense, A, lambda);
+        const double expected = BruteForceSparseValue<T>(dense, A, lambda);
         EXPECT_NEAR(expected, sparse.Evaluate(A), 1e-12 * (1 + expected));
         if (density == 1.0) {
           // Everything stored: the dense soft function on the same values.
@@ -271,7 +255,8 @@ TYPED_TEST(SoftSparseFacilityLocationTest, ValuesFollowTheAbsentEntryRule) {
         }
       }
       for (int v = 0; v < n; ++v) {
-        EXPECT_NEAR(BruteForceValue<T>(dense, SetOf(n, {v}), lambda), sparse.Evaluate(v), 1e-12);
+        EXPECT_NEAR(BruteForceSparseValue<T>(dense, SetOf(n, {v}), lambda), sparse.Evaluate(v),
+                    1e-12);
       }
     }
   }
@@ -300,7 +285,7 @@ TYPED_TEST(SoftSparseFacilityLocationTest, ValuesFollowTheAbsentEntryRule) {
   EXPECT_EQ("Soft Sparse FL, |V|=2, #landmarks=1", absent.Description());
 }
 
-TYPED_TEST(SoftSparseFacilityLocationTest, FailuresLeaveTheCallersMatrix) {
+TYPED_TEST(SoftFacilityLocationTest, FailuresLeaveTheCallersMatrix) {
   using T = TypeParam;
   const std::string file = "SoftSparseFacilityLocationFunction";
   // Softness is checked before the matrix is taken.
@@ -329,8 +314,6 @@ TYPED_TEST(SoftSparseFacilityLocationTest, FailuresLeaveTheCallersMatrix) {
   EXPECT_EQ(1.0, f.NormalizationScale());
   EXPECT_NEAR(0.5 * std::log1p(std::exp(2.0)), f.Evaluate(FixedGroundSet(3)), 1e-15);
 }
-
-}  // namespace sparse
 
 }  // namespace
 }  // namespace velmor

@@ -17,8 +17,6 @@
 namespace velmor {
 namespace {
 
-namespace dense {
-
 using testing::ExpectLocatedError;
 using testing::SetOf;
 
@@ -43,10 +41,10 @@ double BruteForceValue(const Matrix<T>& m, const Set& A) {
 }
 
 template <typename T>
-class SumSumDispersionTest : public ::testing::Test {};
-TYPED_TEST_SUITE(SumSumDispersionTest, testing::FloatTypes);
+class DispersionTest : public ::testing::Test {};
+TYPED_TEST_SUITE(DispersionTest, testing::FloatTypes);
 
-TYPED_TEST(SumSumDispersionTest, ValuesAgainstBruteForce) {
+TYPED_TEST(DispersionTest, ValuesAgainstBruteForce) {
   using T = TypeParam;
   std::mt19937 rng(12);
   for (const bool symmetric : {true, false}) {
@@ -64,7 +62,7 @@ TYPED_TEST(SumSumDispersionTest, ValuesAgainstBruteForce) {
   }
 }
 
-TYPED_TEST(SumSumDispersionTest, MembersAndNonMembersInContexts) {
+TYPED_TEST(DispersionTest, MembersAndNonMembersInContexts) {
   using T = TypeParam;
   SumSumDispersionFunction<T> f(RandomMatrix<T>(6, false, 2));
   // Adding a member again, or removing a non-member, changes nothing.
@@ -82,7 +80,7 @@ TYPED_TEST(SumSumDispersionTest, MembersAndNonMembersInContexts) {
   EXPECT_EQ("SumSumDisp, |V|=6", f.Description());
 }
 
-TYPED_TEST(SumSumDispersionTest, Errors) {
+TYPED_TEST(DispersionTest, Errors) {
   using T = TypeParam;
   const std::string file = "SumSumDispersionFunction";
   // The sign check comes before the shape check.
@@ -112,37 +110,25 @@ TYPED_TEST(SumSumDispersionTest, Errors) {
                      "ComputeNormalizationConstant", "Invalid SumSumDisp matrix.", "NaN");
 }
 
-}  // namespace dense
-
-namespace sparse {
-
-using testing::ExpectLocatedError;
-using testing::SetOf;
-
 template <typename T>
 using Sparse = typename SparseSumSumDispersionFunction<T>::SparseMatrix;
-template <typename T>
-using Dense = typename SumSumDispersionFunction<T>::DenseMatrix;
 
 // Random non-negative n x n matrix (symmetric on request); `dense` gets zeros
 // where nothing is stored.
 template <typename T>
-Sparse<T> RandomSparse(int n, double density, bool symmetric, std::uint32_t seed, Dense<T>& dense) {
+Sparse<T> RandomSparse(int n, double density, bool symmetric, std::uint32_t seed,
+                       Matrix<T>& dense) {
   testing::RandomSparse<T>(n, n, density, seed, dense);
   if (symmetric) dense = (dense + dense.transpose()).eval();
   return dense.sparseView();
 }
 
-template <typename T>
-class SparseSumSumDispersionTest : public ::testing::Test {};
-TYPED_TEST_SUITE(SparseSumSumDispersionTest, testing::FloatTypes);
-
-TYPED_TEST(SparseSumSumDispersionTest, AgreesWithDenseDispersion) {
+TYPED_TEST(DispersionTest, AgreesWithDenseDispersion) {
   using T = TypeParam;
   std::mt19937 rng(77);
   const int n = 25;
   for (const bool symmetric : {true, false}) {
-    Dense<T> dense;
+    Matrix<T> dense;
     SparseSumSumDispersionFunction<T> sparse(RandomSparse<T>(n, 0.3, symmetric, 5, dense));
     SumSumDispersionFunction<T> reference(dense);
     EXPECT_EQ(reference.IsSymmetric(), sparse.IsSymmetric());
@@ -174,7 +160,7 @@ TYPED_TEST(SparseSumSumDispersionTest, AgreesWithDenseDispersion) {
   }
 }
 
-TYPED_TEST(SparseSumSumDispersionTest, SymmetricFlagReadsAbsentEntriesAsZero) {
+TYPED_TEST(DispersionTest, SymmetricFlagReadsAbsentEntriesAsZero) {
   using T = TypeParam;
   // A stored 0 facing an absent entry is symmetric.
   Sparse<T> m(3, 3);
@@ -203,7 +189,7 @@ TYPED_TEST(SparseSumSumDispersionTest, SymmetricFlagReadsAbsentEntriesAsZero) {
   EXPECT_EQ("Sparse SumSumDisp, |V|=2", one_sided.Description());
 }
 
-TYPED_TEST(SparseSumSumDispersionTest, Errors) {
+TYPED_TEST(DispersionTest, SparseErrors) {
   using T = TypeParam;
   const std::string file = "SparseSumSumDispersionFunction";
   // Refused matrices stay with the caller.
@@ -229,8 +215,6 @@ TYPED_TEST(SparseSumSumDispersionTest, Errors) {
   ExpectLocatedError([&] { inf.ComputeNormalizationConstant(true); }, file,
                      "ComputeNormalizationConstant", "Invalid Sparse SumSumDisp matrix.", "Inf");
 }
-
-}  // namespace sparse
 
 }  // namespace
 }  // namespace velmor

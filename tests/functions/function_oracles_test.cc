@@ -47,15 +47,6 @@ void Walk(const SetFunction& f, std::uint32_t seed, int steps, double tolerance,
 }
 
 template <typename T>
-std::vector<T> RandomWeights(int n, std::uint32_t seed, double low, double high) {
-  std::mt19937 rng(seed);
-  std::uniform_real_distribution<double> dist(low, high);
-  std::vector<T> weights(static_cast<std::size_t>(n));
-  for (T& w : weights) w = static_cast<T>(dist(rng));
-  return weights;
-}
-
-template <typename T>
 class SetFunctionKinds : public ::testing::Test {};
 TYPED_TEST_SUITE(SetFunctionKinds, testing::FloatTypes);
 
@@ -111,8 +102,9 @@ TYPED_TEST(SetFunctionKinds, ModularAndDispersion) {
   std::uint32_t seed = 3;
   for (const int n : {1, 2, 7, 16, 33}) {
     // Modular: mixed signs, with and without an offset.
-    Walk(ModularFunction<T>(RandomWeights<T>(n, 11u + n, -1.0, 2.0), T(n % 2 ? 0.75 : 0.0)),
-         100u + n, 120, 64 * std::numeric_limits<double>::epsilon());
+    Walk(
+        ModularFunction<T>(testing::RandomWeights<T>(n, 11u + n, -1.0, 2.0), T(n % 2 ? 0.75 : 0.0)),
+        100u + n, 120, 64 * std::numeric_limits<double>::epsilon());
     for (const bool symmetric : {true, false}) {
       Dense<T> m = RandomMatrix<T>(n, n, ++seed);
       if (symmetric) m.template triangularView<Eigen::StrictlyLower>() = m.transpose().eval();
@@ -143,7 +135,7 @@ TYPED_TEST(SetFunctionKinds, MixturesAndWrappers) {
   fl2.ComputeNormalizationConstant(false);
   SumSumDispersionFunction<T> dispersion(RandomMatrix<T>(n, n, 2));
   dispersion.ComputeNormalizationConstant(false);
-  const ModularFunction<double> modular(RandomWeights<double>(n, 3, -0.2, 1.0), 0.1);
+  const ModularFunction<double> modular(testing::RandomWeights<double>(n, 3, -0.2, 1.0), 0.1);
   // Float gains are summed in float; values in double.
   const double tolerance = std::is_same_v<T, float> ? 1e-5 : 1e-12;
   std::uint32_t seed = 77;

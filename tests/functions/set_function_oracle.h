@@ -255,6 +255,16 @@ Eigen::Matrix<T, Eigen::Dynamic, Eigen::Dynamic> RandomMatrix(int rows, int cols
   return m;
 }
 
+// n weights uniform in [low, high).
+template <typename T>
+std::vector<T> RandomWeights(int n, std::uint32_t seed, double low, double high) {
+  std::mt19937 rng(seed);
+  std::uniform_real_distribution<double> dist(low, high);
+  std::vector<T> weights(static_cast<std::size_t>(n));
+  for (T& w : weights) w = static_cast<T>(dist(rng));
+  return weights;
+}
+
 // A random n x k matrix storing each entry with probability `density`, values
 // scale * uniform (0, 1); rows listed in `empty_rows` store nothing. `dense`
 // receives the same matrix with zeros where nothing is stored.

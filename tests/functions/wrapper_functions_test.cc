@@ -18,17 +18,15 @@
 namespace velmor {
 namespace {
 
-namespace contraction {
-
 using testing::RandomMatrix;
 using testing::RandomSet;
 using testing::Union;
 
 template <typename T>
-class ContractionWrapperTest : public ::testing::Test {};
-TYPED_TEST_SUITE(ContractionWrapperTest, testing::FloatTypes);
+class WrapperTest : public ::testing::Test {};
+TYPED_TEST_SUITE(WrapperTest, testing::FloatTypes);
 
-TYPED_TEST(ContractionWrapperTest, ContractionIdentities) {
+TYPED_TEST(WrapperTest, ContractionIdentities) {
   using T = TypeParam;
   const int n = 20;
   std::mt19937 rng(3);
@@ -82,7 +80,7 @@ TYPED_TEST(ContractionWrapperTest, ContractionIdentities) {
   }
 }
 
-TYPED_TEST(ContractionWrapperTest, CopiesOwnTheirFunctionAndArgumentErrors) {
+TYPED_TEST(WrapperTest, CopiesOwnTheirFunctionAndArgumentErrors) {
   using T = TypeParam;
   const int n = 10;
   std::mt19937 rng(1);
@@ -114,22 +112,10 @@ TYPED_TEST(ContractionWrapperTest, CopiesOwnTheirFunctionAndArgumentErrors) {
               "Invalid argument, multiplier (=nan) must be finite."}});
 }
 
-}  // namespace contraction
-
-namespace cmi {
-
 template <typename T>
 using Cmi = CombinatorialConditionalMutualInformationWrapperSetFunction<T>;
 
-using testing::RandomMatrix;
-using testing::RandomSet;
-using testing::Union;
-
-template <typename T>
-class CmiWrapperTest : public ::testing::Test {};
-TYPED_TEST_SUITE(CmiWrapperTest, testing::FloatTypes);
-
-TYPED_TEST(CmiWrapperTest, MutualInformationIdentities) {
+TYPED_TEST(WrapperTest, MutualInformationIdentities) {
   using T = TypeParam;
   const int n = 18;
   std::mt19937 rng(21);
@@ -174,7 +160,7 @@ TYPED_TEST(CmiWrapperTest, MutualInformationIdentities) {
   }
 }
 
-TYPED_TEST(CmiWrapperTest, CopiesOwnTheirFunctionAndArgumentErrors) {
+TYPED_TEST(WrapperTest, CmiCopiesOwnTheirFunctionAndArgumentErrors) {
   using T = TypeParam;
   const int n = 6;
   std::mt19937 rng(2);
@@ -203,8 +189,6 @@ TYPED_TEST(CmiWrapperTest, CopiesOwnTheirFunctionAndArgumentErrors) {
              {[&] { Cmi<SubmodularFunction>(f, A, N, INFINITY); }, file,
               "Invalid argument, multiplier (=inf) must be finite."}});
 }
-
-}  // namespace cmi
 
 }  // namespace
 }  // namespace velmor

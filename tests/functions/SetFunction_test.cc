@@ -16,6 +16,8 @@
 #include "functions/MixtureSetFunction.h"
 #include "functions/ModularFunction.h"
 #include "functions/set_function_oracle.h"
+#include "sets/FixedEmptySet.h"
+#include "sets/FixedSingletonSet.h"
 #include "sets/RangeSet.h"
 #include "sets/UnorderedHashSet.h"
 #include "support/float_types.h"
@@ -84,30 +86,24 @@ class SqrtOfSum : public clone_inherit<SqrtOfSum, SubmodularFunction> {
     for (int a : A) sum += weights_[static_cast<std::size_t>(a)];
     return std::sqrt(sum);
   }
-  double EvaluateUnion(int v, const Set& A) const override {
-    UnorderedHashSet u(GroundSetSize());
-    u.insertSet(A);
-    u.insert(v);
-    return Evaluate(u);
-  }
-  double EvaluateUnion(const Set& A, const Set& B) const override {
+  // f((A + B) - D).
+  double Changed(const Set& A, const Set& B, const Set& D) const {
     UnorderedHashSet u(GroundSetSize());
     u.insertSet(A);
     u.insertSet(B);
+    u.removeSet(D);
     return Evaluate(u);
   }
+  double EvaluateUnion(int v, const Set& A) const override { return Changed(A, One(v), None()); }
+  double EvaluateUnion(const Set& A, const Set& B) const override { return Changed(A, B, None()); }
   double EvaluateAfterSubtraction(const Set& A, int v) const override {
-    UnorderedHashSet u(GroundSetSize());
-    u.insertSet(A);
-    u.remove(v);
-    return Evaluate(u);
+    return Changed(A, None(), One(v));
   }
   double EvaluateAfterSubtraction(const Set& A, const Set& B) const override {
-    UnorderedHashSet u(GroundSetSize());
-    u.insertSet(A);
-    u.removeSet(B);
-    return Evaluate(u);
+    return Changed(A, None(), B);
   }
+  FixedSingletonSet One(int v) const { return FixedSingletonSet(GroundSetSize(), v); }
+  FixedEmptySet None() const { return FixedEmptySet(GroundSetSize()); }
   int GroundSetSize() const override { return static_cast<int>(weights_.size()); }
   int NumberOfLandmarks() const override { return 0; }
   long MatrixRows() const override { return 0; }

@@ -18,13 +18,13 @@
 namespace velmor {
 namespace {
 
-namespace cardinality {
+constexpr const char* kCardinality = "CardinalitySetConstraint";
+constexpr const char* kPartition = "PartitionMatroidSetConstraint";
+constexpr const char* kIntersection = "IntersectionOfMatroidsSetConstraint";
 
 using testing::CheckAgainstOracle;
 using testing::ExpectLocatedError;
 using testing::SetOf;
-
-constexpr const char* kFile = "CardinalitySetConstraint";
 
 TEST(CardinalitySetConstraint, AgreesWithBruteForce) {
   for (int n : {1, 2, 7, 16, 17}) {
@@ -113,23 +113,14 @@ TEST(CardinalitySetConstraint, Errors) {
     ExpectLocatedError<std::invalid_argument>([&] { (void)context->AddElementToContext(e, true); },
                                               "SetConstraint", "AddElementToContext", text);
   }
-  testing::ExpectLocatedErrors<std::invalid_argument>(kFile, cases);
+  testing::ExpectLocatedErrors<std::invalid_argument>(kCardinality, cases);
   EXPECT_TRUE(context->IsDisjointUnionFeasible(0));
   EXPECT_EQ(context->CurrentSet().size(), 0);
 }
 
-}  // namespace cardinality
-
-namespace partition {
-
 using Partition = PartitionMatroidSetConstraint<std::vector<int>>;
 using exception::InputDataError;
-using testing::CheckAgainstOracle;
-using testing::ExpectLocatedError;
 using testing::PartitionsOracle;
-using testing::SetOf;
-
-constexpr const char* kFile = "PartitionMatroidSetConstraint";
 
 struct RandomPartition {
   std::vector<int> mapping;
@@ -257,7 +248,7 @@ TEST(PartitionMatroidSetConstraint, ArgumentErrors) {
     cases.push_back({[&, e] { (void)context->AddNewElementToContext(e, true); },
                      "AddNewElementToContext", text});
   }
-  testing::ExpectLocatedErrors<std::invalid_argument>(kFile, cases);
+  testing::ExpectLocatedErrors<std::invalid_argument>(kPartition, cases);
   EXPECT_TRUE(context->IsFeasible());
   EXPECT_EQ(context->CurrentSet().size(), 0);
 }
@@ -305,7 +296,7 @@ TEST(PartitionMatroidSetConstraint, JsonErrors) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.json);
     const auto json = nlohmann::json::parse(c.json);
-    ExpectLocatedError<InputDataError>([&] { Partition p(json); }, kFile,
+    ExpectLocatedError<InputDataError>([&] { Partition p(json); }, kPartition,
                                        "PartitionMatroidSetConstraint", c.function_text);
   }
   // A huge limit means no limit.
@@ -313,18 +304,6 @@ TEST(PartitionMatroidSetConstraint, JsonErrors) {
       nlohmann::json::parse(R"({"blocks": [{"block": [0, 1], "limit": 99999999999}]})"));
   EXPECT_EQ(unlimited.SizeLimit(), 2);
 }
-
-}  // namespace partition
-
-namespace intersection {
-
-using Partition = PartitionMatroidSetConstraint<std::vector<int>>;
-using exception::InputDataError;
-using testing::CheckAgainstOracle;
-using testing::ExpectLocatedError;
-using testing::PartitionsOracle;
-
-constexpr const char* kFile = "IntersectionOfMatroidsSetConstraint";
 
 std::vector<std::unique_ptr<MatroidSetConstraint>> Members(std::vector<Partition> partitions) {
   std::vector<std::unique_ptr<MatroidSetConstraint>> members;
@@ -439,7 +418,7 @@ TEST(IntersectionOfMatroidsSetConstraint, ArgumentErrors) {
     cases.push_back(
         {[&, e] { (void)context->AddElementToContext(e, s, true); }, "AddElementToContext", text});
   }
-  testing::ExpectLocatedErrors<std::invalid_argument>(kFile, cases);
+  testing::ExpectLocatedErrors<std::invalid_argument>(kIntersection, cases);
   EXPECT_TRUE(context->IsFeasible());
   EXPECT_EQ(s.size(), 0);
 }
@@ -470,7 +449,7 @@ TEST(IntersectionOfMatroidsSetConstraint, Json) {
   EXPECT_NE(chain.find('\n'), std::string::npos) << "the parser's error is nested";
   ExpectLocatedError<InputDataError>(
       [&] { (void)IntersectionOfMatroidsSetConstraint::FromJSONFile(dir.File("none.json")); },
-      kFile, "FromJSONFile", "Can't open JSON file '" + dir.File("none.json") + "'.");
+      kIntersection, "FromJSONFile", "Can't open JSON file '" + dir.File("none.json") + "'.");
 
   // Malformed objects.
   const std::string function = "IntersectionOfMatroidsSetConstraint";
@@ -500,7 +479,7 @@ TEST(IntersectionOfMatroidsSetConstraint, Json) {
     SCOPED_TRACE(c.json);
     ExpectLocatedError<InputDataError>(
         [&] { IntersectionOfMatroidsSetConstraint constraint(nlohmann::json::parse(c.json)); },
-        kFile, function, c.message);
+        kIntersection, function, c.message);
   }
   // A member's own error passes through.
   ExpectLocatedError<InputDataError>(
@@ -511,8 +490,6 @@ TEST(IntersectionOfMatroidsSetConstraint, Json) {
       "PartitionMatroidSetConstraint", "PartitionMatroidSetConstraint",
       "Partition matroid blocks must be an array in JSON object.");
 }
-
-}  // namespace intersection
 
 }  // namespace
 }  // namespace velmor

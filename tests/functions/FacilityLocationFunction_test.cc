@@ -2,15 +2,29 @@
 
 #include <gtest/gtest.h>
 
+#include <Eigen/SparseCore>
+#include <algorithm>
+#include <climits>
 #include <cmath>
+#include <cstdint>
 #include <limits>
+#include <memory>
+#include <optional>
 #include <random>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "functions/SoftFacilityLocationFunction.h"
+#include "functions/SparseFacilityLocationFunction.h"
 #include "functions/set_function_oracle.h"
+#include "io/DenseNumpyFileIOSupport.h"
+#include "io/MappedNumpyMatrix.h"
 #include "matrixvector/eigen_matrix_checks.h"
+#include "sets/FixedGroundSet.h"
+#include "sets/UnorderedHashSet.h"
 #include "support/float_types.h"
+#include "support/temp_files.h"
 
 namespace velmor {
 namespace {
@@ -55,23 +69,6 @@ template <typename T>
 class FacilityLocationTest : public ::testing::Test {};
 TYPED_TEST_SUITE(FacilityLocationTest, testing::FloatTypes);
 
-TYPED_TEST(FacilityLocationTest, IncrementalAnswersMatchWholeSetEvaluation) {
-  using T = TypeParam;
-  // k around multiples of four; float gains are summed in float over k landmarks.
-  const struct {
-    int n, k;
-  } shapes[] = {{1, 1}, {2, 3}, {9, 4}, {17, 5}, {24, 7}, {31, 13}, {12, 33}, {40, 64}, {6, 130}};
-  testing::OracleOptions options;
-  options.steps = 60;
-  for (const auto& shape : shapes) {
-    SCOPED_TRACE("n = " + std::to_string(shape.n) + ", k = " + std::to_string(shape.k));
-    FacilityLocationFunction<T> f(RandomMatrix<T>(shape.n, shape.k, ++options.seed));
-    f.ComputeNormalizationConstant(false);
-    options.tolerance = testing::Eps<T>(8.0 * shape.k);
-    testing::CheckSetFunctionAgainstEvaluation(f, options);
-  }
-}
-
 TYPED_TEST(FacilityLocationTest, ValuesAgainstBruteForceAndNormalization) {
   using T = TypeParam;
   const int n = 23, k = 11;
@@ -106,14 +103,10 @@ TYPED_TEST(FacilityLocationTest, ConstructionFromEitherLayoutAgrees) {
   FacilityLocationFunction<T> from_columns(typename FacilityLocationFunction<T>::ElementMajor{},
                                            std::move(transposed));
   EXPECT_EQ(storage, from_columns.ElementMajorMatrix().data());
-  // Filling the zero matrix row by row gives the same function.
-  FacilityLocationFunction<T> filled(n, k);
   for (int v = 0; v < n; ++v) {
-    for (int i = 0; i < k; ++i) filled.MutableRow(v)[i] = m(v, i);
-  }
-  for (const FacilityLocationFunction<T>* f : {&from_rows, &from_columns, &filled}) {
-    for (int v = 0; v < n; ++v) {
-      for (int i = 0; i < k; ++i) ASSERT_EQ(m(v, i), f->Similarity(v, i)) << v << ", " << i;
+    for (int i = 0; i < k; ++i) {
+      ASSERT_EQ(m(v, i), from_rows.Similarity(v, i)) << v << ", " << i;
+      ASSERT_EQ(m(v, i), from_columns.Similarity(v, i)) << v << ", " << i;
     }
   }
 }
@@ -150,7 +143,6 @@ TYPED_TEST(FacilityLocationTest, Errors) {
   using T = TypeParam;
   const std::string file = "FacilityLocationFunction";
   FacilityLocationFunction<T> f(RandomMatrix<T>(10, 4, 1));
-  testing::CheckArgumentErrors(f, file);
   auto growing = f.MakeGrowingContext(SetOf(10, {2}));
   const int bad[] = {1, -3};
   double gains[2];
@@ -257,6 +249,268 @@ TEST(FacilityLocationLaneOrder, FloatGainUsesFourLaneOrder) {
   }
   // The data must be able to tell the orders apart for the test to mean anything.
   EXPECT_GT(differs_from_plain, 10);
+}
+
+template <typename T>
+using Sparse = typename SparseFacilityLocationFunction<T>::SparseMatrix;
+
+template <typename T>
+Sparse<T> FromTriplets(int rows, int cols,
+                       const std::vector<Eigen::Triplet<T, std::int32_t>>& triplets) {
+  Sparse<T> m(rows, cols);
+  m.setFromTriplets(triplets.begin(), triplets.end());
+  return m;
+}
+
+TYPED_TEST(FacilityLocationTest, EqualsDenseFacilityLocationWithZerosForAbsentEntries) {
+  using T = TypeParam;
+  std::mt19937 rng(4);
+  const int n = 30;
+  const int k = 14;
+  for (const double density : {1.0, 0.35, 0.05}) {
+    SCOPED_TRACE("density " + std::to_string(density));
+    Matrix<T> dense;
+    SparseFacilityLocationFunction<T> sparse(
+        testing::RandomSparse<T>(n, k, density, 77, dense, 1.0, {3}), false);
+    FacilityLocationFunction<T> reference(dense);
+    reference.ComputeNormalizationConstant(false);
+    EXPECT_NEAR(reference.NormalizationScale(), sparse.NormalizationScale(),
+                1e-15 * reference.NormalizationScale());
+    // The dense gain is summed in T in four lanes, the sparse one in double.
+    const double tolerance =
+        k * k * std::numeric_limits<T>::epsilon() * reference.NormalizationScale();
+    for (int trial = 0; trial < 25; ++trial) {
+      const UnorderedHashSet A = testing::RandomSet(n, 0.25, rng);
+      EXPECT_NEAR(reference.Evaluate(A), sparse.Evaluate(A), 1e-14);
+      auto sparse_context = sparse.MakeGrowingContext(A);
+      auto dense_context = reference.MakeGrowingContext(A);
+      auto sparse_shrinking = sparse.MakeShrinkingContext(A);
+      auto dense_shrinking = reference.MakeShrinkingContext(A);
+      for (int v = 0; v < n; ++v) {
+        if (A.contains(v)) {
+          EXPECT_NEAR(dense_shrinking->SubsetLoss(v), sparse_shrinking->SubsetLoss(v), 1e-14) << v;
+        } else {
+          EXPECT_NEAR(dense_context->DisjointGain(v), sparse_context->DisjointGain(v), tolerance)
+              << v;
+          EXPECT_NEAR(reference.Gain(v, A), sparse.Gain(v, A), 1e-14) << v;
+        }
+      }
+    }
+  }
+}
+
+TYPED_TEST(FacilityLocationTest, ElementsWithoutEntriesAndRawScale) {
+  using T = TypeParam;
+  Sparse<T> m = FromTriplets<T>(
+      4, 3, {{0, 0, T(0.5)}, {0, 2, T(0.25)}, {2, 0, T(1.5)}, {2, 1, T(-2)}, {3, 2, T(0.75)}});
+  SparseFacilityLocationFunction<T> f(std::move(m), true);
+  EXPECT_EQ(0, m.nonZeros()) << "the caller's matrix was not taken over";
+  EXPECT_EQ(1.0, f.NormalizationScale());
+  // f(V) = max(0.5, 1.5) + max(0, -2) + max(0.25, 0.75).
+  EXPECT_DOUBLE_EQ(2.25, f.Evaluate(FixedGroundSet(4)));
+  EXPECT_EQ(5, f.MatrixStoredEntries());
+  // Single elements are not clamped: f({2}) = 1.5 - 2.
+  EXPECT_DOUBLE_EQ(-0.5, f.Evaluate(2));
+  EXPECT_DOUBLE_EQ(1.5, f.Evaluate(SetOf(4, {2})));
+  // Element 1 stores nothing: gain 0, adding it changes only the set.
+  const UnorderedHashSet A = SetOf(4, {0});
+  auto context = f.MakeGrowingContext(A);
+  EXPECT_EQ(0.0, context->DisjointGain(1));
+  EXPECT_EQ(0.0, f.Gain(1, A));
+  const double before = context->CurrentValue();
+  EXPECT_FALSE(context->AddNewElementToContext(1, true));
+  EXPECT_EQ(before, context->CurrentValue());
+  EXPECT_TRUE(context->CurrentSet().contains(1));
+
+  // An uncompressed matrix (built by insert) is accepted and compressed.
+  Sparse<T> uncompressed(3, 3);
+  uncompressed.reserve(Eigen::VectorXi::Constant(3, 2));
+  uncompressed.insert(2, 1) = T(0.5);
+  uncompressed.insert(0, 1) = T(0.25);
+  uncompressed.insert(0, 0) = T(1);
+  ASSERT_FALSE(uncompressed.isCompressed());
+  SparseFacilityLocationFunction<T> h(std::move(uncompressed), true);
+  EXPECT_TRUE(h.Matrix().isCompressed());
+  EXPECT_DOUBLE_EQ(1.5, h.Evaluate(FixedGroundSet(3)));
+  EXPECT_EQ("Sparse FL, |V|=3, #landmarks=3", h.Description());
+}
+
+TYPED_TEST(FacilityLocationTest, FailuresLeaveTheCallersMatrix) {
+  using T = TypeParam;
+  const std::string file = "SparseFacilityLocationFunction";
+  // No stored entry, or only negative ones: f(V) = 0; the matrix goes back
+  // to the caller intact.
+  Sparse<T> empty(5, 4);
+  ExpectLocatedError([&] { SparseFacilityLocationFunction<T> f(std::move(empty), false); }, file,
+                     file, "Invalid matrix, f(V) = 0 <= 0.");
+  EXPECT_EQ(5, empty.rows());
+  EXPECT_EQ(4, empty.cols());
+  Sparse<T> negative = FromTriplets<T>(2, 2, {{1, 0, T(-3)}, {0, 1, T(-1)}});
+  ExpectLocatedError([&] { SparseFacilityLocationFunction<T> f(std::move(negative), false); }, file,
+                     file, "Invalid matrix, f(V) = 0 <= 0.");
+  ASSERT_EQ(2, negative.nonZeros());
+  EXPECT_EQ(T(-3), negative.coeff(1, 0));
+  EXPECT_EQ(T(-1), negative.coeff(0, 1));
+  // Infinity: nested value-check error, matrix given back.
+  Sparse<T> infinite = FromTriplets<T>(2, 3, {{1, 2, std::numeric_limits<T>::infinity()}});
+  ExpectLocatedError([&] { SparseFacilityLocationFunction<T> f(std::move(infinite), true); }, file,
+                     file, "Invalid sparse facility location matrix.", "Inf");
+  EXPECT_EQ(1, infinite.nonZeros());
+  // Shapes are refused before anything is taken.
+  ExpectLocatedError([&] { SparseFacilityLocationFunction<T> f(Sparse<T>(3, 0), true); }, file,
+                     file, "Invalid argument, number_of_concepts=3.");
+  ExpectLocatedError([&] { SparseFacilityLocationFunction<T> f(Sparse<T>(0, 3), true); }, file,
+                     file, "Invalid argument, ground_set_size=0.");
+}
+
+// Facility location over storage it shares rather than owns: a .npy file
+// mapped into memory. Every answer must equal, bit for bit, the answer of the
+// function built from the same file read into memory; writes must stay with
+// the function that makes them.
+using testing::ReadFile;
+using testing::TempDir;
+
+// The function over `file_name` mapped in place.
+template <typename T>
+FacilityLocationFunction<T> MappedFunction(const std::string& file_name) {
+  std::optional<matrixio::MappedNumpyMatrix<T>> mapped =
+      matrixio::MappedNumpyMatrix<T>::Map(file_name);
+  if (!mapped) throw std::runtime_error("not mappable: " + file_name);
+  const std::ptrdiff_t n = mapped->rows();
+  const std::ptrdiff_t k = mapped->cols();
+  return FacilityLocationFunction<T>(typename FacilityLocationFunction<T>::ElementMajor{},
+                                     std::move(*mapped).Share(), n, k);
+}
+
+TYPED_TEST(FacilityLocationTest, MappedFileGivesTheReadFilesAnswersBitForBit) {
+  using T = TypeParam;
+  TempDir dir;
+  const std::string name = dir.File("sim.npy");
+  // k around multiples of four, for every tail of the four-lane sums.
+  const struct { int n, k; } shapes[] = {{1, 1}, {37, 3}, {33, 5}, {20, 6}, {64, 13}, {9, 64}};
+  std::uint32_t seed = 3;
+  for (const auto& shape : shapes) {
+    SCOPED_TRACE("n = " + std::to_string(shape.n) + ", k = " + std::to_string(shape.k));
+    matrixio::WriteMatrixToNumpyFile<T>(name, RandomMatrix<T>(shape.n, shape.k, seed++), false);
+    FacilityLocationFunction<T> read(matrixio::ReadMatrixFromNumpyFile<T>(name));
+    FacilityLocationFunction<T> mapped = MappedFunction<T>(name);
+    ASSERT_TRUE(mapped.HasSharedStorage());
+    read.ComputeNormalizationConstant(false);
+    mapped.ComputeNormalizationConstant(false);
+    EXPECT_EQ(mapped.NormalizationScale(), read.NormalizationScale());
+    UnorderedHashSet some(shape.n);
+    for (int v = 0; v < shape.n; v += 3) some.insert(v);
+    EXPECT_EQ(mapped.Evaluate(some), read.Evaluate(some));
+
+    // Soft facility location over the mapped file: the read function's
+    // answers, bit for bit.
+    auto shared = matrixio::MappedNumpyMatrix<T>::Map(name);
+    ASSERT_TRUE(shared);
+    const SoftFacilityLocationFunction<T> soft_mapped(
+        typename SoftFacilityLocationFunction<T>::ElementMajor{}, std::move(*shared).Share(),
+        shape.n, shape.k, 0.3);
+    const SoftFacilityLocationFunction<T> soft_read(matrixio::ReadMatrixFromNumpyFile<T>(name),
+                                                    0.3);
+    EXPECT_TRUE(soft_mapped.HasSharedStorage());
+    const auto soft_read_context = soft_read.MakeGrowingContext(some);
+    const auto soft_mapped_context = soft_mapped.MakeGrowingContext(some);
+    for (int v = 0; v < shape.n; ++v) {
+      EXPECT_EQ(mapped.Gain(v, some), read.Gain(v, some));
+      EXPECT_EQ(soft_mapped_context->DisjointGain(v), soft_read_context->DisjointGain(v));
+    }
+    EXPECT_EQ(soft_mapped.Evaluate(some), soft_read.Evaluate(some));
+
+    // The mapped function against its own whole-set evaluation.
+    testing::OracleOptions options;
+    options.seed = seed;
+    options.steps = 40;
+    options.tolerance = 8.0 * shape.k * std::numeric_limits<T>::epsilon();
+    testing::CheckSetFunctionAgainstEvaluation(mapped, options);
+  }
+}
+
+TYPED_TEST(FacilityLocationTest, WritesStayWithTheFunctionThatMakesThem) {
+  using T = TypeParam;
+  TempDir dir;
+  const std::string name = dir.File("sim.npy");
+  const Matrix<T> m = RandomMatrix<T>(6, 5, 21);
+  matrixio::WriteMatrixToNumpyFile<T>(name, m, false);
+  const std::string file_bytes = ReadFile(name);
+
+  FacilityLocationFunction<T> f = MappedFunction<T>(name);
+  const T* base = f.Row(0);
+
+  // Sole holder: written in place, into copied pages, never into the file.
+  f.MutableRow(2)[1] = T(5);
+  f.MutableElementMajorMatrix()(4, 5) = T(6);  // element 5, landmark 4
+  EXPECT_TRUE(f.HasSharedStorage());
+  EXPECT_EQ(f.Row(0), base);
+  EXPECT_EQ(f.Similarity(2, 1), T(5));
+  EXPECT_EQ(f.Similarity(5, 4), T(6));
+  Matrix<T> changed = m;
+  changed(2, 1) = T(5);
+  changed(5, 4) = T(6);
+  EXPECT_EQ(f.Evaluate(UnorderedHashSet(6)), 0.0);
+  for (int v = 0; v < 6; ++v)
+    EXPECT_EQ(f.Evaluate(v), FacilityLocationFunction<T>(changed).Evaluate(v));
+  EXPECT_EQ(ReadFile(name), file_bytes);
+  EXPECT_TRUE((matrixio::ReadMatrixFromNumpyFile<T>(name).array() == m.array()).all());
+  EXPECT_EQ(MappedFunction<T>(name).Similarity(2, 1), m(2, 1));
+
+  // A clone shares the storage until it writes; its write makes it its own.
+  std::unique_ptr<FacilityLocationFunction<T>> clone = f.clone();
+  EXPECT_TRUE(clone->HasSharedStorage());
+  EXPECT_EQ(clone->Row(0), base);
+  clone->MutableRow(1)[3] = T(7);
+  EXPECT_FALSE(clone->HasSharedStorage());
+  EXPECT_NE(clone->Row(0), base);
+  EXPECT_EQ(clone->Similarity(1, 3), T(7));
+  EXPECT_EQ(clone->Similarity(2, 1), T(5));  // the original's earlier write, copied
+  EXPECT_EQ(f.Similarity(1, 3), m(1, 3));
+  EXPECT_EQ(ReadFile(name), file_bytes);
+  // The original holds its storage alone again: it writes in place.
+  f.MutableRow(0)[0] = T(8);
+  EXPECT_EQ(f.Row(0), base);
+  EXPECT_EQ(clone->Similarity(0, 0), m(0, 0));
+
+  // An owned matrix is copied by a clone, as before.
+  FacilityLocationFunction<T> owned(m);
+  std::unique_ptr<FacilityLocationFunction<T>> owned_clone = owned.clone();
+  EXPECT_FALSE(owned_clone->HasSharedStorage());
+  EXPECT_NE(owned_clone->Row(0), owned.Row(0));
+  owned_clone->MutableRow(0)[0] = T(3);
+  EXPECT_EQ(owned.Similarity(0, 0), m(0, 0));
+}
+
+TYPED_TEST(FacilityLocationTest, ConstructionErrors) {
+  using T = TypeParam;
+  using F = FacilityLocationFunction<T>;
+  auto values = std::shared_ptr<T>(new T[6](), std::default_delete<T[]>());
+  const std::ptrdiff_t too_many = std::ptrdiff_t{INT_MAX} + 1;
+  const std::string file = "FacilityLocationFunction";
+  testing::ExpectLocatedErrors(
+      file, {{[&] { F(typename F::ElementMajor{}, nullptr, 2, 3); }, file,
+              "Invalid argument, no similarity storage."},
+             {[&] { F(typename F::ElementMajor{}, values, 0, 3); }, file,
+              "Invalid argument, ground_set_size=0."},
+             {[&] { F(typename F::ElementMajor{}, values, 2, 0); }, file,
+              "Invalid argument, number_of_concepts=2."},
+             {[&] { F(typename F::ElementMajor{}, values, too_many, 1); }, file,
+              "Invalid argument, ground_set_size=" + std::to_string(too_many) + "."},
+             {[&] { F(typename F::ElementMajor{}, values, 1, too_many); }, file,
+              "Invalid argument, number_of_concepts=1."}});
+  const std::string soft = "SoftFacilityLocationFunction";
+  testing::ExpectLocatedError(
+      [] {
+        SoftFacilityLocationFunction<T>(typename SoftFacilityLocationFunction<T>::ElementMajor{},
+                                        nullptr, 2, 3, 1.0);
+      },
+      soft, soft, "Invalid argument, no similarity storage.");
+  // A valid one reads the values where they are.
+  values.get()[4] = T(2);
+  F f(typename F::ElementMajor{}, values, 2, 3);
+  EXPECT_EQ(f.Row(0), values.get());
+  EXPECT_EQ(f.Similarity(1, 1), T(2));
 }
 
 }  // namespace

@@ -1,40 +1,19 @@
 #ifndef VELMOR_TESTS_FUNCTIONS_SET_FUNCTION_ORACLE_H_
 #define VELMOR_TESTS_FUNCTIONS_SET_FUNCTION_ORACLE_H_
 
-// Differential test driver for any SetFunction: every incremental answer of
-// its contexts is compared with whole-set evaluation.
-//
-// Usage, one line per function under test:
-//
-//   velmor::testing::OracleOptions options;   // seed, steps, tolerance
-//   velmor::testing::CheckSetFunctionAgainstEvaluation(f, options);
-//
-// The driver walks a seeded random sequence of additions and removals over
-// f's ground set, keeping the current set A in a std::set as the model, and
-// checks at every step (with `tolerance` relative to 1 + the larger magnitude):
-//   - growing context: DisjointGain(v) == f(A + v) - f(A) for candidates
-//     v not in A, and equal to Gain(v, A), EvaluateUnion(v, A) - f(A) and
-//     the pair of EvaluateUnionAndSecondArg; the batched DisjointGains equal
-//     the single calls bit for bit; Gain of a member is exactly 0.0;
-//     after AddNewElementToContext the context value equals f(A) and
-//     NumberOfElements equals |A|;
-//   - external growing context (MakeGrowingContextExternal) follows the same
-//     additions and gives the owning context's gains bit for bit;
-//   - after a removal the growing context is reset with AssignContext and
-//     compared with a context built element by element from the empty set;
-//   - shrinking context: SubsetLoss(v) == f(A) - f(A - v) == Loss(v, A) for
-//     members v; after RemoveExistingElementFromContext the context value
-//     equals f(A) (additions re-assign it);
-//   - clones of contexts and of f answer as the originals, and a clone's
-//     changes do not reach the original;
-//   - set forms: DisjointSetGain, SetGain, SetLoss, EvaluateUnion(A, B) and
-//     EvaluateAfterSubtraction(A, B) against evaluation of the explicit sets.
-// Failures are reported through gtest with the seed and step in the trace.
-//
-// Also here, shared by the function tests: random matrices and sets, and
-// CheckArgumentErrors, which drives every entry
-// point of a function and its contexts with an element outside [0, n) or a set
-// of the wrong ground set size.
+// Differential test driver for any SetFunction: CheckSetFunctionAgainstEvaluation
+// walks a seeded random sequence of additions and removals (the current set A
+// modelled by a std::set) and compares, at every step, every incremental answer
+// with whole-set evaluation: the gains of the growing contexts (owning,
+// external, batched: bit for bit with each other) and Gain, EvaluateUnion,
+// EvaluateUnionAndSecondArg and GainOrLoss against f(A + v) - f(A); the losses
+// of the shrinking context, Loss and EvaluateAfterSubtraction against
+// f(A) - f(A - v); context values and sizes; AssignContext against a context
+// built element by element; clones (of contexts and of f) answering as the
+// originals without reaching them; and the set forms (DisjointSetGain,
+// SetGain, SetLoss, SubsetSetLoss, EvaluateUnion(A, B),
+// EvaluateAfterSubtraction(A, B)) against explicit sets. Failures carry the
+// seed and step. Also here: random matrices and sets, and CheckArgumentErrors.
 
 #include <gtest/gtest.h>
 
@@ -274,6 +253,16 @@ Eigen::Matrix<T, Eigen::Dynamic, Eigen::Dynamic> RandomMatrix(int rows, int cols
     for (int c = 0; c < cols; ++c) m(r, c) = static_cast<T>(scale * unit(rng));
   }
   return m;
+}
+
+// n weights uniform in [low, high).
+template <typename T>
+std::vector<T> RandomWeights(int n, std::uint32_t seed, double low, double high) {
+  std::mt19937 rng(seed);
+  std::uniform_real_distribution<double> dist(low, high);
+  std::vector<T> weights(static_cast<std::size_t>(n));
+  for (T& w : weights) w = static_cast<T>(dist(rng));
+  return weights;
 }
 
 // A random n x k matrix storing each entry with probability `density`, values

@@ -1,5 +1,3 @@
-#include "functions/ContractionWrapperSetFunction.h"
-
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -10,6 +8,8 @@
 #include <string>
 #include <type_traits>
 
+#include "functions/CombinatorialConditionalMutualInformationWrapperSetFunction.h"
+#include "functions/ContractionWrapperSetFunction.h"
 #include "functions/FacilityLocationFunction.h"
 #include "functions/SumSumDispersionFunction.h"
 #include "functions/set_function_oracle.h"
@@ -23,39 +23,10 @@ using testing::RandomSet;
 using testing::Union;
 
 template <typename T>
-class ContractionWrapperTest : public ::testing::Test {};
-TYPED_TEST_SUITE(ContractionWrapperTest, testing::FloatTypes);
+class WrapperTest : public ::testing::Test {};
+TYPED_TEST_SUITE(WrapperTest, testing::FloatTypes);
 
-TYPED_TEST(ContractionWrapperTest, IncrementalAnswersMatchWholeSetEvaluation) {
-  using T = TypeParam;
-  const int n = 23;
-  std::mt19937 rng(14);
-  FacilityLocationFunction<T> fl(RandomMatrix<T>(n, 9, 1));
-  fl.ComputeNormalizationConstant(false);
-  SumSumDispersionFunction<T> dispersion(RandomMatrix<T>(n, n, 2));
-  dispersion.ComputeNormalizationConstant(false);
-  testing::OracleOptions options;
-  options.steps = 60;
-  // Float gains are summed in float (facility location's lanes, dispersion's
-  // M(v, u) + M(u, v)); values in double.
-  options.tolerance = std::is_same_v<T, float> ? 1e-5 : 1e-12;
-  for (const double p : {0.0, 0.2, 0.6}) {
-    const UnorderedHashSet C = RandomSet(n, p, rng);
-    SCOPED_TRACE("|C| = " + std::to_string(C.size()));
-    options.excluded = std::set<int>(C.begin(), C.end());
-    const ContractionWrapperSetFunction<SubmodularFunction> submodular(fl, C), scaled(fl, C, 2.5);
-    const ContractionWrapperSetFunction<SetFunction> negative(static_cast<const SetFunction&>(fl),
-                                                              C, -0.75);
-    const ContractionWrapperSetFunction<SupermodularFunction> supermodular(dispersion, C, 1.5);
-    for (const SetFunction* f : std::initializer_list<const SetFunction*>{
-             &submodular, &scaled, &negative, &supermodular}) {
-      ++options.seed;
-      testing::CheckSetFunctionAgainstEvaluation(*f, options);
-    }
-  }
-}
-
-TYPED_TEST(ContractionWrapperTest, ContractionIdentities) {
+TYPED_TEST(WrapperTest, ContractionIdentities) {
   using T = TypeParam;
   const int n = 20;
   std::mt19937 rng(3);
@@ -109,7 +80,7 @@ TYPED_TEST(ContractionWrapperTest, ContractionIdentities) {
   }
 }
 
-TYPED_TEST(ContractionWrapperTest, CopiesOwnTheirFunctionAndArgumentErrors) {
+TYPED_TEST(WrapperTest, CopiesOwnTheirFunctionAndArgumentErrors) {
   using T = TypeParam;
   const int n = 10;
   std::mt19937 rng(1);
@@ -139,7 +110,84 @@ TYPED_TEST(ContractionWrapperTest, CopiesOwnTheirFunctionAndArgumentErrors) {
               "Invalid argument, the wrapped function must be present."},
              {[&] { Wrapper(f, one, std::nan("")); }, file,
               "Invalid argument, multiplier (=nan) must be finite."}});
-  testing::CheckArgumentErrors(Wrapper(f, one), file);
+}
+
+template <typename T>
+using Cmi = CombinatorialConditionalMutualInformationWrapperSetFunction<T>;
+
+TYPED_TEST(WrapperTest, MutualInformationIdentities) {
+  using T = TypeParam;
+  const int n = 18;
+  std::mt19937 rng(21);
+  FacilityLocationFunction<T> f(RandomMatrix<T>(n, 7, 4));
+  f.ComputeNormalizationConstant(false);
+  const UnorderedHashSet empty(n);
+  for (const double m : {1.0, 0.3}) {
+    for (int trial = 0; trial < 10; ++trial) {
+      const UnorderedHashSet A = RandomSet(n, 0.3, rng), N = RandomSet(n, 0.2, rng);
+      const UnorderedHashSet X = RandomSet(n, 0.3, rng);
+      const Cmi<SubmodularFunction> g(f, A, N, m);
+      const UnorderedHashSet AN = Union(A, N);
+      EXPECT_EQ(f.Evaluate(AN) - f.Evaluate(N), g.Constant());
+      // The fixed order of operations, bit for bit: m ((v1 + c) - v2).
+      const double v1 = f.Evaluate(Union(X, N)), v2 = f.Evaluate(Union(X, AN));
+      EXPECT_EQ(m * ((v1 + g.Constant()) - v2), g.Evaluate(X));
+      // The definition, I_f(X; A | N); 0 for X inside N.
+      EXPECT_NEAR(m * (v1 + f.Evaluate(AN) - v2 - f.Evaluate(N)), g.Evaluate(X), 1e-14);
+      UnorderedHashSet inside(n);
+      for (int v : N) {
+        if (v % 2 == 1) inside.insert(v);
+      }
+      EXPECT_NEAR(0.0, g.Evaluate(inside), 1e-15);
+      // Elements of N have gain 0; the others the difference of f's gains,
+      // which f's submodularity keeps >= 0.
+      auto context = g.MakeGrowingContext(X);
+      for (int v = 0; v < n; ++v) {
+        if (X.contains(v)) continue;
+        const double expected =
+            N.contains(v) ? 0.0 : m * (f.Gain(v, Union(X, N)) - f.Gain(v, Union(X, AN)));
+        EXPECT_EQ(expected, g.Gain(v, X));
+        EXPECT_NEAR(expected, context->DisjointGain(v), 1e-6);
+        EXPECT_GE(context->DisjointGain(v), -1e-7);
+      }
+    }
+    // N empty: f(X) + f(A) - f(X u A) - f(empty).
+    const UnorderedHashSet A = RandomSet(n, 0.4, rng), X = RandomSet(n, 0.4, rng);
+    const Cmi<SubmodularFunction> g(f, A, empty, m);
+    EXPECT_NEAR(m * (f.Evaluate(X) + f.Evaluate(A) - f.Evaluate(Union(X, A)) - f.Evaluate(empty)),
+                g.Evaluate(X), 1e-14);
+    EXPECT_TRUE(g.IsMonotoneNondecreasing());
+  }
+}
+
+TYPED_TEST(WrapperTest, CmiCopiesOwnTheirFunctionAndArgumentErrors) {
+  using T = TypeParam;
+  const int n = 6;
+  std::mt19937 rng(2);
+  const UnorderedHashSet A = RandomSet(n, 0.5, rng), N = testing::SetOf(n, {0});
+  const UnorderedHashSet X = testing::SetOf(n, {3});
+  std::unique_ptr<SetFunction> copy;
+  double expected = 0;
+  {
+    auto inner = std::make_unique<FacilityLocationFunction<T>>(RandomMatrix<T>(n, 3, 8));
+    const Cmi<SubmodularFunction> g(std::move(inner), A, N);
+    expected = g.Evaluate(X);
+    copy = g.clone();
+    EXPECT_EQ("CMI wrapped Dense FL, |V|=6, #landmarks=3", g.Description());
+  }
+  EXPECT_EQ(expected, copy->Evaluate(X)) << "the clone must not refer to the destroyed original";
+
+  const std::string file = "CombinatorialConditionalMutualInformationWrapperSetFunction";
+  const FacilityLocationFunction<T> f(RandomMatrix<T>(n, 3, 8));
+  testing::ExpectLocatedErrors(
+      file, {{[&] { Cmi<SubmodularFunction>(f, UnorderedHashSet(2), N); }, file,
+              "Invalid ground set size, 2 != 6."},
+             {[&] { Cmi<SubmodularFunction>(f, A, UnorderedHashSet(9)); }, file,
+              "Invalid ground set size, 9 != 6."},
+             {[&] { Cmi<SubmodularFunction>(std::unique_ptr<SubmodularFunction>(), A, N); }, file,
+              "Invalid argument, the wrapped function must be present."},
+             {[&] { Cmi<SubmodularFunction>(f, A, N, INFINITY); }, file,
+              "Invalid argument, multiplier (=inf) must be finite."}});
 }
 
 }  // namespace

@@ -45,15 +45,13 @@ std::string CaptureStderrOf(const std::function<void()>& call) {
 // A table with one row of each type, a toggle, an ARRAY row (with guard
 // elements around it) and a help row.
 struct SmallTable {
-  int32_t count = 7;
-  int32_t countmax = 0;
+  int32_t count = 7, countmax = 0;
   uint32_t level = 3;
   float ratio = 0.5f;
   double scale = 2.0;
   const char* label = nullptr;
   char mark = 'x';
-  bool verbose = false;
-  bool toggle = false;
+  bool verbose = false, toggle = false;
   double weight_storage[5] = {-9.0, 0.0, 0.0, 0.0, -9.0};  // [0] and [4] are guards
   bool help = false;
   std::vector<ArgumentRecord> rows;

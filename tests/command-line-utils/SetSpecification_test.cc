@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <functional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -13,11 +13,7 @@
 namespace velmor {
 namespace {
 
-std::vector<int> Sorted(const Set& s) {
-  std::vector<int> v(s.begin(), s.end());
-  std::sort(v.begin(), v.end());
-  return v;
-}
+std::set<int> Sorted(const Set& s) { return {s.begin(), s.end()}; }
 
 TEST(SetSpecification, ListsRangesAndFiles) {
   const testing::TempDir dir;
@@ -25,21 +21,21 @@ TEST(SetSpecification, ListsRangesAndFiles) {
   EXPECT_TRUE(Sorted(ParseSetSpecification("", 10, engine, "set-inclusion")).empty());
   EXPECT_TRUE(Sorted(ParseSetSpecification("   ", 10, engine, "set-inclusion")).empty());
   EXPECT_EQ(Sorted(ParseSetSpecification("0,5, 7-9 ,5", 10, engine, "x")),
-            (std::vector<int>{0, 5, 7, 8, 9}));
-  EXPECT_EQ(Sorted(ParseSetSpecification("3-3", 10, engine, "x")), std::vector<int>{3});
+            (std::set<int>{0, 5, 7, 8, 9}));
+  EXPECT_EQ(Sorted(ParseSetSpecification("3-3", 10, engine, "x")), std::set<int>{3});
 
   const std::string text = dir.Write("set.txt", "# chosen\n1 2,3\n\n9 # last\n");
-  EXPECT_EQ(Sorted(ParseSetSpecification(text, 10, engine, "x")), (std::vector<int>{1, 2, 3, 9}));
+  EXPECT_EQ(Sorted(ParseSetSpecification(text, 10, engine, "x")), (std::set<int>{1, 2, 3, 9}));
   const std::string json = dir.Write("set.json", R"({"set": [4, 0, 4]})");
-  EXPECT_EQ(Sorted(ParseSetSpecification(json, 10, engine, "x")), (std::vector<int>{0, 4}));
+  EXPECT_EQ(Sorted(ParseSetSpecification(json, 10, engine, "x")), (std::set<int>{0, 4}));
   testing::RunPython(dir, "np.save('set.npy', np.array([8, 1, 6], dtype=np.int64))");
   EXPECT_EQ(Sorted(ParseSetSpecification(dir.File("set.npy"), 10, engine, "x")),
-            (std::vector<int>{1, 6, 8}));
+            (std::set<int>{1, 6, 8}));
 }
 
 TEST(SetSpecification, RandomDraws) {
   std::mt19937 a(7), b(7);
-  const auto first = Sorted(ParseSetSpecification("RAND(25)", 100, a, "x"));
+  const std::set<int> first = Sorted(ParseSetSpecification("RAND(25)", 100, a, "x"));
   EXPECT_EQ(first.size(), 25u);
   EXPECT_EQ(first, Sorted(ParseSetSpecification("RAND(25)", 100, b, "x")));  // same seed, same set
   EXPECT_NE(first, Sorted(ParseSetSpecification("RAND(25)", 100, b, "x")));  // the engine moved on

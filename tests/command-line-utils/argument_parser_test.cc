@@ -36,13 +36,6 @@ struct WalkResult {
   std::string err;
 };
 
-WalkResult Walk(ArgumentParser& parser, const std::vector<std::string>& args) {
-  Argv argv(args);
-  ::testing::internal::CaptureStderr();
-  const int status = parser.WalkCommandLine(argv.argc(), argv.pointers.data());
-  return {status, ::testing::internal::GetCapturedStderr()};
-}
-
 std::string CaptureStderrOf(const std::function<void()>& call) {
   ::testing::internal::CaptureStderr();
   call();
@@ -52,15 +45,13 @@ std::string CaptureStderrOf(const std::function<void()>& call) {
 // A table with one row of each type, a toggle, an ARRAY row (with guard
 // elements around it) and a help row.
 struct SmallTable {
-  int32_t count = 7;
-  int32_t countmax = 0;
+  int32_t count = 7, countmax = 0;
   uint32_t level = 3;
   float ratio = 0.5f;
   double scale = 2.0;
   const char* label = nullptr;
   char mark = 'x';
-  bool verbose = false;
-  bool toggle = false;
+  bool verbose = false, toggle = false;
   double weight_storage[5] = {-9.0, 0.0, 0.0, 0.0, -9.0};  // [0] and [4] are guards
   bool help = false;
   std::vector<ArgumentRecord> rows;
@@ -88,6 +79,13 @@ struct SmallTable {
   SmallTable& operator=(const SmallTable&) = delete;
 
   double weight(int i) const { return weight_storage[1 + i]; }
+  // Walks `args` (after "prog"), catching what it writes to standard error.
+  WalkResult Walk(const std::vector<std::string>& args) {
+    Argv argv(args);
+    ::testing::internal::CaptureStderr();
+    const int status = parser.WalkCommandLine(argv.argc(), argv.pointers.data());
+    return {status, ::testing::internal::GetCapturedStderr()};
+  }
   bool Untouched() const {
     for (const ArgumentRecord& row : rows) {
       if (row.seen_count != 0) return false;
@@ -153,7 +151,7 @@ TEST(ArgumentParser, CommandLines) {
     for (const std::string& a : c.args) line += a + " ";
     SCOPED_TRACE(line);
     SmallTable t;
-    const WalkResult r = Walk(t.parser, c.args);
+    const WalkResult r = t.Walk(c.args);
     const bool error = c.err.find("Error") != std::string::npos;
     EXPECT_EQ(r.status, error ? ArgumentParser::kError : ArgumentParser::kOk);
     EXPECT_EQ(r.err, c.err);
@@ -163,7 +161,7 @@ TEST(ArgumentParser, CommandLines) {
   // A str value is a copy that outlives the argument text.
   SmallTable t;
   std::vector<std::string> args = {"-label", "temporary"};
-  Walk(t.parser, args);
+  t.Walk(args);
   args[1].assign("overwritten");
   EXPECT_STREQ(t.label, "temporary");
 }
@@ -177,7 +175,7 @@ TEST(ArgumentParser, BooleanWords) {
   for (const auto& [word, meaning] : words) {
     SmallTable t;
     t.verbose = meaning == 0;
-    const WalkResult r = Walk(t.parser, {"-verbose", word});
+    const WalkResult r = t.Walk({"-verbose", word});
     EXPECT_EQ(r.err,
               meaning < 0 ? "Argument Error: Boolean argument needed: -verbose " + word + "\n" : "")
         << word;
@@ -203,7 +201,7 @@ TEST(ArgumentParser, ArgumentFiles) {
   // Read through the switch or any prefix of it, then the command line goes on.
   for (const std::string typed : {"-argsfilename", "-a"}) {
     SmallTable t;
-    WalkResult r = Walk(t.parser, {typed, path, "-level", "9"});
+    WalkResult r = t.Walk({typed, path, "-level", "9"});
     EXPECT_EQ(r.status, ArgumentParser::kOk);
     EXPECT_EQ(r.err, "Argument Warning: Skipping unknown switch in " + path +
                          " : unknownthing,\nArgument Warning: Skipping unknown switch in " + path +
@@ -214,7 +212,7 @@ TEST(ArgumentParser, ArgumentFiles) {
   // A bad value: reported, the file stops, the command line goes on.
   const std::string bad = dir.Write("bad.args", "count abc\nlevel 8\n");
   SmallTable t;
-  WalkResult r = Walk(t.parser, {"-argsfilename", bad, "-scale", "4"});
+  WalkResult r = t.Walk({"-argsfilename", bad, "-scale", "4"});
   EXPECT_EQ(r.status, ArgumentParser::kOk);
   EXPECT_EQ(r.err, "Argument Error: Integer argument needed: count abc\nArgument Error: Error in " +
                        bad + "\n");
@@ -306,7 +304,7 @@ TEST(ArgumentParser, RandomCommandLines) {
       }
     }
     SmallTable t;
-    WalkResult r = Walk(t.parser, args);
+    WalkResult r = t.Walk(args);
     ASSERT_TRUE(r.status == ArgumentParser::kOk || r.status == ArgumentParser::kError);
     EXPECT_EQ(r.status == ArgumentParser::kError,
               r.err.find("Argument Error:") != std::string::npos)

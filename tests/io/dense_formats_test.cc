@@ -20,6 +20,10 @@
 namespace velmor::matrixio {
 namespace {
 
+template <typename T>
+class DenseFormats : public ::testing::Test {};
+TYPED_TEST_SUITE(DenseFormats, testing::FloatTypes);
+
 using testing::ExpectErrorContaining;
 using testing::TempDir;
 
@@ -37,10 +41,6 @@ DenseMatrix<T> Sample(int rows, int cols) {
     for (int j = 0; j < cols; ++j) m(i, j) = static_cast<T>((i * 7 + j * 3) % 11) / T(4) - T(1);
   return m;
 }
-
-template <typename T>
-class DenseFormats : public ::testing::Test {};
-TYPED_TEST_SUITE(DenseFormats, testing::FloatTypes);
 
 TYPED_TEST(DenseFormats, CSVReadsAndRoundTrips) {
   using T = TypeParam;

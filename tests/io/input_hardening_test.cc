@@ -1,6 +1,5 @@
-// Failing input and failing resources: the binary reader's messages, sparse
-// CSV cells of white space, shapes claimed beyond what a file holds (refused
-// before anything is allocated, seen under an address-space limit), a matrix
+// Failing input and failing resources: the binary reader's messages, shapes claimed beyond what a
+// file holds (refused before anything is allocated, seen under an address-space limit), a matrix
 // too large for the memory left, and a mapped file truncated while in use.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -34,41 +33,15 @@ namespace {
 using testing::ErrorChain;
 using testing::TempDir;
 
-// Runs `call`, expecting an exception whose chain of messages contains
-// `fragment`; returns the chain.
-std::string ExpectFailure(const std::function<void()>& call, const std::string& fragment) {
-  try {
-    call();
-  } catch (const std::exception& e) {
-    const std::string chain = ErrorChain(e);
-    EXPECT_NE(chain.find(fragment), std::string::npos) << chain;
-    return chain;
-  }
-  ADD_FAILURE() << "no exception; wanted: " << fragment;
-  return "";
-}
-
-// The message after its "[[@File:line:function]] " prefix, and the function.
-std::string Text(const std::exception& e) {
-  const std::string what = e.what();
-  const std::size_t end = what.find("]] ");
-  return end == std::string::npos ? what : what.substr(end + 3);
-}
-std::string Function(const std::exception& e) {
-  const std::string what = e.what();
-  const std::size_t end = what.find("]] ");
-  const std::size_t colon = what.rfind(':', end);
-  return end == std::string::npos ? "" : what.substr(colon + 1, end - colon - 1);
-}
-
 template <typename Call>
 void ExpectBinaryReadError(Call call, const std::string& text) {
   try {
     call();
     ADD_FAILURE() << "no failure; wanted: " << text;
   } catch (const std::runtime_error& e) {
-    EXPECT_EQ(Text(e), text);
-    EXPECT_EQ(Function(e), "ReadMatrixFromBinaryFile");
+    const auto parts = testing::SplitLocated(e.what());
+    EXPECT_TRUE(parts && parts->text == text && parts->function == "ReadMatrixFromBinaryFile")
+        << e.what();
     EXPECT_NO_THROW(std::rethrow_if_nested(e)) << "a nested copy of the cause";
   }
 }
@@ -100,7 +73,7 @@ TEST(BinaryReaderMessages, NameTheFileAndTheSystemErrorWithNothingNested) {
       [&] { ReadMatrixFromBinaryFile<int32_t>(folder, 1, 1); },
       "Error reading matrix from binary file '" + folder + "': " + std::strerror(EISDIR) + ".");
   // Through the loader: its own wrapper around the file form's message.
-  const std::string chain = ExpectFailure(
+  const std::string chain = testing::ExpectErrorContaining(
       [&] {
         LoadDenseMatrixFromFileOrRamOrMakeRandom<float>(short_file.c_str(), nullptr, false, 2, 3);
       },
@@ -111,44 +84,6 @@ TEST(BinaryReaderMessages, NameTheFileAndTheSystemErrorWithNothingNested) {
             std::string::npos)
       << chain;
 }
-
-template <typename T>
-SparseMatrix<T> ReadSparseCSV(const std::string& text) {
-  std::istringstream in(text);
-  std::vector<std::string> names;
-  return ReadSparseMatrixFromCSVFile<T>(in, names, false);
-}
-
-template <typename T>
-void ExpectOnlyEmptyCellsAbsent(const std::string& description) {
-  // White space, and the carriage return of a CRLF line after a final comma,
-  // are cells like any other, and not numbers.
-  ExpectFailure([] { ReadSparseCSV<T>("1, ,2\n"); },
-                "Error converting cell ' ' to '" + description + "' at row 0, col 1");
-  ExpectFailure([] { ReadSparseCSV<T>("1,,2\n3,4,\r\n"); },
-                "Error converting cell '\r' to '" + description + "' at row 1, col 2");
-  ExpectFailure([] { ReadSparseCSV<T>("\t\n"); },
-                "Error converting cell '\t' to '" + description + "' at row 0, col 0");
-  // Empty cells are absent; blanks around a number are not a cell of their own.
-  const SparseMatrix<T> m = ReadSparseCSV<T>(",, 2 \r\n7,,\n");
-  EXPECT_EQ(m.rows(), 2);
-  EXPECT_EQ(m.cols(), 3);
-  EXPECT_EQ(m.nonZeros(), 2);
-  EXPECT_EQ(m.coeff(0, 2), T(2));
-  EXPECT_EQ(m.coeff(1, 0), T(7));
-}
-
-TEST(SparseCSVCells, OnlyAnEmptyCellIsAbsent) {
-  ExpectOnlyEmptyCellsAbsent<int32_t>("an integer number (32 bits)");
-  ExpectOnlyEmptyCellsAbsent<float>("a floating point number (single precision)");
-  ExpectOnlyEmptyCellsAbsent<double>("a floating point number (double precision)");
-}
-
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kAddressSanitizer = true;
-#else
-constexpr bool kAddressSanitizer = false;
-#endif
 
 // A file whose first bytes are `head`, stretched to `size` bytes without
 // writing them (a sparse file of zeros).

@@ -8,6 +8,7 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "io/DenseMatrixIO.h"
@@ -38,14 +39,13 @@ TYPED_TEST_SUITE(SparseIO, ElementTypes);
 
 TYPED_TEST(SparseIO, CSVCellsAndLayout) {
   using T = TypeParam;
-  // Empty cells are absent entries; a final comma adds an empty column.
-  const SparseMatrix<T> a = ReadSparseCSV<T>("1,,2\r\n,3,\n");
-  EXPECT_EQ(a.rows(), 2);
-  EXPECT_EQ(a.cols(), 3);
-  EXPECT_EQ(a.nonZeros(), 3);
-  EXPECT_EQ(a.coeff(0, 0), T(1));
-  EXPECT_EQ(a.coeff(0, 2), T(2));
-  EXPECT_EQ(a.coeff(1, 1), T(3));
+  // Empty cells are absent entries; a final comma adds an empty column; blanks
+  // around a number are not a cell of their own.
+  const SparseMatrix<T> a = ReadSparseCSV<T>("1,, 2 \r\n,3,\n, 4 ,\n");
+  DenseMatrix<T> expected(3, 3);
+  expected << 1, 0, 2, 0, 3, 0, 0, 4, 0;
+  EXPECT_EQ(DenseMatrix<T>(a), expected);
+  EXPECT_EQ(a.nonZeros(), 4);
   const SparseMatrix<T> b = ReadSparseCSV<T>("1,2,\n");
   EXPECT_EQ(b.cols(), 3);
   EXPECT_EQ(b.nonZeros(), 2);
@@ -55,6 +55,18 @@ TYPED_TEST(SparseIO, CSVCellsAndLayout) {
   const std::string chain =
       ExpectErrorContaining([] { ReadSparseCSV<T>("1,2 2\n"); }, "contains more than a single");
   EXPECT_NE(chain.find(":ReadSparseMatrixFromCSVFile]]"), std::string::npos) << chain;
+  // White space, and the carriage return of a CRLF line after a final comma,
+  // are cells like any other, and not numbers.
+  const std::string type = std::is_same_v<T, int32_t> ? "an integer number (32 bits)"
+                           : std::is_same_v<T, float>
+                               ? "a floating point number (single precision)"
+                               : "a floating point number (double precision)";
+  ExpectErrorContaining([] { ReadSparseCSV<T>("1, ,2\n"); },
+                        "Error converting cell ' ' to '" + type + "' at row 0, col 1");
+  ExpectErrorContaining([] { ReadSparseCSV<T>("1,,2\n3,4,\r\n"); },
+                        "Error converting cell '\r' to '" + type + "' at row 1, col 2");
+  ExpectErrorContaining([] { ReadSparseCSV<T>("\t\n"); },
+                        "Error converting cell '\t' to '" + type + "' at row 0, col 0");
 }
 
 TYPED_TEST(SparseIO, WriteReadRoundTripAndAssemblyAgree) {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "matrixvector/MatrixTransformations.h"
+#include "support/float_types.h"
 
 namespace velmor {
 namespace {
@@ -69,8 +70,7 @@ std::pair<double, double> Reference(Kind<T> kind, const Matrix<T>& x, int i, int
 
 template <typename T>
 class FeatureSimilarityTest : public ::testing::Test {};
-using ElementTypes = ::testing::Types<float, double>;
-TYPED_TEST_SUITE(FeatureSimilarityTest, ElementTypes);
+TYPED_TEST_SUITE(FeatureSimilarityTest, testing::FloatTypes);
 
 constexpr Kind<float> kAllKinds[] = {Kind<float>::kRbf, Kind<float>::kCosine, Kind<float>::kDot,
                                      Kind<float>::kEuclideanSim};

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "io/DenseMatrixIO.h"
+#include "matrixvector/FeatureSimilarity.h"
 #include "support/located_messages.h"
 #include "support/temp_files.h"
 
@@ -25,38 +26,21 @@ DenseMatrix<double> Features() {
   return x;
 }
 
-TEST(MatrixTransformations, FeatureSimilarities) {
-  const DenseMatrix<double> x = Features();
-  // Each similarity is checked entry by entry against its definition.
-  DenseMatrix<double> rbf = x, cosine = x, dot = x, euclid = x;
-  ApplyMatrixTransformation("RBF(0.25)", rbf);
-  ApplyMatrixTransformation("COS()", cosine);  // prefix of COSINE
-  ApplyMatrixTransformation(" DOT ( ) ", dot);
-  ApplyMatrixTransformation("EUCLIDEANSIM()", euclid);
-  ASSERT_EQ(rbf.rows(), 4);
-  ASSERT_EQ(rbf.cols(), 4);
-  double largest = 0;
-  for (int i = 0; i < 4; ++i)
-    for (int j = 0; j < 4; ++j) largest = std::max(largest, (x.row(i) - x.row(j)).norm());
-  for (int i = 0; i < 4; ++i) {
-    for (int j = 0; j < 4; ++j) {
-      const double d2 = (x.row(i) - x.row(j)).squaredNorm();
-      EXPECT_NEAR(rbf(i, j), std::exp(-0.25 * d2), 1e-12);
-      EXPECT_NEAR(dot(i, j), x.row(i).dot(x.row(j)), 1e-12);
-      EXPECT_NEAR(cosine(i, j), x.row(i).dot(x.row(j)) / (x.row(i).norm() * x.row(j).norm()),
-                  1e-12);
-      EXPECT_NEAR(euclid(i, j), largest - std::sqrt(d2), 1e-9);
-    }
+TEST(MatrixTransformations, FeatureSimilaritiesByName) {
+  // Names (a prefix, blanks) and arguments reach the similarity's own
+  // computation, which is checked against its definition on its own.
+  using Kind = FeatureSimilarity<double>::Kind;
+  const std::pair<const char*, FeatureSimilarity<double>> named[] = {
+      {"RBF(0.25)", {Kind::kRbf, 0.25, 1}},
+      {"RBF()", {Kind::kRbf, 0, 1}},
+      {"COS()", {Kind::kCosine, 0, 1}},
+      {" DOT ( ) ", {Kind::kDot, 0, 1}},
+      {"EUCLIDEANSIM()", {Kind::kEuclideanSim, 0, 1}}};
+  for (const auto& [pipeline, similarity] : named) {
+    DenseMatrix<double> m = Features();
+    ApplyMatrixTransformation(pipeline, m);
+    EXPECT_EQ(m, similarity.Dense(Features())) << pipeline;
   }
-  // Default gamma: 1 / median squared distance of distinct rows.
-  DenseMatrix<double> automatic = x;
-  ApplyMatrixTransformation("RBF()", automatic);
-  std::vector<double> d2;
-  for (int j = 1; j < 4; ++j)
-    for (int i = 0; i < j; ++i) d2.push_back((x.row(i) - x.row(j)).squaredNorm());
-  std::sort(d2.begin(), d2.end());
-  const double gamma = 1.0 / d2[d2.size() / 2];
-  EXPECT_NEAR(automatic(0, 1), std::exp(-gamma * (x.row(0) - x.row(1)).squaredNorm()), 1e-12);
 }
 
 TEST(MatrixTransformations, EntryWiseAndStructural) {

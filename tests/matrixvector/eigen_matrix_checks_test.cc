@@ -12,6 +12,10 @@
 namespace velmor {
 namespace {
 
+template <typename T>
+class ValueCheckTest : public ::testing::Test {};
+TYPED_TEST_SUITE(ValueCheckTest, testing::FloatTypes);
+
 // What the check says about a value at (row, col) = (2, 3): "pass",
 // "fail" (false without an error) or the error's message without its prefix.
 template <typename T>
@@ -36,11 +40,8 @@ ValueCheckFlags Only(bool ValueCheckFlags::*field) {
   return flags;
 }
 
-template <typename T>
-class ValueCheckTest : public ::testing::Test {};
-TYPED_TEST_SUITE(ValueCheckTest, testing::FloatTypes);
-
-TYPED_TEST(ValueCheckTest, EachTestAndItsMessage) {
+// Each test alone, its message, and the order in which they are tried.
+TYPED_TEST(ValueCheckTest, EachTestItsMessageAndTheOrder) {
   using T = TypeParam;
   const T inf = std::numeric_limits<T>::infinity();
   const T nan = std::numeric_limits<T>::quiet_NaN();
@@ -80,11 +81,6 @@ TYPED_TEST(ValueCheckTest, EachTestAndItsMessage) {
   // Nothing enabled: everything passes.
   ValueCheckFlags none;
   for (const T value : {T(0), T(-1), inf, nan}) EXPECT_EQ("pass", Verdict(none, value));
-}
-
-TYPED_TEST(ValueCheckTest, OrderAndThrowSwitch) {
-  using T = TypeParam;
-  const T inf = std::numeric_limits<T>::infinity();
   // A NaN passes the sign test and fails the NaN test.
   ValueCheckFlags flags = Only(&ValueCheckFlags::negative);
   flags.nan = true;

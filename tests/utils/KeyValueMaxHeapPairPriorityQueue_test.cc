@@ -26,15 +26,11 @@ bool IsHeap(const std::vector<Pair>& data) {
   return true;
 }
 
-std::vector<Pair> RandomPairs(std::mt19937& engine, std::size_t size, int distinct_values) {
+// `size` pairs with values among `distinct_values` (few give many ties).
+std::vector<Pair> RandomPairs(std::mt19937& engine, std::size_t size, unsigned distinct_values) {
   std::vector<Pair> pairs(size);
-  for (std::size_t i = 0; i < size; ++i) {
-    // A few distinct values give many ties.
-    const float value = distinct_values > 0
-                            ? static_cast<float>(engine() % static_cast<unsigned>(distinct_values))
-                            : std::uniform_real_distribution<float>(-1.0f, 1.0f)(engine);
-    pairs[i] = Pair(static_cast<int32_t>(i), value);
-  }
+  for (std::size_t i = 0; i < size; ++i)
+    pairs[i] = Pair(static_cast<int32_t>(i), static_cast<float>(engine() % distinct_values));
   return pairs;
 }
 

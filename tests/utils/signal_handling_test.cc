@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <string>
 
 #include "support/child_process.h"
@@ -13,18 +13,22 @@
 namespace velmor {
 namespace {
 
-using testing::ChildOutcome;
-
-// The child leads its own process group, so that group-wide signals stay
-// inside the test.
+// Runs `body` in a child that leads its own process group (group-wide
+// signals stay inside the test); with `split`, behind a supervisor.
 template <typename Body>
-ChildOutcome RunGroupLeader(Body body) {
+testing::ChildOutcome RunWorker(bool split, Body body) {
   testing::ChildOptions options;
   options.own_group = true;
-  return testing::RunInChild(body, options);
+  return testing::RunInChild(
+      [&] {
+        InstallWorkerSignalHandlers();
+        if (split) SplitIntoSupervisorAndWorker();
+        return body();
+      },
+      options);
 }
 
-TEST(SignalHandling, WorkerHandlersEndWithStatus255) {
+TEST(SignalHandling, HandlersEndWithTheirMessageAndStatus255) {
   const std::pair<int, const char*> cases[] = {
       {SIGTERM, "Received SIGTERM signal, terminating...\n"},
       {SIGFPE, "Process received SIGFPE (floating point exception), terminating...\n"},
@@ -34,23 +38,22 @@ TEST(SignalHandling, WorkerHandlersEndWithStatus255) {
        "optimization (e.g., avx512 opcodes), terminating...\n"},
   };
   for (const auto& [signal_number, message] : cases) {
-    SCOPED_TRACE(signal_number);
-    // Raised by the process itself.
-    ChildOutcome raised = RunGroupLeader([signal_number = signal_number] {
-      InstallWorkerSignalHandlers();
-      std::raise(signal_number);
-      return 0;
-    });
-    EXPECT_TRUE(raised.exited);
-    EXPECT_EQ(raised.status, 255);
-    EXPECT_EQ(raised.err, message);
+    // Raised by the process itself, and (SIGTERM) by a worker behind its supervisor.
+    for (const bool split : {false, signal_number == SIGTERM}) {
+      SCOPED_TRACE(std::to_string(signal_number) + (split ? " behind a supervisor" : ""));
+      const testing::ChildOutcome o = RunWorker(split, [s = signal_number] {
+        std::raise(s);
+        return 0;
+      });
+      EXPECT_TRUE(o.exited && o.status == 255) << o;
+      EXPECT_EQ(o.err, message);
+    }
   }
 }
 
 TEST(SignalHandling, UserSignalsMoveTheCounter) {
-  ChildOutcome o = RunGroupLeader([] {
+  const testing::ChildOutcome o = RunWorker(false, [] {
     if (GetSignalUserCounter() != 0) return 1;
-    InstallWorkerSignalHandlers();
     for (int i = 0; i < 5; ++i) std::raise(SIGUSR1);
     ::kill(::getpid(), SIGUSR2);
     std::raise(SIGUSR2);
@@ -58,44 +61,21 @@ TEST(SignalHandling, UserSignalsMoveTheCounter) {
     for (int i = 0; i < 10; ++i) std::raise(SIGUSR2);
     return GetSignalUserCounter() == -7 ? 40 : 3;
   });
-  EXPECT_TRUE(o.exited);
-  EXPECT_EQ(o.status, 40);
-  EXPECT_EQ(o.err, "");
+  EXPECT_TRUE(o.exited && o.status == 40 && o.err.empty()) << o;
 }
 
 TEST(SignalHandling, SupervisorExitsWithTheWorkersStatus) {
-  // The worker's exit status, 0, 1 or any other byte, becomes the program's.
-  for (int code : {0, 1, 7, 254}) {
-    ChildOutcome o = RunGroupLeader([code] {
-      InstallWorkerSignalHandlers();
-      SplitIntoSupervisorAndWorker();
+  // The worker's exit status, 0, 1 or any other byte, becomes the program's;
+  // a worker killed by a signal without handler leaves status byte 0.
+  for (const int code : {0, 1, 7, 254, -SIGKILL}) {
+    const testing::ChildOutcome o = RunWorker(true, [code] {
       std::fflush(nullptr);
+      if (code < 0) std::raise(-code);
       ::_exit(code);
       return -1;
     });
-    EXPECT_TRUE(o.exited);
-    EXPECT_EQ(o.status, code);
+    EXPECT_TRUE(o.exited && o.status == std::max(code, 0) && o.err.empty()) << code << o;
   }
-  // A worker ended by its SIGTERM handler: message and 255.
-  ChildOutcome terminated = RunGroupLeader([] {
-    InstallWorkerSignalHandlers();
-    SplitIntoSupervisorAndWorker();
-    std::raise(SIGTERM);
-    return 0;
-  });
-  EXPECT_TRUE(terminated.exited);
-  EXPECT_EQ(terminated.status, 255);
-  EXPECT_EQ(terminated.err, "Received SIGTERM signal, terminating...\n");
-  // A worker killed by a signal without handler leaves status byte 0.
-  ChildOutcome killed = RunGroupLeader([] {
-    InstallWorkerSignalHandlers();
-    SplitIntoSupervisorAndWorker();
-    std::raise(SIGKILL);
-    return 9;
-  });
-  EXPECT_TRUE(killed.exited);
-  EXPECT_EQ(killed.status, 0);
-  EXPECT_EQ(killed.err, "");
 }
 
 }  // namespace

@@ -62,14 +62,11 @@ bool AcceleratedGreedyConstrainedMaximization(
     GainPermit gain_permit, UnorderedHashSet* solution, std::vector<int>* order,
     std::vector<float>* gains, double* value, greedy_max::GreedyAncillaryResults* ancillary,
     int threads) {
-  if (const auto problem = internal::GreedyArgumentProblem(f, constraint, cardinality_limit,
-                                                           candidates, inclusion, conditioning)) {
-    VELMOR_THROW(std::invalid_argument, "%s", problem->c_str());
-  }
-  const int n = f.GroundSetSize();
-  const internal::AncillaryCheck ancillary_check = internal::CheckAncillary(ancillary, n);
+  const internal::AncillaryCheck ancillary_check = internal::CheckRunArguments(
+      f, constraint, cardinality_limit, candidates, inclusion, conditioning, ancillary);
   if (ancillary_check.problem)
     VELMOR_THROW(std::invalid_argument, "%s", ancillary_check.problem->c_str());
+  const int n = f.GroundSetSize();
   const bool use_ancillary = ancillary_check.precomputed;
   if (ancillary != nullptr) ancillary->number_of_gain_evaluations = 0;
 

@@ -113,7 +113,8 @@ bool RunChosenGreedyAlgorithm(const GreedyAlgorithmChoice& choice, int seed,
   if (choice.threads == 0 && (choice.kind == Kind::kStandard || choice.kind == Kind::kPlain)) {
     return GreedyConstrainedMaximization(
         f, constraint, kNoLimit, candidates, inclusion, conditioning, kStopAtNegativeGain, solution,
-        order, gains, value, nullptr, {choice.kind == Kind::kStandard, pass_threads});
+        order, gains, value, nullptr,
+        {.lazy = choice.kind == Kind::kStandard, .threads = pass_threads});
   }
   if (choice.threads == 0 && choice.kind == Kind::kAccelerated) {
     return AcceleratedGreedyConstrainedMaximization(

@@ -6,6 +6,7 @@
 #include <exception>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 namespace velmor::internal {
 
@@ -53,6 +54,17 @@ AncillaryCheck CheckAncillary(const greedy_max::GreedyAncillaryResults* ancillar
   return check;
 }
 
+AncillaryCheck CheckRunArguments(const SetFunction& f, const DownClosedSetConstraint& constraint,
+                                 int cardinality_limit, const Set& candidates, const Set& inclusion,
+                                 const Set& conditioning,
+                                 const greedy_max::GreedyAncillaryResults* ancillary) {
+  if (auto problem = GreedyArgumentProblem(f, constraint, cardinality_limit, candidates, inclusion,
+                                           conditioning)) {
+    return {.problem = std::move(problem)};
+  }
+  return CheckAncillary(ancillary, f.GroundSetSize());
+}
+
 GreedyRunState::GreedyRunState(const SubmodularFunction& f,
                                const DownClosedSetConstraint& constraint, const Set& inclusion,
                                const Set& conditioning)
@@ -71,6 +83,14 @@ void GreedyRunState::Add(int e) {
   excluded.insert(e);
 }
 
+UnorderedHashSet RemainingSet(const Set& candidates, const Set& excluded) {
+  UnorderedHashSet remaining(candidates.GroundSetSize());
+  for (int e : candidates) {
+    if (!excluded.contains(e)) remaining.insert(e);
+  }
+  return remaining;
+}
+
 std::vector<int> RemainingCandidates(const Set& candidates, const Set& excluded) {
   std::vector<int> elements;
   elements.reserve(static_cast<std::size_t>(candidates.size()));
@@ -87,10 +107,9 @@ void FinishGreedyRun(const SubmodularFunction& f, const Set& conditioning,
 }
 
 void DisjointGainsOnThreads(const SetFunction::SetFunctionGrowingContext& context,
-                            const int* elements, int count, double* gains, int threads) {
-  // Below this many elements per thread a thread costs more than it saves.
-  constexpr int kLeastElementsPerThread = 256;
-  const int slices = std::max(1, std::min(threads, count / kLeastElementsPerThread));
+                            const int* elements, int count, double* gains, int threads,
+                            int least_per_thread) {
+  const int slices = std::max(1, std::min(threads, count / std::max(1, least_per_thread)));
   if (slices <= 1) {
     context.DisjointGains(elements, count, gains);
     return;

@@ -37,6 +37,13 @@ struct AncillaryCheck {
 };
 AncillaryCheck CheckAncillary(const greedy_max::GreedyAncillaryResults* ancillary, int n);
 
+// GreedyArgumentProblem, then CheckAncillary with f's ground-set size: the
+// first problem found, for the caller to throw.
+AncillaryCheck CheckRunArguments(const SetFunction& f, const DownClosedSetConstraint& constraint,
+                                 int cardinality_limit, const Set& candidates, const Set& inclusion,
+                                 const Set& conditioning,
+                                 const greedy_max::GreedyAncillaryResults* ancillary);
+
 // The state of one greedy run from `inclusion`: the solution being grown,
 // inclusion ∪ conditioning (never chosen), the function's context at that
 // union and the constraint's context at the solution.
@@ -55,17 +62,26 @@ struct GreedyRunState {
   std::unique_ptr<SetConstraint::ConstraintGrowingContextExternal> constraint_context;
 };
 
+// The candidates not in `excluded`, as a set.
+UnorderedHashSet RemainingSet(const Set& candidates, const Set& excluded);
+
 // The candidates not in inclusion ∪ conditioning, in candidates' iteration order.
 std::vector<int> RemainingCandidates(const Set& candidates, const Set& excluded);
 
+// The default least number of gains per thread of a full pass: below it a
+// thread costs more than it saves for the cheapest functions.
+inline constexpr int kLeastGainsPerThread = 256;
+
 // gains[j] = context.DisjointGain(elements[j]) for j in [0, count), bit for
-// bit as context.DisjointGains gives them. With threads > 1 and enough
-// elements, consecutive slices of the elements go to up to `threads` threads,
+// bit as context.DisjointGains gives them. With threads > 1 and at least
+// least_per_thread elements for each of two threads, consecutive slices of
+// the elements go to up to `threads` threads,
 // each with its own clone of the context (the calling thread takes the
 // first); each gain lands at its own index, so the result does not depend on
 // the number of threads. An exception of any thread is thrown again here.
 void DisjointGainsOnThreads(const SetFunction::SetFunctionGrowingContext& context,
-                            const int* elements, int count, double* gains, int threads);
+                            const int* elements, int count, double* gains, int threads,
+                            int least_per_thread = kLeastGainsPerThread);
 
 // Writes value (f(solution ∪ conditioning) - f(conditioning)) and solution
 // when they are given.

@@ -6,12 +6,14 @@
 #include <algorithm>
 #include <atomic>
 #include <cfloat>
+#include <chrono>
 #include <cmath>
 #include <functional>
 #include <limits>
 #include <stdexcept>
 
 #include "algorithms/greedyCommon.h"
+#include "constraints/CardinalitySetConstraint.h"
 #include "utils/error_messages.h"
 #include "utils/logging.h"
 
@@ -35,6 +37,45 @@ namespace {
 struct StepChoice {
   int element;
   double gain;
+};
+
+// The size of lazy evaluation's batches of re-evaluations. One at a time on
+// one thread; on several, batches of about half the re-evaluations the
+// previous step needed, split between the threads when each thread gets at
+// least least_per_thread gains (worth a thread's start), else one at a time.
+class ReevaluationBatches {
+ public:
+  ReevaluationBatches(int threads, int fixed_size) : threads_(threads), fixed_size_(fixed_size) {}
+
+  // A full pass of `count` gains took `seconds` on the run's threads.
+  void MeasuredFullPass(int count, double seconds) {
+    if (count <= 0 || threads_ <= 1) return;
+    // As DisjointGainsOnThreads splits a full pass.
+    const int used = std::max(1, std::min(threads_, count / internal::kLeastGainsPerThread));
+    const double seconds_per_gain = seconds * used / count;
+    least_per_thread_ = static_cast<int>(
+        std::min(1e9, std::ceil(kThreadStartSeconds / std::max(seconds_per_gain, 1e-12))));
+  }
+  void StepNeeded(std::int64_t reevaluations) { last_step_ = reevaluations; }
+
+  int threads() const { return threads_; }
+  int LeastPerThread() const { return fixed_size_ > 0 ? 1 : least_per_thread_; }
+  int Size() const {
+    if (threads_ <= 1) return 1;
+    if (fixed_size_ > 0) return fixed_size_;
+    const std::int64_t least_batch = 2 * static_cast<std::int64_t>(least_per_thread_);
+    if (last_step_ < least_batch) return 1;
+    return static_cast<int>(std::min<std::int64_t>(std::max(last_step_ / 2, least_batch), 1 << 20));
+  }
+
+ private:
+  // What starting, cloning for and joining one thread costs, about.
+  static constexpr double kThreadStartSeconds = 50e-6;
+
+  int threads_;
+  int fixed_size_;
+  int least_per_thread_ = 1 << 30;  // until a full pass is measured: never split
+  std::int64_t last_step_ = 0;
 };
 
 // Lazy evaluation's state: for each remaining candidate a bound of its gain,
@@ -70,36 +111,50 @@ class StaleGainBounds {
   // order among equal gains. Candidates are looked at in decreasing order of
   // their bounds, and the look stops at the first bound below the best gain
   // found; a bound equal to it is looked at only when its candidate comes
-  // earlier in the iteration order, since only then could it win. Every
-  // entry but the chosen one goes back with its new bound.
+  // earlier in the iteration order, since only then could it win. With
+  // batch_size > 1 the candidates are taken batch_size at a time against the
+  // best gain before the batch and evaluated on the threads: the extra ones
+  // only get exact bounds. Every entry but the chosen one goes back with its
+  // new bound.
   template <typename Feasible>
   StepChoice Choose(const SetFunction::SetFunctionGrowingContext& context,
                     const UnorderedHashSet& remaining, const Feasible& feasible,
-                    std::int64_t& evaluations) {
+                    const ReevaluationBatches& batches, std::int64_t& evaluations) {
+    const int batch_size = batches.Size();
     const int n = remaining.GroundSetSize();
     StepChoice best{n, -DBL_MAX};
     Set::Cursor best_cursor = 0;
     looked_at_.clear();
     while (!heap_.empty() && !(heap_.front().bound < best.gain)) {
-      std::pop_heap(heap_.begin(), heap_.end(), Lower);
-      Entry& entry = looked_at_.emplace_back(heap_.back());
-      heap_.pop_back();
-      if (entry.bound == best.gain &&
-          (best.element == n || remaining.CursorOf(entry.element) > best_cursor)) {
-        continue;  // at best a tie that comes later: cannot win
+      batch_.clear();
+      while (!heap_.empty() && !(heap_.front().bound < best.gain) &&
+             static_cast<int>(batch_.size()) < batch_size) {
+        std::pop_heap(heap_.begin(), heap_.end(), Lower);
+        const Entry& entry = looked_at_.emplace_back(heap_.back());
+        heap_.pop_back();
+        if (entry.bound == best.gain &&
+            (best.element == n || remaining.CursorOf(entry.element) > best_cursor)) {
+          continue;  // at best a tie that comes later: cannot win
+        }
+        if (!feasible(entry.element)) continue;
+        batch_.push_back(static_cast<int>(looked_at_.size() - 1));
       }
-      if (!feasible(entry.element)) continue;
-      const double gain = context.DisjointGain(entry.element);
-      ++evaluations;
-      entry.bound = Bound(gain);
-      if (gain > best.gain) {
-        best = {entry.element, gain};
-        best_cursor = remaining.CursorOf(entry.element);
-      } else if (gain == best.gain && best.element != n) {
-        const Set::Cursor cursor = remaining.CursorOf(entry.element);
-        if (cursor < best_cursor) {
+      const int count = static_cast<int>(batch_.size());
+      EvaluateBatch(context, batches);
+      evaluations += count;
+      for (int j = 0; j < count; ++j) {
+        Entry& entry = looked_at_[static_cast<std::size_t>(batch_[j])];
+        const double gain = batch_gains_[j];
+        entry.bound = Bound(gain);
+        if (gain > best.gain) {
           best = {entry.element, gain};
-          best_cursor = cursor;
+          best_cursor = remaining.CursorOf(entry.element);
+        } else if (gain == best.gain && best.element != n) {
+          const Set::Cursor cursor = remaining.CursorOf(entry.element);
+          if (cursor < best_cursor) {
+            best = {entry.element, gain};
+            best_cursor = cursor;
+          }
         }
       }
     }
@@ -116,8 +171,29 @@ class StaleGainBounds {
   static double Bound(double gain) { return std::isnan(gain) ? kUnknown : gain; }
   static bool Lower(const Entry& a, const Entry& b) { return a.bound < b.bound; }
 
+  // batch_gains_[j] = the gain of looked_at_[batch_[j]]'s element.
+  void EvaluateBatch(const SetFunction::SetFunctionGrowingContext& context,
+                     const ReevaluationBatches& batches) {
+    batch_elements_.clear();
+    for (const int index : batch_) {
+      batch_elements_.push_back(looked_at_[static_cast<std::size_t>(index)].element);
+    }
+    batch_gains_.resize(batch_elements_.size());
+    const int count = static_cast<int>(batch_elements_.size());
+    if (batches.Size() <= 1 || count <= 1) {
+      for (int j = 0; j < count; ++j) batch_gains_[j] = context.DisjointGain(batch_elements_[j]);
+      return;
+    }
+    internal::DisjointGainsOnThreads(context, batch_elements_.data(), count, batch_gains_.data(),
+                                     batches.threads(), batches.LeastPerThread());
+  }
+
   std::vector<Entry> heap_;
   std::vector<Entry> looked_at_;
+  // The step's current batch: indices into looked_at_, elements and gains.
+  std::vector<int> batch_;
+  std::vector<int> batch_elements_;
+  std::vector<double> batch_gains_;
 };
 
 // The first of the largest gains (strictly larger wins), or element n.
@@ -131,18 +207,6 @@ StepChoice FirstLargest(const std::vector<int>& elements, const std::vector<doub
 }
 
 }  // namespace
-
-bool GreedyConstrainedMaximization(const SubmodularFunction& f,
-                                   const DownClosedSetConstraint& constraint, int cardinality_limit,
-                                   const Set& candidates, const Set& inclusion,
-                                   const Set& conditioning, GainPermit gain_permit,
-                                   UnorderedHashSet* solution, std::vector<int>* order,
-                                   std::vector<float>* gains, double* value,
-                                   greedy_max::GreedyAncillaryResults* ancillary) {
-  return GreedyConstrainedMaximization(f, constraint, cardinality_limit, candidates, inclusion,
-                                       conditioning, gain_permit, solution, order, gains, value,
-                                       ancillary, greedy_max::StandardGreedyOptions{});
-}
 
 bool GreedyConstrainedMaximization(const SubmodularFunction& f,
                                    const DownClosedSetConstraint& constraint, int cardinality_limit,
@@ -176,22 +240,10 @@ bool GreedyConstrainedMaximization(const SubmodularFunction& f,
   const int progress_period = greedy_max::ProgressLoggingPeriod();
 
   // Working sets and contexts.
-  UnorderedHashSet excluded(n);
-  excluded.insertSet(inclusion);
-  excluded.insertSet(conditioning);
-  UnorderedHashSet current(n);
-  current.insertSet(inclusion);
-  UnorderedHashSet remaining(n);
-  for (int e : candidates) {
-    if (!excluded.contains(e)) remaining.insert(e);
-  }
-  const std::unique_ptr<SetFunction::SetFunctionGrowingContext> current_function_eval_context =
-      f.MakeGrowingContext(excluded);
-  const std::unique_ptr<SetConstraint::ConstraintGrowingContextExternal> constraint_context =
-      constraint.MakeGrowingContextExternal(current);
-  const auto feasible = [&](int e) {
-    return constraint_context->IsDisjointUnionFeasible(e, current);
-  };
+  internal::GreedyRunState state(f, constraint, inclusion, conditioning);
+  UnorderedHashSet remaining = internal::RemainingSet(candidates, state.excluded);
+  SetFunction::SetFunctionGrowingContext& context = *state.function_context;
+  const auto feasible = [&state](int e) { return state.Feasible(e); };
 
   // `order` starts empty; `gains` keeps what it holds and gets room for more.
   const std::size_t most_chosen = static_cast<std::size_t>(
@@ -212,6 +264,12 @@ bool GreedyConstrainedMaximization(const SubmodularFunction& f,
   }
   const bool lazy = options.lazy && f.ComputedGainsNeverRise();
   StaleGainBounds stale_gains;
+  ReevaluationBatches batches(options.threads, options.lazy_batch);
+  const GreedyStepObserver& observer = options.observer;
+  // The most this run may add, for the observer: a warm start uses up room.
+  const int most = static_cast<int>(
+      std::clamp<long>(std::min<long>(constraint.SizeLimit(), cardinality_limit) - inclusion.size(),
+                       0L, static_cast<long>(remaining.size())));
 
   // Full-pass scratch, sized once: the feasible candidates, their gains and,
   // for lazy evaluation, the bounds those gains give.
@@ -222,13 +280,15 @@ bool GreedyConstrainedMaximization(const SubmodularFunction& f,
   candidate_gains.resize(static_cast<std::size_t>(remaining.size()));
 
   logger->debug("Starting greedy max. current_function_eval_context.NumberOfElements() = {}",
-                current_function_eval_context->NumberOfElements());
+                context.NumberOfElements());
   bool first_pass = true;
   int added = 0;
+  if (!nothing_to_choose) observer.Step(0, most);
   while (!nothing_to_choose) {
-    if (current.size() >= cardinality_limit) break;
+    if (state.current.size() >= cardinality_limit) break;
+    observer.ThrowIfStopRequested(added);
     logger->debug("Top of loop: current_function_eval_context.NumberOfElements() = {}",
-                  current_function_eval_context->NumberOfElements());
+                  context.NumberOfElements());
 
     StepChoice best{n, -DBL_MAX};
     if (first_pass || !lazy) {
@@ -243,8 +303,7 @@ bool GreedyConstrainedMaximization(const SubmodularFunction& f,
           const float stored =
               ancillary->singleton_gains[static_cast<std::size_t>(feasible_candidates[j])];
           if (std::isnan(stored)) {
-            candidate_gains[j] =
-                current_function_eval_context->DisjointGain(feasible_candidates[j]);
+            candidate_gains[j] = context.DisjointGain(feasible_candidates[j]);
             ++evaluations;
             if (lazy) candidate_bounds[j] = candidate_gains[j];
           } else {
@@ -254,8 +313,11 @@ bool GreedyConstrainedMaximization(const SubmodularFunction& f,
           }
         }
       } else {
-        internal::DisjointGainsOnThreads(*current_function_eval_context, feasible_candidates.data(),
-                                         count, candidate_gains.data(), options.threads);
+        const auto start = std::chrono::steady_clock::now();
+        internal::DisjointGainsOnThreads(context, feasible_candidates.data(), count,
+                                         candidate_gains.data(), options.threads);
+        batches.MeasuredFullPass(
+            count, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
         evaluations += count;
         if (first_pass && fill_ancillary) {
           for (int j = 0; j < count; ++j) {
@@ -268,7 +330,9 @@ bool GreedyConstrainedMaximization(const SubmodularFunction& f,
       best = FirstLargest(feasible_candidates, candidate_gains, count, n);
       if (lazy) stale_gains.Fill(remaining, feasible_candidates, candidate_bounds, best.element);
     } else {
-      best = stale_gains.Choose(*current_function_eval_context, remaining, feasible, evaluations);
+      const std::int64_t before = evaluations;
+      best = stale_gains.Choose(context, remaining, feasible, batches, evaluations);
+      batches.StepNeeded(evaluations - before);
     }
     if (first_pass && fill_ancillary) ancillary->singleton_gains_precomputed = true;
     first_pass = false;
@@ -293,19 +357,15 @@ bool GreedyConstrainedMaximization(const SubmodularFunction& f,
 
     if (order != nullptr) order->push_back(element_having_max_gain);
     if (gains != nullptr) gains->push_back(static_cast<float>(max_gain));
-    current_function_eval_context->AddNewElementToContext(element_having_max_gain, true);
-    constraint_context->AddNewElementToContext(element_having_max_gain, current, false);
-    excluded.insert(element_having_max_gain);
-    current.insert(element_having_max_gain);
+    state.Add(element_having_max_gain);
     remaining.remove(element_having_max_gain);
+    observer.Step(added, most);
   }
   if (ancillary != nullptr) ancillary->number_of_gain_evaluations = evaluations;
   logger->debug("Standard greedy done, {} elements added with {} gain evaluations.", added,
                 evaluations);
 
-  if (value != nullptr)
-    *value = current_function_eval_context->CurrentValue() - f.Evaluate(conditioning);
-  if (solution != nullptr) *solution = current;
+  internal::FinishGreedyRun(f, conditioning, state, solution, value);
   return true;
 }
 
@@ -333,17 +393,10 @@ double UpperBoundValueGreedyConstrainedMaximization(const SubmodularFunction& f,
     VELMOR_THROW(std::invalid_argument, "Invalid argument, all ground set sizes must match.");
   }
 
-  UnorderedHashSet excluded(n);
-  excluded.insertSet(inclusion);
-  excluded.insertSet(conditioning);
-  UnorderedHashSet current(n);
-  current.insertSet(inclusion);
-  UnorderedHashSet remaining(n);
-  for (int e : candidates) {
-    if (!excluded.contains(e)) remaining.insert(e);
-  }
-  const std::unique_ptr<SetFunction::SetFunctionGrowingContext> context =
-      f.MakeGrowingContext(excluded);
+  const CardinalitySetConstraint limit(n, cardinality_limit);
+  internal::GreedyRunState state(f, limit, inclusion, conditioning);
+  UnorderedHashSet remaining = internal::RemainingSet(candidates, state.excluded);
+  SetFunction::SetFunctionGrowingContext& context = *state.function_context;
   const double conditioning_value = f.Evaluate(conditioning);
   const int free_slots = cardinality_limit - inclusion.size();
 
@@ -357,7 +410,7 @@ double UpperBoundValueGreedyConstrainedMaximization(const SubmodularFunction& f,
   for (;;) {
     remaining.ToVector(elements);
     const int count = static_cast<int>(elements.size());
-    context->DisjointGains(elements.data(), count, step_gains.data());
+    context.DisjointGains(elements.data(), count, step_gains.data());
 
     // Bound at this step: g(A_i) plus the free_slots largest positive gains.
     positive_gains.clear();
@@ -370,9 +423,9 @@ double UpperBoundValueGreedyConstrainedMaximization(const SubmodularFunction& f,
                      positive_gains.end(), std::greater<double>());
     double top_sum = 0.0;
     for (std::size_t j = 0; j < taken; ++j) top_sum += positive_gains[j];
-    bound = std::min(bound, (context->CurrentValue() - conditioning_value) + top_sum);
+    bound = std::min(bound, (context.CurrentValue() - conditioning_value) + top_sum);
 
-    if (current.size() >= cardinality_limit || count == 0) break;
+    if (state.current.size() >= cardinality_limit || count == 0) break;
     int best = n;
     double best_gain = -DBL_MAX;
     for (int j = 0; j < count; ++j) {
@@ -384,12 +437,11 @@ double UpperBoundValueGreedyConstrainedMaximization(const SubmodularFunction& f,
     if (best == n) break;
     if (order != nullptr) order->push_back(best);
     if (gains != nullptr) gains->push_back(static_cast<float>(best_gain));
-    context->AddNewElementToContext(best, true);
-    current.insert(best);
+    state.Add(best);
     remaining.remove(best);
   }
-  if (value != nullptr) *value = context->CurrentValue() - conditioning_value;
-  if (solution != nullptr) *solution = current;
+  if (value != nullptr) *value = context.CurrentValue() - conditioning_value;
+  if (solution != nullptr) *solution = state.current;
   return bound;
 }
 

@@ -27,6 +27,7 @@
 #include <functional>
 #include <vector>
 
+#include "algorithms/GreedyStepObserver.h"
 #include "constraints/DownClosedSetConstraint.h"
 #include "functions/SetFunction.h"
 #include "sets/Set.h"
@@ -67,8 +68,17 @@ struct StandardGreedyOptions {
   // otherwise. false: a full scan at every step (the plain scan).
   bool lazy = true;
   // Threads for the full passes (the first step, every step of the plain
-  // scan); 1 or less: the calling thread alone.
+  // scan) and for lazy evaluation's batches of re-evaluations; 1 or less: the
+  // calling thread alone.
   int threads = 1;
+  // Lazy evaluation on several threads re-evaluates the candidates of the
+  // largest stale bounds in batches split between the threads. 0: each batch
+  // is sized from the re-evaluations the previous step needed, and split only
+  // when a slice's gains cost more than starting a thread (measured on the
+  // first step); n > 0: batches of n, always split (for tests).
+  int lazy_batch = 0;
+  // Told after each step; may stop the run (see GreedyStepObserver).
+  GreedyStepObserver observer{};
 };
 
 // The library-wide period of the greedy progress report: every p-th chosen
@@ -101,22 +111,18 @@ using GreedyAlgorithm = std::function<bool(
 // gains never rise) keeps each candidate's last gain as a bound and evaluates
 // candidates in decreasing order of their bounds until no bound can beat the
 // best gain found, ties included; it chooses exactly what the plain scan
-// chooses, usually with a few percent of its evaluations.
+// chooses, usually with a few percent of its evaluations. On several threads
+// the candidates of the largest bounds are re-evaluated in batches; a batch
+// may evaluate a few candidates the one-by-one look would have skipped, which
+// only makes their bounds exact, so the choice stays the same.
 //
 // Returns false, doing nothing, when solution, order and gains are all null;
 // true otherwise. With `ancillary` not yet filled, the first step's gains are
 // stored in it; when filled, the first step reads them instead of evaluating.
 // Throws std::invalid_argument when a ground-set size differs from n, when
 // `inclusion` is infeasible or larger than cardinality_limit, or when a
-// filled ancillary array does not have n entries.
-bool GreedyConstrainedMaximization(const SubmodularFunction& f,
-                                   const DownClosedSetConstraint& constraint, int cardinality_limit,
-                                   const Set& candidates, const Set& inclusion,
-                                   const Set& conditioning, GainPermit gain_permit,
-                                   UnorderedHashSet* solution, std::vector<int>* order,
-                                   std::vector<float>* gains, double* value,
-                                   greedy_max::GreedyAncillaryResults* ancillary);
-// The same with the evaluation chosen by `options`.
+// filled ancillary array does not have n entries. `options` choose the
+// evaluation and watch the run (GreedyStopped when its observer asks to stop).
 bool GreedyConstrainedMaximization(const SubmodularFunction& f,
                                    const DownClosedSetConstraint& constraint, int cardinality_limit,
                                    const Set& candidates, const Set& inclusion,
@@ -124,7 +130,7 @@ bool GreedyConstrainedMaximization(const SubmodularFunction& f,
                                    UnorderedHashSet* solution, std::vector<int>* order,
                                    std::vector<float>* gains, double* value,
                                    greedy_max::GreedyAncillaryResults* ancillary,
-                                   const greedy_max::StandardGreedyOptions& options);
+                                   const greedy_max::StandardGreedyOptions& options = {});
 
 // Runs the standard greedy from `inclusion` under |S| <= cardinality_limit
 // (never stopping on the gain) and returns an upper bound on

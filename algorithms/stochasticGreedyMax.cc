@@ -85,14 +85,11 @@ bool StochasticAcceleratedGreedyConstrainedMaximization(
     VELMOR_THROW(std::invalid_argument, "Value of expected_summary_size = %d, must be >= 0.",
                  expected_summary_size);
   }
-  if (const auto problem = internal::GreedyArgumentProblem(f, constraint, cardinality_limit,
-                                                           candidates, inclusion, conditioning)) {
-    VELMOR_THROW(std::invalid_argument, "%s", problem->c_str());
-  }
-  const int n = f.GroundSetSize();
-  const internal::AncillaryCheck ancillary_check = internal::CheckAncillary(ancillary, n);
+  const internal::AncillaryCheck ancillary_check = internal::CheckRunArguments(
+      f, constraint, cardinality_limit, candidates, inclusion, conditioning, ancillary);
   if (ancillary_check.problem)
     VELMOR_THROW(std::invalid_argument, "%s", ancillary_check.problem->c_str());
+  const int n = f.GroundSetSize();
   const bool bounds_given = ancillary_check.precomputed;
   if (order == nullptr && gains == nullptr && solution == nullptr) return false;
 

@@ -24,12 +24,8 @@ bool ThresholdGreedyConstrainedMaximization(double epsilon, const SubmodularFunc
   if (!(epsilon > 0.0 && epsilon < 1.0)) {
     VELMOR_THROW(std::invalid_argument, "Value of epsilon = %g, must be in (0, 1).", epsilon);
   }
-  if (const auto problem = internal::GreedyArgumentProblem(f, constraint, cardinality_limit,
-                                                           candidates, inclusion, conditioning)) {
-    VELMOR_THROW(std::invalid_argument, "%s", problem->c_str());
-  }
-  const int n = f.GroundSetSize();
-  const internal::AncillaryCheck ancillary_check = internal::CheckAncillary(ancillary, n);
+  const internal::AncillaryCheck ancillary_check = internal::CheckRunArguments(
+      f, constraint, cardinality_limit, candidates, inclusion, conditioning, ancillary);
   if (ancillary_check.problem)
     VELMOR_THROW(std::invalid_argument, "%s", ancillary_check.problem->c_str());
   const bool singletons_given = ancillary_check.precomputed;

@@ -22,7 +22,9 @@
 #
 #   bench/quillo_whole_run.sh [--build DIR] [--n N] [--k K] [--kind rbf|uniform]
 #       [--features D] [--seed S] [--from-features PIPELINE [--sparse]]
-#       [-- more quillo options]
+#       [--input SIM.npy] [-- more quillo options]
+# --input runs on an existing n x n similarity .npy (kept) instead of making one,
+# e.g. a 14.4 GB one made once with tools/make_similarity.py for n = 60000.
 # e.g. bench/quillo_whole_run.sh --n 10000 -- -greedyalgorithm accelerated
 #      bench/quillo_whole_run.sh --n 20000 --features 32 --from-features 'RBF()'
 #      bench/quillo_whole_run.sh --n 100000 --features 32 --from-features 'COSINE() | KNN(20)' --sparse
@@ -36,6 +38,7 @@ features=20
 seed=7
 pipeline=
 sparse=0
+given_input=
 while [ $# -gt 0 ]; do
   case "$1" in
     --build) build=$2; shift 2 ;;
@@ -46,6 +49,7 @@ while [ $# -gt 0 ]; do
     --seed) seed=$2; shift 2 ;;
     --from-features) pipeline=$2; shift 2 ;;
     --sparse) sparse=1; shift ;;
+    --input) given_input=$2; shift 2 ;;
     --) shift; break ;;
     *) echo "unknown argument '$1' (see the head of $0)" >&2; exit 2 ;;
   esac
@@ -63,7 +67,15 @@ work=$(mktemp -d /tmp/quillo_bench.XXXXXX)
 trap 'rm -rf "$work"' EXIT
 
 # The data, from one generator: the features alone in features mode.
-if [ -n "$pipeline" ]; then
+if [ -n "$given_input" ] && [ -n "$pipeline" ]; then
+  echo "--input takes a similarity matrix; it cannot be used with --from-features" >&2; exit 2
+fi
+if [ -n "$given_input" ]; then
+  input="$given_input"
+  matrix_bytes=$(stat -c %s "$input")
+  n=$("$python" -c "import numpy, sys; print(numpy.load(sys.argv[1], mmap_mode='r').shape[0])" "$input")
+  kind="given file $input"
+elif [ -n "$pipeline" ]; then
   input="$work/features.npy"
   "$python" "$here/../tools/make_similarity.py" "$input" "$n" --features "$features" \
     --seed "$seed" --features-only
@@ -105,7 +117,8 @@ fi
 
 t0=$(now)
 /usr/bin/time -v -o "$work/time.txt" "$quillo" "${input_options[@]}" -sumsize "$k" \
-  -cloglevel info -outfilesummary "$work/order.npy" "$@" > "$work/log.txt"
+  -cloglevel info -loglevels optm=debug -flogfilename "$work/optm.log" -floglevel debug \
+  -outfilesummary "$work/order.npy" "$@" > "$work/log.txt"
 t1=$(now)
 run_time=$(echo "$t1 - $t0" | bc -l)
 peak_kb=$(awk -F: '/Maximum resident set size/ {gsub(/ /, "", $2); print $2}' "$work/time.txt")
@@ -118,9 +131,10 @@ else
   echo "quillo whole run: n=$n k=$k data=$kind cores=$(nproc) options: ${*:-none}"
 fi
 echo "load average:       $(cut -d' ' -f1-3 /proc/loadavg)"
-# Hook: quillo prints no count of gain evaluations yet; a log line ending in
-# "<count> gain evaluations." is picked up here when it does.
-evaluations=$(grep -oE '[0-9]+ gain evaluations' "$work/log.txt" | tail -1 | cut -d' ' -f1 || true)
+# The greedy's count of gain evaluations, from its debug line in the log file
+# (the console shows info and above only, as a user's run does).
+evaluations=$(grep -hoE '[0-9]+ gain evaluations' "$work/log.txt" "$work/optm.log" 2>/dev/null |
+  tail -1 | cut -d' ' -f1 || true)
 echo "gain evaluations:   ${evaluations:-not logged by this quillo}"
 grep -E "Summarization time|Summary valuation" "$work/log.txt" || true
 if [ -n "$read_time" ]; then

@@ -25,6 +25,7 @@
 #include "summarization/SummaryObjective.h"
 #include "summarization/SummaryPlan.h"
 #include "summarization/SummaryRun.h"
+#include "utils/ProgressIndicator.h"
 #include "utils/error_messages.h"
 #include "utils/exceptions.h"
 
@@ -319,12 +320,27 @@ void WriteSummaryOutputs(const SummaryResult& result) {
                        result.gains, result.conditional_curvature);
 }
 
+namespace {
+
+// The greedy's steps shown on `progress` ("summary: 37/100 ..."), erased
+// when the greedy work ends; nothing when `progress` does not draw.
+GreedyStepObserver SummaryProgress(ProgressIndicator& progress) {
+  if (!progress.enabled()) return {};
+  return {.on_step = [&progress](int chosen, int most) {
+    progress.Update("summary", chosen, most);
+    if (chosen >= most) progress.Finish();
+  }};
+}
+
+}  // namespace
+
 int RunSummarization() {
   const auto ctrl_logger = ControlLogger();
   spdlog::logger& ctrl = *ctrl_logger;
   SummaryPlan plan = FillSummaryPlan(ctrl);
   const SummaryObjective objective = BuildObjective(plan, ctrl);
-  const SummaryResult result = RunSummary(objective, plan, ctrl);
+  ProgressIndicator progress = ProgressIndicator::Terminal();
+  const SummaryResult result = RunSummary(objective, plan, ctrl, SummaryProgress(progress));
   if (!result.summarized) return 0;
   WriteSummaryOutputs(result);
   return 0;

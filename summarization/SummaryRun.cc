@@ -69,20 +69,22 @@ void RunRandomEvaluations(const SummaryObjective& objective,
 
 // The plan's greedy as a maximizer of the common signature: the standard
 // greedy (lazy, or the plain scan) with the caller's limit and permit on
-// `threads` threads, or the chosen one.
-GreedyAlgorithm PlannedGreedy(const SummaryPlan::Algorithm& algorithm, int threads) {
-  return [algorithm, threads](const SubmodularFunction& f,
-                              const DownClosedSetConstraint& constraint, int cardinality_limit,
-                              const Set& candidates, const Set& inclusion, const Set& conditioning,
-                              double, GainPermit gain_permit, UnorderedHashSet* solution,
-                              std::vector<int>* order, std::vector<float>* gains, double* value,
-                              greedy_max::GreedyAncillaryResults* ancillary) {
+// `threads` threads watched by `observer`, or the chosen one.
+GreedyAlgorithm PlannedGreedy(const SummaryPlan::Algorithm& algorithm, int threads,
+                              const GreedyStepObserver& observer) {
+  return [algorithm, threads, observer](
+             const SubmodularFunction& f, const DownClosedSetConstraint& constraint,
+             int cardinality_limit, const Set& candidates, const Set& inclusion,
+             const Set& conditioning, double, GainPermit gain_permit, UnorderedHashSet* solution,
+             std::vector<int>* order, std::vector<float>* gains, double* value,
+             greedy_max::GreedyAncillaryResults* ancillary) {
     using Kind = GreedyAlgorithmChoice::Kind;
     const Kind kind = algorithm.choice.kind;
     if (algorithm.choice.threads == 0 && (kind == Kind::kStandard || kind == Kind::kPlain)) {
-      return GreedyConstrainedMaximization(f, constraint, cardinality_limit, candidates, inclusion,
-                                           conditioning, gain_permit, solution, order, gains, value,
-                                           ancillary, {kind == Kind::kStandard, threads});
+      return GreedyConstrainedMaximization(
+          f, constraint, cardinality_limit, candidates, inclusion, conditioning, gain_permit,
+          solution, order, gains, value, ancillary,
+          {.lazy = kind == Kind::kStandard, .threads = threads, .observer = observer});
     }
     return RunChosenGreedyAlgorithm(algorithm.choice, algorithm.seed, f, constraint, candidates,
                                     inclusion, solution, order, gains, value, threads);
@@ -93,12 +95,12 @@ GreedyAlgorithm PlannedGreedy(const SummaryPlan::Algorithm& algorithm, int threa
 // stops on the gain, and under partial enumeration completes every starting
 // set.
 SummaryResult Maximize(const SummaryObjective& objective, const SummaryPlan::Algorithm& algorithm,
-                       int threads, spdlog::logger& log) {
+                       int threads, const GreedyStepObserver& observer, spdlog::logger& log) {
   SummaryResult result;
   result.summarized = true;
   const int n = objective.GroundSetSize();
   result.solution = UnorderedHashSet(n);
-  const GreedyAlgorithm greedy = PlannedGreedy(algorithm, threads);
+  const GreedyAlgorithm greedy = PlannedGreedy(algorithm, threads, observer);
   if (algorithm.partial_enumeration > 0) {
     PartialEnumerationMaximization(
         objective.Function(), objective.Constraint(), objective.Candidates(), objective.Inclusion(),
@@ -138,7 +140,7 @@ void CheckSummaryValueIsFinite(const SummaryResult& result) {
 }
 
 SummaryResult RunSummary(const SummaryObjective& objective, const SummaryPlan& plan,
-                         spdlog::logger& log) {
+                         spdlog::logger& log, const GreedyStepObserver& observer) {
   log.info("Summarizing function with ground set of size |V|=n={}, relative ground set |R|={}, {}.",
            objective.GroundSetSize(), objective.Candidates().size(),
            objective.ConstraintDescription());
@@ -157,7 +159,9 @@ SummaryResult RunSummary(const SummaryObjective& objective, const SummaryPlan& p
   const Clock before = Clock::Now();
   const int threads =
       plan.threads > 0 ? plan.threads : static_cast<int>(std::thread::hardware_concurrency());
-  SummaryResult result = Maximize(objective, algorithm, threads, log);
+  SummaryResult result = Maximize(objective, algorithm, threads, observer, log);
+  const int chosen = static_cast<int>(result.order.size());
+  observer.Step(chosen, chosen);
   const Clock after = Clock::Now();
   const double user = after.user - before.user, system = after.system - before.system;
   log.info("Summarization time: CPU {}s (User: {}s; System: {}s); Wall Clock {}s.", user + system,

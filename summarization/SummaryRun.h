@@ -7,6 +7,7 @@
 
 #include <vector>
 
+#include "algorithms/GreedyStepObserver.h"
 #include "sets/UnorderedHashSet.h"
 #include "summarization/SummaryObjective.h"
 #include "summarization/SummaryPlan.h"
@@ -43,7 +44,11 @@ struct SummaryResult {
 // the inclusion when there are fewer), then the plan's algorithm (logging
 // "Greedy algorithm: {}." for a chosen one and the "Summarization time: ..."
 // line), warns when no element was chosen although the constraint left room,
-// and logs the reports the plan asks for.
+// and logs the reports the plan asks for. The standard greedy (lazy or the
+// plain scan) tells `observer` of every step and stops when it asks to; after
+// the greedy work, before its time is logged, `observer` is called once with
+// chosen == most (the number of elements chosen). GreedyStopped then passes
+// through.
 //
 // Throws exception::InputAndOrParameterDataError "Solution has non-finite or
 // NaN value (%g) when using current parameters and input. Exiting since
@@ -51,7 +56,7 @@ struct SummaryResult {
 // algorithms' exceptions through (partial enumeration's InputDataError when
 // no starting set is feasible).
 SummaryResult RunSummary(const SummaryObjective& objective, const SummaryPlan& plan,
-                         spdlog::logger& log);
+                         spdlog::logger& log, const GreedyStepObserver& observer = {});
 
 // Throws exception::InputAndOrParameterDataError "Solution has non-finite or
 // NaN value (%g) when using current parameters and input. Exiting since

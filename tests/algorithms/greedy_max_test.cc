@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cfloat>
 #include <cmath>
 #include <limits>
@@ -171,6 +172,22 @@ TYPED_TEST(GreedyMaxTest, EdgeCases) {
   EXPECT_TRUE(log.Contains("Found element 2 in the order, element = " +
                            std::to_string(run.order[2]) + ", gain value = "));
 
+  // The step observer sees 0, 1, 2, ...; a stop request ends the run there.
+  std::vector<int> seen;
+  std::atomic<bool> stop{false};
+  const auto on_step = [&](int chosen, int most) {
+    seen.push_back(chosen);
+    stop = chosen == 2 && most == 5;
+  };
+  std::vector<int> order;
+  EXPECT_THROW(
+      GreedyConstrainedMaximization(*f, CardinalitySetConstraint(n, 5), kNoLimit, all, empty, empty,
+                                    kNeverStopOnGain, nullptr, &order, nullptr, nullptr, nullptr,
+                                    {.observer = {on_step, &stop}}),
+      GreedyStopped);
+  EXPECT_EQ(seen, (std::vector<int>{0, 1, 2}));
+  EXPECT_EQ(order, std::vector<int>(run.order.begin(), run.order.begin() + 2));
+
   // Earlier entries: `order` is emptied first, `gains` keeps them.
   {
     const CardinalitySetConstraint four(n, 4);
@@ -269,7 +286,7 @@ TYPED_TEST(GreedyMaxTest, LazyAndThreadedScansChooseAsThePlainScan) {
                     std::vector<float>* gains, double* value,
                     greedy_max::GreedyAncillaryResults* ancillary) {
         return GreedyConstrainedMaximization(g, constraint, limit, c, in, cond, permit, solution,
-                                             order, gains, value, ancillary, {lazy, 1});
+                                             order, gains, value, ancillary, {.lazy = lazy});
       };
     };
     std::vector<int> orders[2];
@@ -322,7 +339,7 @@ TYPED_TEST(GreedyMaxTest, AncillaryResultsAreReused) {
 
   greedy_max::GreedyAncillaryResults ancillary;
   // The plain scan: every evaluation it saves is one the array saves.
-  const greedy_max::StandardGreedyOptions plain{false, 1};
+  const greedy_max::StandardGreedyOptions plain{.lazy = false};
   const GreedyRun first = RunAndCheck<T>(*f, constraint, kNoLimit, all, inclusion, conditioning,
                                          kNeverStopOnGain, &ancillary, plain);
   ASSERT_TRUE(ancillary.singleton_gains_precomputed);

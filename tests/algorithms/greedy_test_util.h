@@ -15,6 +15,7 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "algorithms/greedy_max.h"
@@ -155,8 +156,8 @@ inline NaiveGreedyResult NaiveGreedy(const SetFunction& f,
 }
 
 // The standard greedy's lazy evaluation, and both evaluations on 2 and 3
-// threads, against the plain scan on one thread: the same order, gains, value
-// and solution, bit for bit; so too when the first step's gains are read from
+// threads (lazy also in small batches on up to 5), against the plain scan on one thread: the same
+// order, gains, value and solution, bit for bit; so too when the first step's gains are read from
 // the plain run's ancillary array. Returns the gain evaluations of the plain
 // scan and of the lazy one.
 struct EvaluationCounts {
@@ -175,12 +176,13 @@ inline EvaluationCounts ExpectSameAsPlainScan(const SubmodularFunction& f,
     double value = 0.0;
     greedy_max::GreedyAncillaryResults ancillary;
   };
-  const auto run = [&](bool lazy, int threads, const greedy_max::GreedyAncillaryResults* reused) {
+  const auto run = [&](bool lazy, int threads, const greedy_max::GreedyAncillaryResults* reused,
+                       int batch = 0) {
     Run r;
     if (reused != nullptr) r.ancillary = *reused;
-    EXPECT_TRUE(GreedyConstrainedMaximization(f, constraint, limit, candidates, inclusion,
-                                              conditioning, permit, &r.solution, &r.order, &r.gains,
-                                              &r.value, &r.ancillary, {lazy, threads}));
+    EXPECT_TRUE(GreedyConstrainedMaximization(
+        f, constraint, limit, candidates, inclusion, conditioning, permit, &r.solution, &r.order,
+        &r.gains, &r.value, &r.ancillary, {.lazy = lazy, .threads = threads, .lazy_batch = batch}));
     return r;
   };
   const auto expect_same = [](const Run& a, const Run& b, const std::string& what) {
@@ -204,6 +206,10 @@ inline EvaluationCounts ExpectSameAsPlainScan(const SubmodularFunction& f,
                   std::string(lazy ? "lazy" : "plain") + " on " + std::to_string(threads));
       if (lazy && threads == 1) counts.lazy = other.ancillary.number_of_gain_evaluations;
     }
+  }
+  // Lazy re-evaluations in small batches split between up to five threads.
+  for (const auto& [batch, threads] : {std::pair{2, 5}, std::pair{3, 3}, std::pair{7, 2}}) {
+    expect_same(plain, run(true, threads, nullptr, batch), "batches of " + std::to_string(batch));
   }
   if (plain.ancillary.singleton_gains_precomputed) {
     expect_same(run(false, 1, &plain.ancillary), run(true, 1, &plain.ancillary),

@@ -93,7 +93,7 @@ finally:
 
 
 @pytest.mark.parametrize("rows, columns, work", [
-    (3000, 3000, "velmor.FacilityLocationSelection(3000).fit(S)"),
+    (5000, 5000, "velmor.SoftFacilityLocationSelection(5000, softness=0.1).fit(S)"),
     # The similarity of features, built tile by tile.
     (10000, 512, "velmor.FacilityLocationFromFeatures(S, metric='dot', threads=1)"),
 ])

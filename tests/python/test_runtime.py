@@ -93,15 +93,16 @@ finally:
 
 
 @pytest.mark.parametrize("rows, columns, work", [
+    # Interrupted in the greedy, after the normalization (not interruptible).
     (5000, 5000, "velmor.SoftFacilityLocationSelection(5000, softness=0.1).fit(S)"),
     # The similarity of features, built tile by tile.
-    (10000, 512, "velmor.FacilityLocationFromFeatures(S, metric='dot', threads=1)"),
+    (12000, 768, "velmor.FacilityLocationFromFeatures(S, metric='dot', threads=1)"),
 ])
 def test_ctrl_c_ends_a_long_run_and_other_threads_run(rows, columns, work):
     child = run_child(LONG_RUN_CHILD.replace("{rows}", str(rows))
                       .replace("{columns}", str(columns)).replace("{work}", work))
     assert child.stdout.readline().strip() == "fitting"
-    time.sleep(1.0)
+    time.sleep(2.0)
     child.send_signal(signal.SIGINT)
     sent = time.monotonic()
     out = child.stdout.readline()

@@ -35,6 +35,7 @@
 #include "functions/SetFunction.h"
 #include "functions/SetFunctionSkeleton.h"
 #include "sets/Set.h"
+#include "sets/UnorderedHashSet.h"
 
 namespace velmor {
 
@@ -254,6 +255,17 @@ class SumSumDispersionCore<F, Rows>::GrowingContextExternal final
     auto kept = kept_.begin();
     for (const int a : A) gains_[static_cast<std::size_t>(a)] = *kept++;
     return true;
+  }
+  // The empty set, then A's elements added and inserted one by one in A's
+  // order, so that g of each member stays as it was when it joined.
+  // O(|A| n).
+  void AssignContext(const Set& A) override {
+    ResetToEmptySet();
+    UnorderedHashSet members(A.GroundSetSize());
+    for (const int a : A) {
+      AddElementTo(members, a);
+      members.insert(a);
+    }
   }
   void ResetToEmptySet() override {
     const auto& diagonal = this->function_->diagonal_;

@@ -4,7 +4,8 @@
 DEBIAN_PACKAGES := build-essential cmake libeigen3-dev libfmt-dev libspdlog-dev \
   nlohmann-json3-dev libgtest-dev libbenchmark-dev python3-numpy python3-scipy \
   python3-matplotlib time clang-format clang-14 libclang-rt-14-dev libfuzzer-14-dev \
-  pybind11-dev python3-pybind11 python3-pytest python3-tqdm \
+  pybind11-dev python3-pybind11 python3-pytest python3-tqdm python3-pip python3-setuptools \
+  python3-wheel ccache \
   libopenmpi-dev openmpi-bin
 JOBS ?= $(shell nproc)
 RELEASE_DIR := build/release

@@ -179,13 +179,9 @@ void MixtureSetFunction::setComponentWeights(std::vector<double>& weights, bool 
     VELMOR_THROW(std::invalid_argument, "Invalid argument, must have at least one component.");
   }
   for (const double w : weights) {
-    if (!(w >= 0.0)) {
+    if (0.0 > w) {
       VELMOR_THROW(std::invalid_argument,
                    "Invalid argument, found weight %e, weights must be all non-negative.", w);
-    }
-    if (std::isinf(w)) {
-      VELMOR_THROW(std::invalid_argument,
-                   "Invalid argument, found weight %e, weights must be finite.", w);
     }
   }
   if (take_over) {
@@ -323,6 +319,13 @@ void MixtureSetFunction::GrowingContextExternal::DisjointGainsOf(const int* elem
 bool MixtureSetFunction::GrowingContextExternal::AddElement(int v) {
   bool changed = false;
   for (auto& component : components_) changed = component->AddNewElementToContext(v) || changed;
+  return changed;
+}
+
+bool MixtureSetFunction::GrowingContextExternal::AddElementTo(const Set& A, int v) {
+  bool changed = false;
+  for (auto& component : components_)
+    changed = component->AddNewElementToContextWithSet(A, v) || changed;
   return changed;
 }
 

@@ -44,6 +44,8 @@ class MixtureSetFunction
     void ResetToEmptySet() override;
     // Adds v to every component context; true when any changed.
     bool AddElement(int v);
+    // The same, handing every component the set A the state stands for.
+    bool AddElementTo(const Set& A, int v);
     // sum of w_i * (component i's DisjointGain).
     double DisjointGainOf(int v) const;
     // Batched per component, then combined per element as DisjointGainOf does.
@@ -109,9 +111,9 @@ class MixtureSetFunction
   //   count != number of components:
   //     "Invalid argument, number of weights %ld must match number of components %ld."
   //   no component: "Invalid argument, must have at least one component."
-  //   a weight w with 0.0 > w, or NaN:
+  //   a weight w with 0.0 > w:
   //     "Invalid argument, found weight %e, weights must be all non-negative."
-  //   an infinite weight: "Invalid argument, found weight %e, weights must be finite."
+  // (A NaN or infinite weight passes, and gives values that are not finite.)
   // A refused call leaves the weights as they were.
   void setComponentWeights(std::vector<double>& weights, bool take_over);
   void setComponentWeights(const std::vector<double>& weights);

@@ -22,10 +22,6 @@ ModularFunction<T>::ModularFunction(std::vector<T> weights, T offset)
           site, "Found invalid modular element, has value that is IEEE FP NaN or Inf.");
     }
   }
-  if (!std::isfinite(offset_)) {
-    internal::ThrowInvalidArgument(
-        site, "Found invalid modular offset, has value that is IEEE FP NaN or Inf.");
-  }
   n_ = static_cast<int>(weights_.size());
 }
 

@@ -139,6 +139,12 @@ class SetFunction : public clone_inherit<abstract_method<SetFunction>> {
     // The state becomes that of A + v; returns whether it changed.
     // Throws "Invalid element = %d." for v outside [0, n), changing nothing.
     virtual bool AddNewElementToContext(int v) = 0;
+    // The same, where `A` is the set the state stands for (v is not inserted
+    // into it). A function whose update depends on A's members overrides it;
+    // the default is AddNewElementToContext(v).
+    virtual bool AddNewElementToContextWithSet(const Set& /*A*/, int v) {
+      return AddNewElementToContext(v);
+    }
     // The state of the empty set.
     virtual void ResetToEmptySet() = 0;
   };
@@ -270,7 +276,7 @@ class SetFunction : public clone_inherit<abstract_method<SetFunction>> {
     using DerivedSetFunctionGrowingContext::DerivedSetFunctionContext::DerivedSetFunctionContext;
 
     bool AddNewElementToContext(int v, bool also_insert) override {
-      const bool changed = this->external_.AddNewElementToContext(v);
+      const bool changed = this->external_.AddNewElementToContextWithSet(this->set_, v);
       if (also_insert) this->set_.insert(v);
       return changed;
     }

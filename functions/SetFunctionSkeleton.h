@@ -368,8 +368,9 @@ class ContextExternalSkeleton : public Interface {
 };
 
 // The checked entry points of an external growing context; Self writes the
-// unchecked operations DisjointGainOf(v), AddElement(v) and, with
-// kBatchedGains, DisjointGainsOf(elements, count, gains).
+// unchecked operations DisjointGainOf(v), AddElement(v), optionally
+// AddElementTo(A, v) (the same addition given the set A the state stands for)
+// and, with kBatchedGains, DisjointGainsOf(elements, count, gains).
 template <typename Self, typename F>
 class GrowingContextExternalSkeleton
     : public ContextExternalSkeleton<Self, F, SetFunction::SetFunctionGrowingContextExternal> {
@@ -398,6 +399,19 @@ class GrowingContextExternalSkeleton
   bool AddNewElementToContext(int v) override {
     VELMOR_CHECK_ELEMENT(F, v, this->Size());
     return this->Me().AddElement(v);
+  }
+  // Self's AddElementTo(A, v) when it has one, else AddElement(v); the
+  // element message names AddNewElementToContext.
+  bool AddNewElementToContextWithSet(const Set& A, int v) override {
+    if constexpr (requires(Self & self) { self.AddElementTo(A, v); }) {
+      if (v < 0 || v >= this->Size()) [[unlikely]] {
+        ThrowInvalidArgument(MessageSite{F::SourceFile(), "AddNewElementToContext", __LINE__},
+                             "Invalid element = %d%s", v, F::kMessageEnd);
+      }
+      return this->Me().AddElementTo(A, v);
+    } else {
+      return GrowingContextExternalSkeleton::AddNewElementToContext(v);
+    }
   }
 
  protected:

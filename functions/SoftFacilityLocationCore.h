@@ -18,7 +18,8 @@
 // Summation orders, kept bit for bit: values are lambda * (sum of log z_i) +
 // sum of m_i over all landmarks; gains and losses (lambda * sum of log parts
 // + sum of linear parts) over the element's entries in storage order; a
-// context's value is recomputed from all landmarks when dense, and kept by the
+// growing context's value is recomputed from all landmarks after each
+// addition; a shrinking context's likewise when dense, and kept by the
 // differences of the touched landmarks' F_i when sparse.
 
 #include <cmath>
@@ -36,24 +37,16 @@ template <typename F, typename Rows, typename Kind>
 class SoftFacilityLocationCore : public MatrixBasedSetFunction<F, Rows, Kind> {
  public:
   // Stores lambda and 1 / lambda. Throws "Invalid argument, must have
-  // softness_value (=%e) > 0." unless lambda > 0 (NaN included), and
-  // "Invalid argument, softness_value (=%e) must be finite with a finite
-  // inverse." for an infinite lambda or one so small that 1 / lambda
-  // overflows. A failed call changes nothing.
+  // softness_value (=%e) > 0." when 0 >= lambda, changing nothing. (NaN,
+  // infinity and a lambda whose inverse overflows pass, and give values that
+  // are not finite.)
   void CheckAndAssignSoftnessValue(double softness_value) override {
-    if (!(softness_value > 0)) {
+    if (0 >= softness_value) {
       internal::ThrowInvalidArgument(
           VELMOR_SITE(F), "Invalid argument, must have softness_value (=%e) > 0.", softness_value);
     }
-    const double inverse = 1.0 / softness_value;
-    if (!std::isfinite(softness_value) || !std::isfinite(inverse)) {
-      internal::ThrowInvalidArgument(
-          VELMOR_SITE(F),
-          "Invalid argument, softness_value (=%e) must be finite with a finite inverse.",
-          softness_value);
-    }
     this->softness_ = softness_value;
-    this->inverse_softness_ = inverse;
+    this->inverse_softness_ = 1.0 / softness_value;
   }
 
   class GrowingContextExternal;
@@ -105,17 +98,18 @@ class SoftFacilityLocationCore : public MatrixBasedSetFunction<F, Rows, Kind> {
     this->rows_.ForEachEntry(v, [m, z, inv](int i, T x) { SoftAbsorb(x, m[i], z[i], inv); });
   }
 
-  // scale * lambda * sum over v's entries of F_i({v}) / lambda, each taken as
-  // max(y, 0) + log1p(exp(-|y|)) with y = S(v, i) / lambda, which neither
-  // overflows nor loses small values.
+  // scale * lambda * sum over v's entries of y + log1p(exp(-y)) with
+  // y = S(v, i) / lambda (F_i({v}) / lambda). Where exp(-y) overflows, the
+  // term is log1p(exp(y)), its finite equal.
   double ElementValue(int v) const {
     const double inv = this->inverse_softness_;
     double sum = 0.0;
     this->rows_.ForEachEntry(v, [&sum, inv](int, T x) {
       const double y = static_cast<double>(x) * inv;
-      sum += (y > 0 ? y : 0.0) + std::log1p(std::exp(-std::fabs(y)));
+      const double term = y + std::log1p(std::exp(-y));
+      sum += std::isinf(term) && y < 0 ? std::log1p(std::exp(y)) : term;
     });
-    return this->scale_ * (this->softness_ * sum);
+    return this->scale_ * this->softness_ * sum;
   }
 
   // lambda * (sum of log z_i) + sum of m_i over all landmarks, unscaled.
@@ -145,17 +139,16 @@ class SoftFacilityLocationCore : public MatrixBasedSetFunction<F, Rows, Kind> {
 
   // The change of F_i when a member of value d joins: if d > m, linear d - m
   // and log part log((exp((m - d)/lambda) z + 1) / z); otherwise linear 0 and
-  // log part log((exp((d - m)/lambda) + z) / z). Both logs are taken as
-  // log1p of the ratio minus 1, which keeps small gains accurate.
+  // log part log((exp((d - m)/lambda) + z) / z). No exponent is positive and
+  // z >= 1, so both are finite.
   static void SoftGainParts(T d, T m, double z, double inv, double& linear, double& log_part) {
     const double dd = static_cast<double>(d);
     const double dm = static_cast<double>(m);
     if (d > m) {
-      const double e = std::exp((dm - dd) * inv);
       linear += dd - dm;
-      log_part += std::log1p((e * z + (1.0 - z)) / z);
+      log_part += std::log((std::exp((dm - dd) * inv) * z + 1.0) / z);
     } else {
-      log_part += std::log1p(std::exp((dd - dm) * inv) / z);
+      log_part += std::log((std::exp((dd - dm) * inv) + z) / z);
     }
   }
 
@@ -180,17 +173,26 @@ class SoftFacilityLocationCore : public MatrixBasedSetFunction<F, Rows, Kind> {
   // when the other members' terms are tiny against 1.
   //
   // The change of F_i when a member of value d leaves: if d == m, linear
-  // m - s and log part log1p(exp((s - m)/lambda) w) - log(w); otherwise
-  // linear 0 and log part -log1p(-exp((d - m)/lambda) / z).
+  // m - s and log part log(exp((s - m)/lambda) z / (z - 1)) (z - 1 is the sum
+  // without d's own term 1); otherwise linear 0 and log part
+  // log(z / (z - exp((d - m)/lambda))). Below z = 2, z - 1 keeps only the
+  // digits of the other members' terms that survived the rounding of z (none,
+  // when they are tiny against 1), so there the first log part is taken from
+  // w instead, log1p(exp((s - m)/lambda) w) - log(w); so is any log part
+  // that is not finite (the second then as -log1p(-exp((d - m)/lambda) / z)).
   static void SoftLossParts(T d, T m, T s, double z, double w, double inv, double& linear,
                             double& log_part) {
     const double dm = static_cast<double>(m);
     if (d == m) {
       const double ds = static_cast<double>(s);
+      const double e = std::exp((ds - dm) * inv);
       linear += dm - ds;
-      log_part += std::log1p(std::exp((ds - dm) * inv) * w) - std::log(w);
+      const double part = std::log(e * z / (z - 1.0));
+      log_part += z >= 2.0 && std::isfinite(part) ? part : std::log1p(e * w) - std::log(w);
     } else {
-      log_part -= std::log1p(-std::exp((static_cast<double>(d) - dm) * inv) / z);
+      const double e = std::exp((static_cast<double>(d) - dm) * inv);
+      const double part = std::log(z / (z - e));
+      log_part += std::isfinite(part) ? part : -std::log1p(-e / z);
     }
   }
 
@@ -242,29 +244,17 @@ class SoftFacilityLocationCore<F, Rows, Kind>::GrowingContextExternal final
   double DisjointGainOf(int v) const {
     return this->function_->scale_ * this->function_->RawGain(v, shifts_.data(), sums_.data());
   }
-  // Absorbs v into each of its landmarks; returns whether any m_i changed.
+  // Absorbs v into each of its landmarks, then recomputes the value from all
+  // landmarks (O(k), also when sparse); returns whether any m_i changed.
   bool AddElement(int v) {
     const F& f = *this->function_;
     const double inv = f.inverse_softness_;
     T* m = shifts_.data();
     double* z = sums_.data();
     bool changed = false;
-    if constexpr (Rows::kDense) {
-      f.rows_.ForEachEntry(
-          v, [m, z, inv, &changed](int i, T x) { changed |= SoftAbsorb(x, m[i], z[i], inv); });
-      raw_value_ = f.RawValue(m, z);
-    } else {
-      double shift_change = 0.0;
-      double log_change = 0.0;
-      f.rows_.ForEachEntry(v, [&](int i, T x) {
-        const T old_shift = m[i];
-        const double old_log = std::log(z[i]);
-        changed |= SoftAbsorb(x, m[i], z[i], inv);
-        shift_change += static_cast<double>(m[i]) - static_cast<double>(old_shift);
-        log_change += std::log(z[i]) - old_log;
-      });
-      raw_value_ += f.softness_ * log_change + shift_change;
-    }
+    f.rows_.ForEachEntry(
+        v, [m, z, inv, &changed](int i, T x) { changed |= SoftAbsorb(x, m[i], z[i], inv); });
+    raw_value_ = f.RawValue(m, z);
     return changed;
   }
   void ResetToEmptySet() override {

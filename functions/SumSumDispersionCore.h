@@ -16,9 +16,13 @@
 // array g of n doubles: in a growing context g[u] = f(A + u) - f(A)
 // (unscaled) for every u not in A, so a gain is one read and an addition
 // updates g from the row and column of the added element; in a shrinking
-// context g[u] = f(A) - f(A - u) for the members u. Each context keeps its own
-// membership flags: an addition leaves g of members unchanged (a removal, g of
-// non-members), and adding a member or removing a non-member changes nothing.
+// context g[u] = f(A) - f(A - u) for the members u. An addition adds the pair
+// terms of v to g of every element outside the context's set (v included, as
+// it is not yet inserted), so a second addition of an element that was not
+// inserted adds it again. Given no set, it updates every g: under the promise
+// v not in A the gains read later are the same. The shrinking context keeps
+// its own membership flags: a removal leaves g of non-members unchanged, and
+// removing a non-member changes nothing.
 //
 // Messages of this family carry no final period for "Too large ground set
 // size = %d" and "Invalid element = %d".
@@ -31,6 +35,7 @@
 #include "functions/SetFunction.h"
 #include "functions/SetFunctionSkeleton.h"
 #include "sets/Set.h"
+#include "sets/UnorderedHashSet.h"
 
 namespace velmor {
 
@@ -152,6 +157,21 @@ class SumSumDispersionCore : public MatrixBasedSetFunction<F, Rows, Supermodular
     }
   }
 
+  // g[u] += the pair terms of v for every u in [0, n).
+  void AddPairTermsToAll(int v, double* g) const {
+    if constexpr (Rows::kDense) {
+      const int n = Size();
+      const T* row = this->rows_.Row(v);
+      const T* column = Column(v);
+      for (int u = 0; u < n; ++u) {
+        g[u] += symmetric_ ? static_cast<double>(T(2) * row[u])
+                           : static_cast<double>(row[u] + column[u]);
+      }
+    } else {
+      ForEachPairTerm(v, [g](int u, double term) { g[u] += term; });
+    }
+  }
+
   // g[u] += (or, with kRemove, -=) the pair terms of v for every u whose flag
   // in `member` is `target`, other than v.
   template <bool kRemove>
@@ -210,9 +230,7 @@ class SumSumDispersionCore<F, Rows>::GrowingContextExternal final
  public:
   // The empty set: g[u] = M(u, u).
   explicit GrowingContextExternal(const F* function)
-      : Skeleton(function),
-        gains_(function->diagonal_.size()),
-        members_(function->diagonal_.size(), 0) {
+      : Skeleton(function), gains_(function->diagonal_.size()) {
     ResetToEmptySet();
   }
 
@@ -220,19 +238,38 @@ class SumSumDispersionCore<F, Rows>::GrowingContextExternal final
   double DisjointGainOf(int v) const {
     return this->function_->scale_ * gains_[static_cast<std::size_t>(v)];
   }
-  // Raw value += g[v]; g[u] of the other non-members grows by the pair terms
-  // of v. Returns false, changing nothing, when v is already a member.
+  // Raw value += g[v]; g of every element grows by the pair terms of v (the
+  // caller promises v not in A, and g of members is not read). Always true.
   bool AddElement(int v) {
-    if (members_[static_cast<std::size_t>(v)]) return false;
     raw_value_ += gains_[static_cast<std::size_t>(v)];
-    members_[static_cast<std::size_t>(v)] = 1;
-    this->function_->template UpdatePairTerms<false>(v, members_.data(), 0, gains_.data());
+    this->function_->AddPairTermsToAll(v, gains_.data());
     return true;
+  }
+  // Raw value += g[v]; g[u] of every u outside A grows by the pair terms of v
+  // (v included: it is not in A). Always true.
+  bool AddElementTo(const Set& A, int v) {
+    raw_value_ += gains_[static_cast<std::size_t>(v)];
+    kept_.clear();
+    for (const int a : A) kept_.push_back(gains_[static_cast<std::size_t>(a)]);
+    this->function_->AddPairTermsToAll(v, gains_.data());
+    auto kept = kept_.begin();
+    for (const int a : A) gains_[static_cast<std::size_t>(a)] = *kept++;
+    return true;
+  }
+  // The empty set, then A's elements added and inserted one by one in A's
+  // order, so that g of each member stays as it was when it joined.
+  // O(|A| n).
+  void AssignContext(const Set& A) override {
+    ResetToEmptySet();
+    UnorderedHashSet members(A.GroundSetSize());
+    for (const int a : A) {
+      AddElementTo(members, a);
+      members.insert(a);
+    }
   }
   void ResetToEmptySet() override {
     const auto& diagonal = this->function_->diagonal_;
     for (std::size_t u = 0; u < gains_.size(); ++u) gains_[u] = static_cast<double>(diagonal[u]);
-    std::fill(members_.begin(), members_.end(), 0);
     raw_value_ = 0.0;
   }
   double CurrentValue() const override { return this->function_->scale_ * raw_value_; }
@@ -241,7 +278,7 @@ class SumSumDispersionCore<F, Rows>::GrowingContextExternal final
 
  private:
   std::vector<double> gains_;
-  std::vector<unsigned char> members_;
+  std::vector<double> kept_;  // g of the members while an addition runs
   double raw_value_ = 0.0;
 };
 

@@ -233,10 +233,11 @@ class Computation {
   using Progress = typename FeatureSimilarity<T>::Progress;
 
   Computation(Kind kind, double gamma, int threads, const Matrix& features,
-              const Progress& progress)
+              const Progress& progress, const std::atomic<bool>* stop)
       : kind_(kind),
         gamma_(gamma),
         progress_(progress),
+        stop_(stop),
         kernel_(kind, features),
         tiles_(kernel_.size(), kTile),
         workers_(static_cast<int>(std::clamp<std::int64_t>(tiles_.size(), 1, threads))) {
@@ -252,12 +253,17 @@ class Computation {
   bool NeedsLargest() const { return kind_ == Kind::kEuclideanSim; }
 
   // Raw values of every tile to `visit(tile, view, worker)`, in parallel;
-  // the progress is told under the name `pass`.
+  // the progress is told under the name `pass`. Throws, once the stop flag
+  // is set, before the next tile.
   template <typename Visit>
   void ForEachRawTile(const char* pass, const Visit& visit) {
     std::atomic<std::int64_t> done{0};
     const std::int64_t total = tiles_.size();
     ParallelFor(total, workers_, [&](std::int64_t t, int w) {
+      if (stop_ != nullptr && stop_->load(std::memory_order_relaxed)) {
+        VELMOR_THROW(std::runtime_error, "%s() was stopped before it finished.",
+                     KindName(static_cast<int>(kind_)));
+      }
       const Tile tile = tiles_[t];
       Scratch<T>& scratch = scratch_[static_cast<std::size_t>(w)];
       kernel_.Raw(tile, scratch);
@@ -400,6 +406,7 @@ class Computation {
   Kind kind_;
   double gamma_;
   const Progress& progress_;
+  const std::atomic<bool>* stop_;
   double parameter_ = 0.0;
   TileKernel<T> kernel_;
   // Visited in the scrambled order: results never depend on the order, but
@@ -428,7 +435,7 @@ FeatureSimilarity<T>::FeatureSimilarity(Kind kind, double gamma, int threads)
 
 template <typename T>
 typename FeatureSimilarity<T>::Matrix FeatureSimilarity<T>::Dense(const Matrix& features) const {
-  Computation<T> computation(kind_, gamma_, threads_, features, progress_);
+  Computation<T> computation(kind_, gamma_, threads_, features, progress_, stop_);
   computation.Prepare();
   const Index n = computation.size();
   Matrix result;
@@ -450,7 +457,7 @@ template <typename T>
 typename FeatureSimilarity<T>::SparseMatrix FeatureSimilarity<T>::Nearest(const Matrix& features,
                                                                           int k) const {
   if (k < 1) VELMOR_THROW(std::invalid_argument, "Nearest() needs k >= 1, not %d.", k);
-  Computation<T> computation(kind_, gamma_, threads_, features, progress_);
+  Computation<T> computation(kind_, gamma_, threads_, features, progress_, stop_);
   const Index n = computation.size();
   const int kept = static_cast<int>(std::min<Index>(k, n));
   if (static_cast<double>(n) * kept > std::numeric_limits<std::int32_t>::max()) {
@@ -470,7 +477,7 @@ typename FeatureSimilarity<T>::SparseMatrix FeatureSimilarity<T>::Nearest(const 
 
 template <typename T>
 double FeatureSimilarity<T>::MedianSquaredDistance(const Matrix& features) const {
-  Computation<T> computation(Kind::kRbf, 0.0, threads_, features, progress_);
+  Computation<T> computation(Kind::kRbf, 0.0, threads_, features, progress_, stop_);
   if (!computation.NeedsMedian()) return 0.0;
   return static_cast<double>(computation.Select(*computation.MakeMedianSelection()));
 }

@@ -50,6 +50,7 @@
 
 #include <Eigen/Core>
 #include <Eigen/SparseCore>
+#include <atomic>
 #include <cstdint>
 #include <functional>
 
@@ -77,6 +78,13 @@ class FeatureSimilarity {
   // thread-safe, and cheap. It cannot change any result.
   using Progress = std::function<void(const char* pass, std::int64_t done, std::int64_t total)>;
   void SetProgress(Progress progress) { progress_ = std::move(progress); }
+
+  // A flag read before each tile of every pass (one relaxed load per tile):
+  // once another thread sets it, the running call stops within a tile per
+  // thread and throws std::runtime_error "%s() was stopped before it
+  // finished.", leaving no result. nullptr (the default): never stopped. The
+  // flag must outlive the calls.
+  void SetStopFlag(const std::atomic<bool>* stop) { stop_ = stop; }
 
   // The n x n similarity matrix of the rows of `features`. Memory: the result
   // (with huge pages asked for) plus per thread two 256 x 256 tiles and, for
@@ -109,6 +117,7 @@ class FeatureSimilarity {
   double gamma_;
   int threads_;
   Progress progress_;
+  const std::atomic<bool>* stop_ = nullptr;
 };
 
 }  // namespace velmor

@@ -56,15 +56,10 @@ std::unique_ptr<SubmodularFunction> MakeFacilityLocation(SummaryPlan::DenseInput
         if (g.softness > 0) {
           using Soft = SoftFacilityLocationFunction<T>;
           log.info("Creating a Soft Facility Location Function with a {}x{} matrix.", n, k);
-          std::unique_ptr<Soft> soft;
-          if (input.element_major) {
-            matrixio::DenseMatrix<T> landmarks_by_elements = ElementMajorView(input);
-            input.element_major.reset();
-            soft = std::make_unique<Soft>(typename Soft::ElementMajor{},
-                                          std::move(landmarks_by_elements), g.softness);
-          } else {
-            soft = std::make_unique<Soft>(input.rows, g.softness);
-          }
+          auto soft = input.element_major
+                          ? std::make_unique<Soft>(typename Soft::ElementMajor{},
+                                                   std::move(input.element_major), n, k, g.softness)
+                          : std::make_unique<Soft>(input.rows, g.softness);
           soft->ComputeNormalizationConstant(!g.normalize);
           return soft;
         }

@@ -7,6 +7,7 @@
 #include <memory>
 #include <utility>
 
+#include "WatchedRun.h"
 #include "utils/error_messages.h"
 
 namespace velmor::python {
@@ -119,17 +120,27 @@ std::pair<FeatureSimilarity<float>::Kind, FeatureSimilarity<double>::Kind> BothK
   return {kind, static_cast<FeatureSimilarity<double>::Kind>(kind)};
 }
 
+// Runs build(similarity) off the GIL for a similarity of the given kind
+// (checked here first), stopping it within a tile when Ctrl-C arrives
+// (KeyboardInterrupt is raised then).
+template <typename T, typename Build>
+void BuildWatched(typename FeatureSimilarity<T>::Kind kind, double gamma, int threads,
+                  const Build& build) {
+  FeatureSimilarity<T> similarity(kind, gamma, threads);
+  RunSignals signals;
+  similarity.SetStopFlag(&signals.stop);
+  RunWatched([&] { build(similarity); }, signals, py::none());
+}
+
 template <typename T>
 SummaryPlan::DenseMatrices DenseSimilarityIn(const py::array& features,
                                              typename FeatureSimilarity<T>::Kind kind, double gamma,
                                              int threads) {
-  const FeatureSimilarity<T> similarity(kind, gamma, threads);
   auto matrix = FeatureMatrix<T>(features, "features");
   std::shared_ptr<typename FeatureSimilarity<T>::Matrix> held;
-  {
-    py::gil_scoped_release unlocked;
+  BuildWatched<T>(kind, gamma, threads, [&](const FeatureSimilarity<T>& similarity) {
     held = std::make_shared<typename FeatureSimilarity<T>::Matrix>(similarity.Dense(matrix));
-  }
+  });
   DenseMatrixInput<T> input;
   input.items = held->rows();
   input.values_per_item = held->cols();
@@ -141,10 +152,12 @@ template <typename T>
 SummaryPlan::SparseMatrices NearestSimilarityIn(const py::array& features,
                                                 typename FeatureSimilarity<T>::Kind kind,
                                                 double gamma, int threads, int neighbours) {
-  const FeatureSimilarity<T> similarity(kind, gamma, threads);
   auto matrix = FeatureMatrix<T>(features, "features");
-  py::gil_scoped_release unlocked;
-  return matrixio::SparseMatrix<T>(similarity.Nearest(matrix, neighbours));
+  matrixio::SparseMatrix<T> nearest;
+  BuildWatched<T>(kind, gamma, threads, [&](const FeatureSimilarity<T>& similarity) {
+    nearest = similarity.Nearest(matrix, neighbours);
+  });
+  return nearest;
 }
 
 // A 1-d integer array from any iterable of integers (an empty one included).

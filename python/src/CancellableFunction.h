@@ -76,6 +76,8 @@ class CancellableFunction : public clone_inherit<CancellableFunction, Submodular
     function_->LogComponentNames(logger);
   }
   bool IsMonotoneNondecreasing() const override { return function_->IsMonotoneNondecreasing(); }
+  // The wrapper's gains are the function's: the lazy greedy may trust them.
+  bool ComputedGainsNeverRise() const override { return function_->ComputedGainsNeverRise(); }
 
   // A context of the wrapped function, watched as described above.
   std::unique_ptr<SetFunctionGrowingContext> MakeGrowingContext(const Set& A) const override;

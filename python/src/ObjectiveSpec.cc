@@ -30,24 +30,14 @@ bool HasSparseMatrix(Kind kind) {
 // The tags the command line gives its groups: "FL", "FL2", "SPFL", ... with a
 // number from the second group of a kind on.
 void TagGroups(std::vector<SummaryPlan::FunctionGroup>& groups) {
+  static const std::map<Kind, const char*> kBase = {{Kind::kFacilityLocation, "FL"},
+                                                    {Kind::kCentrality, "FL"},
+                                                    {Kind::kSparseFacilityLocation, "SPFL"},
+                                                    {Kind::kDispersion, "SSD"},
+                                                    {Kind::kSparseDispersion, "SPSSD"}};
   std::map<Kind, int> seen;
   for (SummaryPlan::FunctionGroup& g : groups) {
-    const char* base = "FL";
-    switch (g.kind) {
-      case Kind::kFacilityLocation:
-      case Kind::kCentrality:
-        base = "FL";
-        break;
-      case Kind::kSparseFacilityLocation:
-        base = "SPFL";
-        break;
-      case Kind::kDispersion:
-        base = "SSD";
-        break;
-      case Kind::kSparseDispersion:
-        base = "SPSSD";
-        break;
-    }
+    const char* base = kBase.at(g.kind);
     const int count = ++seen[g.kind];
     g.tag = count == 1 ? std::string(base) : base + std::to_string(count);
   }

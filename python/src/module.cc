@@ -15,6 +15,7 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "ArrayInput.h"
@@ -92,23 +93,18 @@ struct Function {
 
 using FunctionKind = SummaryPlan::Kind;
 
-Function DenseFunction(FunctionKind kind, SummaryPlan::DenseMatrices matrix, double softness,
-                       bool normalize) {
+// A one-group objective over dense or sparse matrices.
+template <typename Matrices>
+Function MatrixFunction(FunctionKind kind, Matrices matrix, double softness, bool normalize) {
   if (!(std::isfinite(softness) && softness >= 0)) {
     VELMOR_THROW(std::invalid_argument, "softness must be a finite value >= 0, not %g.", softness);
   }
   SummaryPlan::FunctionGroup group(kind, "", 1.0, normalize, softness);
-  group.dense = std::move(matrix);
-  return Function(ObjectiveSpec(std::move(group)));
-}
-
-Function SparseFunction(FunctionKind kind, SummaryPlan::SparseMatrices matrix, double softness,
-                        bool normalize) {
-  if (!(std::isfinite(softness) && softness >= 0)) {
-    VELMOR_THROW(std::invalid_argument, "softness must be a finite value >= 0, not %g.", softness);
+  if constexpr (std::is_same_v<Matrices, SummaryPlan::DenseMatrices>) {
+    group.dense = std::move(matrix);
+  } else {
+    group.sparse = std::move(matrix);
   }
-  SummaryPlan::FunctionGroup group(kind, "", 1.0, normalize, softness);
-  group.sparse = std::move(matrix);
   return Function(ObjectiveSpec(std::move(group)));
 }
 
@@ -347,8 +343,8 @@ PYBIND11_MODULE(_velmor, m) {
   m.def(
       "FacilityLocation",
       [](const py::object& similarity, double softness, bool normalize) {
-        return DenseFunction(FunctionKind::kFacilityLocation, DenseRows(similarity, "similarity"),
-                             softness, normalize);
+        return MatrixFunction(FunctionKind::kFacilityLocation, DenseRows(similarity, "similarity"),
+                              softness, normalize);
       },
       py::arg("similarity"), py::arg("softness") = 0.0, py::arg("normalize") = true,
       "Facility location over an n x k similarity matrix whose row v holds item v's similarity "
@@ -362,9 +358,9 @@ PYBIND11_MODULE(_velmor, m) {
       [](const py::object& features, const std::string& metric, const py::object& gamma,
          int threads, double softness, bool normalize) {
         const auto kind = MetricKind(metric);
-        return DenseFunction(FunctionKind::kFacilityLocation,
-                             DenseSimilarity(features, kind, Gamma(metric, gamma), threads),
-                             softness, normalize);
+        return MatrixFunction(FunctionKind::kFacilityLocation,
+                              DenseSimilarity(features, kind, Gamma(metric, gamma), threads),
+                              softness, normalize);
       },
       py::arg("features"), py::arg("metric") = "rbf", py::arg("gamma") = py::none(),
       py::arg("threads") = 0, py::arg("softness") = 0.0, py::arg("normalize") = true,
@@ -376,7 +372,7 @@ PYBIND11_MODULE(_velmor, m) {
       "_sparse_facility_location",
       [](const py::object& data, const py::object& indices, const py::object& indptr, long rows,
          long cols, double softness, bool normalize, bool dispersion) {
-        return SparseFunction(
+        return MatrixFunction(
             dispersion ? FunctionKind::kSparseDispersion : FunctionKind::kSparseFacilityLocation,
             SparseRows(data, indices, indptr, rows, cols, "matrix"), softness, normalize);
       },
@@ -387,7 +383,7 @@ PYBIND11_MODULE(_velmor, m) {
       [](const py::object& features, int n_neighbors, const std::string& metric,
          const py::object& gamma, int threads, double softness, bool normalize) {
         const auto kind = MetricKind(metric);
-        return SparseFunction(
+        return MatrixFunction(
             FunctionKind::kSparseFacilityLocation,
             NearestSimilarity(features, kind, Gamma(metric, gamma), threads, n_neighbors), softness,
             normalize);
@@ -401,8 +397,8 @@ PYBIND11_MODULE(_velmor, m) {
   m.def(
       "Dispersion",
       [](const py::object& matrix, bool normalize) {
-        return DenseFunction(FunctionKind::kDispersion, DenseRows(matrix, "matrix"), 0.0,
-                             normalize);
+        return MatrixFunction(FunctionKind::kDispersion, DenseRows(matrix, "matrix"), 0.0,
+                              normalize);
       },
       py::arg("matrix"), py::arg("normalize") = true,
       "Sum-sum dispersion f(A) = sum_{a, b in A} M(a, b) of a non-negative square matrix "

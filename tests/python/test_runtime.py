@@ -54,23 +54,25 @@ n = 10000
 X = np.empty((n, n), dtype=np.float32)
 X[:] = np.linspace(0.0, 1.0, n, dtype=np.float32)
 np.fill_diagonal(X, 2.0)
-velmor.FacilityLocationSelection(5).fit(X)
+velmor.{selector}.fit(X)
 peak = resource.getrusage(resource.RUSAGE_SELF).ru_maxrss * 1024
 print(baseline, X.nbytes, peak)
 """
 
 
-def test_fit_memory_is_the_array():
-    child = run_child(MEMORY_CHILD)
+@pytest.mark.parametrize("selector", ["FacilityLocationSelection(5)",
+                                      "SoftFacilityLocationSelection(2, softness=0.1)"])
+def test_fit_memory_is_the_array(selector):
+    child = run_child(MEMORY_CHILD.replace("{selector}", selector))
     out, err = child.communicate(timeout=300)
     assert child.returncode == 0, err
     baseline, array, peak = map(int, out.split())
     assert peak <= baseline + 1.05 * array, (peak - baseline) / array
 
 
-LONG_FIT_CHILD = """
+LONG_RUN_CHILD = """
 import sys, threading, time, numpy as np, velmor
-S = np.random.default_rng(0).random((3000, 3000), dtype=np.float32)
+S = np.random.default_rng(0).random(({rows}, {columns}), dtype=np.float32)
 ticks = [0]
 def count():
     while not done:
@@ -81,7 +83,7 @@ counter.start()
 print("fitting", flush=True)
 start = time.monotonic()
 try:
-    velmor.FacilityLocationSelection(3000).fit(S)
+    {work}
     print("finished", flush=True)
 except KeyboardInterrupt:
     print("interrupted", time.monotonic() - start, ticks[0], flush=True)
@@ -90,10 +92,17 @@ finally:
 """
 
 
-def test_ctrl_c_ends_a_long_fit_and_other_threads_run():
-    child = run_child(LONG_FIT_CHILD)
+@pytest.mark.parametrize("rows, columns, work", [
+    # Interrupted in the greedy, after the normalization (not interruptible).
+    (5000, 5000, "velmor.SoftFacilityLocationSelection(5000, softness=0.1).fit(S)"),
+    # The similarity of features, built tile by tile.
+    (12000, 768, "velmor.FacilityLocationFromFeatures(S, metric='dot', threads=1)"),
+])
+def test_ctrl_c_ends_a_long_run_and_other_threads_run(rows, columns, work):
+    child = run_child(LONG_RUN_CHILD.replace("{rows}", str(rows))
+                      .replace("{columns}", str(columns)).replace("{work}", work))
     assert child.stdout.readline().strip() == "fitting"
-    time.sleep(1.0)
+    time.sleep(2.0)
     child.send_signal(signal.SIGINT)
     sent = time.monotonic()
     out = child.stdout.readline()

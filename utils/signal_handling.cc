@@ -19,10 +19,13 @@ namespace {
 std::atomic<int32_t> SignalUserCounter{0};
 static_assert(std::atomic<int32_t>::is_always_lock_free, "the counter is changed in handlers");
 
+// Ends with _exit: the handler may interrupt any thread, even one inside
+// the allocator, so neither static destructors nor exit-time hooks may run
+// (they could wait for that thread's lock for ever).
 [[noreturn]] void WriteAndExit(const char* message) {
   WriteToStandardErrorFromHandler(message);
   RemoveUnfinishedOutputFiles();
-  std::exit(-1);
+  ::_exit(-1);
 }
 
 void HandleIllegalInstruction(int) {

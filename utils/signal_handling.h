@@ -5,7 +5,8 @@
 // the parent only supervises (it forwards SIGTERM and SIGINT to the whole
 // process group and exits with the child's status), the child does the work.
 // Handlers use the plain signal() interface, write with unbuffered write()s to
-// standard error, and end the process with exit(-1), i.e. status 255.
+// standard error, and end the process with status -1, i.e. 255 (the worker's
+// handlers with _exit, which is safe whatever the interrupted threads hold).
 //
 // Worker set (meant to be installed during static initialization, so that
 // both processes inherit it):

@@ -85,18 +85,27 @@ struct AtomicOutputFile::State {
 
   ~State() {
     if (temporary.empty() || done) return;
-    ForgetUnfinished(temporary.data());
+    // Removed before it is forgotten, so that a signal between the two
+    // finds it still listed.
     ::unlink(temporary.c_str());
+    ForgetUnfinished(temporary.data());
   }
 
   void CreateTemporary(mode_t mode) {
     const std::filesystem::path path(destination);
     const std::string folder = path.has_parent_path() ? path.parent_path().string() + "/" : "";
-    std::string pattern = folder + "." + path.filename().string().substr(0, 200) + ".XXXXXX";
-    const int fd = ::mkstemp(pattern.data());
-    if (fd < 0) ThrowSystemError(errno);
-    temporary = std::move(pattern);
+    // Listed before mkstemp fills in the name and creates the file, so that a
+    // signal at any moment after the creation finds it (a signal before it
+    // only unlinks a name that does not exist).
+    temporary = folder + "." + path.filename().string().substr(0, 200) + ".XXXXXX";
     RememberUnfinished(temporary.data());
+    const int fd = ::mkstemp(temporary.data());
+    if (fd < 0) {
+      const int error = errno;
+      ForgetUnfinished(temporary.data());
+      temporary.clear();
+      ThrowSystemError(error);
+    }
     const bool mode_set = ::fchmod(fd, mode) == 0;
     const int error = errno;
     ::close(fd);

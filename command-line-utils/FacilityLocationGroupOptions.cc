@@ -26,7 +26,7 @@ void CheckNonNegativeWeight(const std::string& tag, double weight) {
 void FacilityLocationGroupOptions::Check() const {
   CheckNonNegativeWeight(tag, responsibility);
   CheckNonNegativeWeight(std::string(tag) + " centrality", centrality_responsibility);
-  if (!CentralityKindFromSpecification(Text(centrality_spec))) {
+  if (!CentralityKindFromText(Text(centrality_spec))) {
     throw CommandLineError(exception::MakeCommandMessage(
         "%s centrality '%s' is not supported; use ROWMIN(), ROWMAX(), ROWSUM() or ROWMEAN().", tag,
         Text(centrality_spec).c_str()));

@@ -75,7 +75,7 @@ struct PlanBuilder {
 template <typename T>
 std::vector<double> GroupCentrality(const DenseMatrix<T>& matrix,
                                     const FacilityLocationGroupOptions& g) {
-  const CentralityKind kind = *CentralityKindFromSpecification(Text(g.centrality_spec));
+  const CentralityKind kind = *CentralityKindFromText(Text(g.centrality_spec));
   DenseMatrix<double> centrality = ComputeCentrality(matrix, kind);
   if (!Text(g.centrality_transformation).empty()) {
     try {

@@ -2,10 +2,10 @@
 
 namespace velmor {
 
-std::optional<CentralityKind> CentralityKindFromSpecification(const std::string& specification) {
-  constexpr const char* kSpecifications[] = {"ROWMIN()", "ROWMAX()", "ROWSUM()", "ROWMEAN()"};
+std::optional<CentralityKind> CentralityKindFromText(const std::string& text) {
+  constexpr const char* kTexts[] = {"ROWMIN()", "ROWMAX()", "ROWSUM()", "ROWMEAN()"};
   for (int i = 0; i < 4; ++i) {
-    if (specification == kSpecifications[i]) return static_cast<CentralityKind>(i);
+    if (text == kTexts[i]) return static_cast<CentralityKind>(i);
   }
   return std::nullopt;
 }

@@ -19,9 +19,10 @@ namespace velmor {
 
 enum class CentralityKind { kRowMin, kRowMax, kRowSum, kRowMean };
 
-// The kind a specification string names; std::nullopt for any other text
+// The kind a centrality string names (ROWMIN(), ROWMAX(), ROWSUM(),
+// ROWMEAN()); std::nullopt for any other text
 // (blanks and lower case included).
-std::optional<CentralityKind> CentralityKindFromSpecification(const std::string& specification);
+std::optional<CentralityKind> CentralityKindFromText(const std::string& text);
 
 // The n x 1 centrality vector of an n x k matrix, each row read in double.
 // T is float or double.

@@ -12,8 +12,10 @@
 // built element by element; clones (of contexts and of f) answering as the
 // originals without reaching them; and the set forms (DisjointSetGain,
 // SetGain, SetLoss, SubsetSetLoss, EvaluateUnion(A, B),
-// EvaluateAfterSubtraction(A, B)) against explicit sets. Failures carry the
-// seed and step. Also here: random matrices and sets, and CheckArgumentErrors.
+// EvaluateAfterSubtraction(A, B)) against explicit sets; with a definition
+// given, f(A) at every step and f({v}) for every v against it. Failures carry
+// the seed and step. Also here: random matrices and sets, and
+// CheckArgumentErrors.
 
 #include <gtest/gtest.h>
 
@@ -22,6 +24,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
 #include <limits>
 #include <memory>
@@ -52,6 +55,9 @@ struct OracleOptions {
   // Elements outside the function's domain (a contraction's C): never
   // candidates, members or elements of the sets B.
   std::set<int> excluded;
+  // f written out independently (brute force over the matrix, or the
+  // wrapped functions' values); empty: not checked.
+  std::function<double(const Set&)> definition;
 };
 
 namespace internal {
@@ -93,12 +99,17 @@ inline void CheckSetFunctionAgainstEvaluation(const SetFunction& f, const Oracle
   const std::unique_ptr<SetFunction> copy = f.clone();
 
   ExpectClose(f.Evaluate(empty), growing->CurrentValue(), tol, "empty-set context value");
+  for (int v = 0; v < n && options.definition; ++v) {
+    ExpectClose(options.definition(MakeSet({v}, n)), f.Evaluate(v), tol,
+                "f({v}) against definition");
+  }
 
   for (int step = 0; step < options.steps; ++step) {
     SCOPED_TRACE("seed " + std::to_string(options.seed) + ", step " + std::to_string(step) +
                  ", |A| = " + std::to_string(model.size()));
     const UnorderedHashSet A = MakeSet(model, n);
     const double fA = f.Evaluate(A);
+    if (options.definition) ExpectClose(options.definition(A), fA, tol, "f(A) against definition");
 
     // --- Context values against evaluation.
     ExpectClose(fA, growing->CurrentValue(), tol, "growing context value");

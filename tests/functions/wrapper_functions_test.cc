@@ -3,10 +3,8 @@
 #include <cmath>
 #include <memory>
 #include <random>
-#include <set>
 #include <stdexcept>
 #include <string>
-#include <type_traits>
 
 #include "functions/CombinatorialConditionalMutualInformationWrapperSetFunction.h"
 #include "functions/ContractionWrapperSetFunction.h"
@@ -26,25 +24,20 @@ template <typename T>
 class WrapperTest : public ::testing::Test {};
 TYPED_TEST_SUITE(WrapperTest, testing::FloatTypes);
 
-TYPED_TEST(WrapperTest, ContractionIdentities) {
+// Values and the gains of elements outside C are checked against the
+// definition by the oracle walks, which never offer an element of C; here
+// what the contraction answers for those.
+TYPED_TEST(WrapperTest, ContractionOnElementsOfC) {
   using T = TypeParam;
   const int n = 20;
   std::mt19937 rng(3);
   FacilityLocationFunction<T> f(RandomMatrix<T>(n, 6, 9));
   f.ComputeNormalizationConstant(false);
-  const UnorderedHashSet empty(n);
   for (const double m : {1.0, 3.0}) {
     for (int trial = 0; trial < 10; ++trial) {
       const UnorderedHashSet C = RandomSet(n, 0.3, rng), A = RandomSet(n, 0.3, rng);
       const ContractionWrapperSetFunction<SubmodularFunction> g(f, C, m);
       EXPECT_EQ(f.Evaluate(C), g.ContractionValue());
-      // f'(A) = m (f(A u C) - f(C)); 0 on subsets of C.
-      EXPECT_NEAR(m * (f.Evaluate(Union(A, C)) - f.Evaluate(C)), g.Evaluate(A), 1e-14);
-      UnorderedHashSet inside(n);
-      for (int c : C) {
-        if (c % 2 == 0) inside.insert(c);
-      }
-      EXPECT_NEAR(0.0, g.Evaluate(inside), 1e-15);
       // Elements of C have gain 0 and, in a shrinking context, loss 0.
       auto context = g.MakeGrowingContext(A);
       auto shrinking = g.MakeShrinkingContext(Union(A, C));
@@ -65,18 +58,7 @@ TYPED_TEST(WrapperTest, ContractionIdentities) {
                          g.EvaluateAfterSubtraction(A, v))
             << v;
       }
-      // Other elements: m f(v | A u C).
-      for (int v = 0; v < n; ++v) {
-        if (C.contains(v) || A.contains(v)) continue;
-        EXPECT_NEAR(m * f.Gain(v, Union(A, C)), g.Gain(v, A), 1e-15);
-        EXPECT_NEAR(m * f.Gain(v, Union(A, C)), context->DisjointGain(v), 1e-6);
-      }
     }
-    // C empty: m (f(A) - f(empty)).
-    const ContractionWrapperSetFunction<SubmodularFunction> plain(f, empty, m);
-    const UnorderedHashSet A = RandomSet(n, 0.5, rng);
-    EXPECT_NEAR(m * (f.Evaluate(A) - f.Evaluate(empty)), plain.Evaluate(A), 1e-14);
-    for (int v = 0; v < n; ++v) EXPECT_NEAR(m * f.Evaluate(v), plain.Evaluate(v), 1e-14);
   }
 }
 
@@ -94,8 +76,6 @@ TYPED_TEST(WrapperTest, CopiesOwnTheirFunctionAndArgumentErrors) {
     expected = g.Evaluate(A);
     copy = g.clone();
     EXPECT_EQ("contraction wrapped Dense FL, |V|=10, #landmarks=4", g.Description());
-    EXPECT_TRUE(g.IsMonotoneNondecreasing());
-    EXPECT_EQ(4, g.NumberOfLandmarks());
   }
   EXPECT_EQ(expected, copy->Evaluate(A)) << "the clone must not refer to the destroyed original";
   EXPECT_NEAR(expected, copy->MakeGrowingContext(A)->CurrentValue(), 1e-6);
@@ -115,13 +95,14 @@ TYPED_TEST(WrapperTest, CopiesOwnTheirFunctionAndArgumentErrors) {
 template <typename T>
 using Cmi = CombinatorialConditionalMutualInformationWrapperSetFunction<T>;
 
-TYPED_TEST(WrapperTest, MutualInformationIdentities) {
+// Values and gains are checked against the definition by the oracle walks;
+// here the fixed order of the operations, bit for bit.
+TYPED_TEST(WrapperTest, MutualInformationOrderOfOperations) {
   using T = TypeParam;
   const int n = 18;
   std::mt19937 rng(21);
   FacilityLocationFunction<T> f(RandomMatrix<T>(n, 7, 4));
   f.ComputeNormalizationConstant(false);
-  const UnorderedHashSet empty(n);
   for (const double m : {1.0, 0.3}) {
     for (int trial = 0; trial < 10; ++trial) {
       const UnorderedHashSet A = RandomSet(n, 0.3, rng), N = RandomSet(n, 0.2, rng);
@@ -129,34 +110,10 @@ TYPED_TEST(WrapperTest, MutualInformationIdentities) {
       const Cmi<SubmodularFunction> g(f, A, N, m);
       const UnorderedHashSet AN = Union(A, N);
       EXPECT_EQ(f.Evaluate(AN) - f.Evaluate(N), g.Constant());
-      // The fixed order of operations, bit for bit: m ((v1 + c) - v2).
+      // m ((f(X u N) + constant) - f(X u A u N)).
       const double v1 = f.Evaluate(Union(X, N)), v2 = f.Evaluate(Union(X, AN));
       EXPECT_EQ(m * ((v1 + g.Constant()) - v2), g.Evaluate(X));
-      // The definition, I_f(X; A | N); 0 for X inside N.
-      EXPECT_NEAR(m * (v1 + f.Evaluate(AN) - v2 - f.Evaluate(N)), g.Evaluate(X), 1e-14);
-      UnorderedHashSet inside(n);
-      for (int v : N) {
-        if (v % 2 == 1) inside.insert(v);
-      }
-      EXPECT_NEAR(0.0, g.Evaluate(inside), 1e-15);
-      // Elements of N have gain 0; the others the difference of f's gains,
-      // which f's submodularity keeps >= 0.
-      auto context = g.MakeGrowingContext(X);
-      for (int v = 0; v < n; ++v) {
-        if (X.contains(v)) continue;
-        const double expected =
-            N.contains(v) ? 0.0 : m * (f.Gain(v, Union(X, N)) - f.Gain(v, Union(X, AN)));
-        EXPECT_EQ(expected, g.Gain(v, X));
-        EXPECT_NEAR(expected, context->DisjointGain(v), 1e-6);
-        EXPECT_GE(context->DisjointGain(v), -1e-7);
-      }
     }
-    // N empty: f(X) + f(A) - f(X u A) - f(empty).
-    const UnorderedHashSet A = RandomSet(n, 0.4, rng), X = RandomSet(n, 0.4, rng);
-    const Cmi<SubmodularFunction> g(f, A, empty, m);
-    EXPECT_NEAR(m * (f.Evaluate(X) + f.Evaluate(A) - f.Evaluate(Union(X, A)) - f.Evaluate(empty)),
-                g.Evaluate(X), 1e-14);
-    EXPECT_TRUE(g.IsMonotoneNondecreasing());
   }
 }
 

@@ -219,26 +219,23 @@ inline EvaluationCounts ExpectSameAsPlainScan(const SubmodularFunction& f,
 }
 
 // Whether the gains of f's growing context never rise as its set grows, bit
-// for bit, over `steps` random additions (the batched gains included).
+// for bit, over `steps` random additions.
 inline bool ComputedGainsNeverRose(const SetFunction& f, int steps, std::mt19937& engine) {
   const int n = f.GroundSetSize();
   auto context = f.MakeGrowingContext(UnorderedHashSet(n));
   std::vector<int> outside(static_cast<std::size_t>(n));
   for (int e = 0; e < n; ++e) outside[static_cast<std::size_t>(e)] = e;
-  std::vector<double> before(outside.size()), after(outside.size()), batched(outside.size());
+  std::vector<double> before(outside.size());
   for (int e = 0; e < n; ++e) before[static_cast<std::size_t>(e)] = context->DisjointGain(e);
   bool never_rose = true;
   for (int step = 0; step < steps && !outside.empty(); ++step) {
     const std::size_t pick = engine() % outside.size();
     context->AddNewElementToContext(outside[pick], true);
     outside.erase(outside.begin() + static_cast<std::ptrdiff_t>(pick));
-    context->DisjointGains(outside.data(), static_cast<int>(outside.size()), batched.data());
-    for (std::size_t j = 0; j < outside.size(); ++j) {
-      const std::size_t e = static_cast<std::size_t>(outside[j]);
-      after[e] = context->DisjointGain(outside[j]);
-      EXPECT_EQ(after[e], batched[j]) << "batched gain of " << e;
-      if (after[e] > before[e]) never_rose = false;
-      before[e] = after[e];
+    for (const int e : outside) {
+      const double after = context->DisjointGain(e);
+      if (after > before[static_cast<std::size_t>(e)]) never_rose = false;
+      before[static_cast<std::size_t>(e)] = after;
     }
   }
   return never_rose;

@@ -47,29 +47,15 @@ TEST(CardinalitySetConstraint, AgreesWithBruteForce) {
 }
 
 TEST(CardinalitySetConstraint, Rules) {
-  // k = 0: the empty set is feasible and maximal, nothing can be added.
-  const CardinalitySetConstraint none(5, 0);
-  const UnorderedHashSet empty(5);
-  EXPECT_TRUE(none.IsFeasible(empty));
-  EXPECT_TRUE(none.IsMaximal(empty));
-  for (int e = 0; e < 5; ++e) EXPECT_FALSE(none.IsDisjointUnionFeasible(e, empty));
-  EXPECT_FALSE(none.MakeGrowingContext()->IsDisjointUnionFeasible(0));
-
-  // Union with an element already present, at the limit.
-  const CardinalitySetConstraint two(6, 2);
-  const UnorderedHashSet full = SetOf(6, {1, 4});
-  EXPECT_TRUE(two.IsUnionFeasible(4, full));
-  EXPECT_FALSE(two.IsUnionFeasible(3, full));
   // The disjoint question does not look at membership.
-  EXPECT_FALSE(two.IsDisjointUnionFeasible(4, full));
+  const CardinalitySetConstraint two(6, 2);
+  EXPECT_FALSE(two.IsDisjointUnionFeasible(4, SetOf(6, {1, 4})));
 
   // A set over a smaller ground set is judged normally.
   const UnorderedHashSet small = SetOf(3, {0, 2});
   EXPECT_TRUE(two.IsFeasible(small));
   EXPECT_FALSE(two.IsUnionFeasible(1, small));
   EXPECT_TRUE(two.IsMaximal(small));
-
-  EXPECT_EQ(two.MaximumSolutionSize(), 2);
 
   // Without also_insert the context counts the element but the set stays.
   UnorderedHashSet s = SetOf(6, {2});
@@ -171,20 +157,10 @@ TEST(PartitionMatroidSetConstraint, ConstructionsAgree) {
     EXPECT_EQ(p->SizeLimit(), 3);
     EXPECT_EQ(p->Description(), "partition matroid, |V|=6, #blocks=3, down closed set constraint");
   }
-  EXPECT_TRUE(from_mapping.IsPartitionMatroid());
-  EXPECT_TRUE(from_mapping.IsMatroid());
-
-  // A block with limit 0: none of its elements is ever feasible.
-  auto context = from_mapping.MakeGrowingContext();
-  for (int e : {0, 2, 3}) ASSERT_TRUE(context->AddElementToContext(e, true));
-  EXPECT_TRUE(context->IsMaximal());
-  for (int e : {1, 4}) EXPECT_FALSE(from_mapping.IsUnionFeasible(e, UnorderedHashSet(6)));
-
-  // The whole ground set: the stored rank.
-  UnorderedHashSet all(6);
-  all.MakeFull();
-  EXPECT_EQ(from_mapping.RankOfSet(all), 3);
-  EXPECT_FALSE(from_mapping.IsFeasible(all));
+  testing::ForEachSubset(6, 6, [&](const Set& s) {
+    EXPECT_EQ(from_json.IsFeasible(s), from_mapping.IsFeasible(s));
+    EXPECT_EQ(from_blocks.RankOfSet(s), from_mapping.RankOfSet(s));
+  });
 }
 
 TEST(PartitionMatroidSetConstraint, ArgumentErrors) {
@@ -198,40 +174,27 @@ TEST(PartitionMatroidSetConstraint, ArgumentErrors) {
   const UnorderedHashSet large(4), s(3);
   const std::string with_blank =
       "Invalid argument, the_set.GroundSetSize()=4 != constraint.GroundSetSize()=3.";
+  // Constructions from an element-to-block mapping and from block sets.
+  const auto mapped = [](std::vector<int> mapping, std::vector<int> limits) {
+    return [=] { Partition(mapping, limits); };
+  };
+  const auto blocks = [](std::vector<const Set*> sets, std::vector<int> limits) {
+    return [=] { Partition(sets, limits); };
+  };
   std::vector<testing::ErrorCase> cases = {
-      {[] { Partition(std::vector<int>{}, std::vector<int>{1}); }, constructor,
-       "Invalid argument, ground_set_size=0."},
-      {[] { Partition(std::vector<int>{0}, std::vector<int>{}); }, constructor,
-       "Invalid argument, number_of_blocks=0."},
-      {[] {
-         Partition(std::vector<int>{0, 2, 1}, std::vector<int>{1, 1});
-       },
-       constructor,
+      {mapped({}, {1}), constructor, "Invalid argument, ground_set_size=0."},
+      {mapped({0}, {}), constructor, "Invalid argument, number_of_blocks=0."},
+      {mapped({0, 2, 1}, {1, 1}), constructor,
        "Invalid argument, element_to_block_mapping[1]=2 invalid for |V|=3 and 2 blocks."},
-      {[] {
-         Partition(std::vector<int>{0, -1}, std::vector<int>{1});
-       },
-       constructor,
+      {mapped({0, -1}, {1}), constructor,
        "Invalid argument, element_to_block_mapping[1]=-1 invalid for |V|=2 and 1 blocks."},
-      {[&] {
-         Partition(std::vector<const Set*>{&a, &b}, std::vector<int>{1});
-       },
-       constructor, "Invalid argument, invalid or limits size mismatch 2 != 1."},
-      {[&] { Partition(std::vector<const Set*>{}, std::vector<int>{}); }, constructor,
-       "Invalid argument, invalid or limits size mismatch 0 != 0."},
+      {blocks({&a, &b}, {1}), constructor,
+       "Invalid argument, invalid or limits size mismatch 2 != 1."},
+      {blocks({}, {}), constructor, "Invalid argument, invalid or limits size mismatch 0 != 0."},
       // Element 3 uncovered; element 1 in two blocks; mixed ground sets.
-      {[&] {
-         Partition(std::vector<const Set*>{&a, &b}, std::vector<int>{1, 1});
-       },
-       constructor, partition_text},
-      {[&] {
-         Partition(std::vector<const Set*>{&a, &b, &overlap}, std::vector<int>{1, 1, 1});
-       },
-       constructor, partition_text},
-      {[&] {
-         Partition(std::vector<const Set*>{&a, &b, &c}, std::vector<int>{1, 1, 1});
-       },
-       constructor, partition_text},
+      {blocks({&a, &b}, {1, 1}), constructor, partition_text},
+      {blocks({&a, &b, &overlap}, {1, 1, 1}), constructor, partition_text},
+      {blocks({&a, &b, &c}, {1, 1, 1}), constructor, partition_text},
       {[&] { (void)p.IsFeasible(large); }, "IsFeasible", with_blank},
       {[&] { (void)p.IsUnionFeasible(0, large); }, "IsUnionFeasible", with_blank},
       {[&] { (void)p.RankOfSet(large); }, "RankOfSet", with_blank},
@@ -376,22 +339,17 @@ TEST(IntersectionOfMatroidsSetConstraint, ArgumentErrors) {
   const IntersectionOfMatroidsSetConstraint grid(2, 2, {1, 1}, {1, 1});
   UnorderedHashSet s(4);
   auto context = grid.MakeGrowingContextExternal(s);
+  // A rows x cols grid with row limits V and column limits U.
+  const auto grid_of = [](int rows, int cols, std::vector<int> v, std::vector<int> u) {
+    return [=] { IntersectionOfMatroidsSetConstraint(rows, cols, v, u); };
+  };
   std::vector<testing::ErrorCase> cases = {
-      {[] {
-         IntersectionOfMatroidsSetConstraint(2, 3, {1, 1}, {1, 1});
-       },
-       constructor,
+      {grid_of(2, 3, {1, 1}, {1, 1}), constructor,
        "Invalid element, mismatched rows=2,cols=3, and size of V_limits=2, U_limits=2."},
-      {[] { IntersectionOfMatroidsSetConstraint(0, 0, {}, {}); }, constructor,
+      {grid_of(0, 0, {}, {}), constructor,
        "Invalid element, mismatched rows=0,cols=0, and size of V_limits=0, U_limits=0."},
-      {[] {
-         IntersectionOfMatroidsSetConstraint(2, 2, {1, -3}, {-1, 1});
-       },
-       constructor, "Invalid element, V_limit[1] = -3 < 0."},
-      {[] {
-         IntersectionOfMatroidsSetConstraint(2, 2, {1, 3}, {1, -2});
-       },
-       constructor, "Invalid element, U_limit[1] = -2 < 0."},
+      {grid_of(2, 2, {1, -3}, {-1, 1}), constructor, "Invalid element, V_limit[1] = -3 < 0."},
+      {grid_of(2, 2, {1, 3}, {1, -2}), constructor, "Invalid element, U_limit[1] = -2 < 0."},
       {[] {
          IntersectionOfMatroidsSetConstraint(std::vector<std::unique_ptr<MatroidSetConstraint>>{});
        },

@@ -118,9 +118,6 @@ TEST(KeyValueMaxHeapPairPriorityQueue, EdgeCases) {
        {[&] { empty.PopAndPushNew(1, 1.0f); }, "PopAndPushNew", "Heap size 0, cannot pop."},
        {[&] { empty.ChangeTopValue(1.0f); }, "ChangeTopValue", "Heap size 0, cannot pop."}});
   EXPECT_TRUE(empty.empty());
-  // Pop of the last pair says the heap is now empty.
-  EXPECT_FALSE(Heap(std::vector<Pair>{{1, 1.0f}, {2, 2.0f}}).Pop());
-  EXPECT_TRUE(Heap(std::vector<Pair>{{4, 2.0f}}).Pop());
   // Among equal children the left one rises.
   Heap ties(std::vector<Pair>{{0, 1.0f}, {1, 2.0f}, {2, 2.0f}});
   EXPECT_EQ(ties.TopKey(), 1);

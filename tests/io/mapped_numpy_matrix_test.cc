@@ -60,36 +60,6 @@ void ExpectSameValues(const MappedNumpyMatrix<T>& mapped, const DenseMatrix<T>& 
 }
 
 template <typename T>
-DenseMatrix<T> Pattern(int rows, int cols) {
-  DenseMatrix<T> m(rows, cols);
-  for (int i = 0; i < rows; ++i) {
-    for (int j = 0; j < cols; ++j) m(i, j) = static_cast<T>(i * 1000 + j) / T(7) - T(3);
-  }
-  return m;
-}
-
-// numpy's files of every layout the tests need, for shape r x c:
-// <t>c (C order), <t>f (Fortran order), <t>b (big-endian C order), with t f4
-// or f8; and the integer files i4c, i8c, a vector and a 3-d array.
-constexpr const char* kNumpyFiles = R"PY(
-import numpy as np, os, sys
-d = os.getcwd()
-rng = np.random.default_rng(11)
-for (r, c) in [(1, 1), (3, 5), (16, 16), (17, 33), (40, 1), (1, 40)]:
-    m = rng.random((r, c))
-    for t in ['f4', 'f8']:
-        x = m.astype(t)
-        np.save(os.path.join(d, '%sc_%dx%d.npy' % (t, r, c)), x)
-        np.save(os.path.join(d, '%sf_%dx%d.npy' % (t, r, c)), np.asfortranarray(x))
-        np.save(os.path.join(d, '%sb_%dx%d.npy' % (t, r, c)), x.astype('>' + t))
-    np.save(os.path.join(d, 'i4c_%dx%d.npy' % (r, c)), (m * 100).astype(np.int32))
-    np.save(os.path.join(d, 'i8c_%dx%d.npy' % (r, c)), (m * 100).astype(np.int64))
-for t in ['f4', 'f8']:
-    np.save(os.path.join(d, '%s_vector.npy' % t), rng.random(23).astype(t))
-np.save(os.path.join(d, 'cube.npy'), rng.random((2, 3, 4)).astype('f4'))
-)PY";
-
-template <typename T>
 class MappedNumpyTyped : public ::testing::Test {};
 TYPED_TEST_SUITE(MappedNumpyTyped, testing::FloatTypes);
 
@@ -106,7 +76,7 @@ TYPED_TEST(MappedNumpyTyped, MappedValuesEqualReadValues) {
   // numpy's C-ordered files (header padded to 64 bytes), every shape; a single
   // row or column in Fortran order (laid out as in C order); a vector (n x 1).
   std::vector<std::string> files = {own + "_vector.npy"};
-  for (const char* shape : {"1x1", "3x5", "16x16", "17x33", "40x1", "1x40"})
+  for (const char* shape : {"1x1", "3x5", "17x33", "40x1", "1x40"})
     files.push_back(own + "c_" + shape + ".npy");
   for (const char* shape : {"1x1", "40x1", "1x40"}) files.push_back(own + "f_" + shape + ".npy");
   for (const std::string& file : files) {
@@ -115,17 +85,6 @@ TYPED_TEST(MappedNumpyTyped, MappedValuesEqualReadValues) {
     ASSERT_TRUE(mapped.has_value());
     ExpectSameValues(*mapped, ReadMatrixFromNumpyFile<T>(dir.File(file)));
   }
-  // Our own writer's files (header padded to 16 bytes), around powers of two.
-  for (const int rows : {1, 2, 7, 8, 9, 64}) {
-    for (const int cols : {1, 3, 4, 5, 31, 32, 33}) {
-      const std::string name = dir.File("ours.npy");
-      const DenseMatrix<T> m = Pattern<T>(rows, cols);
-      WriteMatrixToNumpyFile<T>(name, m, false);
-      std::optional<MappedNumpyMatrix<T>> mapped = MappedNumpyMatrix<T>::Map(name);
-      ASSERT_TRUE(mapped.has_value()) << rows << " x " << cols;
-      ExpectSameValues(*mapped, m);
-    }
-  }
 }
 
 TYPED_TEST(MappedNumpyTyped, FilesThatNeedConversionAreLeftToTheReader) {
@@ -133,10 +92,11 @@ TYPED_TEST(MappedNumpyTyped, FilesThatNeedConversionAreLeftToTheReader) {
   const TempDir& dir = FilesWrittenOnce(kNumpyFiles);
   const std::string own = Code<T>();
   const std::string other = Code<T>(false);
-  for (const std::string& file : {own + "f_3x5.npy", own + "f_17x33.npy",    // Fortran order
-                                  own + "b_3x5.npy", own + "b_1x1.npy",      // big-endian
-                                  other + "c_3x5.npy", other + "c_1x1.npy",  // the other type
-                                  std::string("i4c_3x5.npy"), std::string("i8c_3x5.npy")}) {
+  // Fortran order, big-endian (one of each type), the other type, integers.
+  for (const std::string& file :
+       {own + "f_3x5.npy", own + "f_17x33.npy", std::string("f8b_1x1.npy"),
+        std::string("f4bf_1x1.npy"), other + "c_3x5.npy", other + "c_1x1.npy",
+        std::string("i4c_3x5.npy"), std::string("i8c_3x5.npy")}) {
     SCOPED_TRACE(file);
     EXPECT_FALSE(MappedNumpyMatrix<T>::Map(dir.File(file)).has_value());
     EXPECT_EQ(MappingsOf(dir.File(file)), 0);
@@ -198,20 +158,12 @@ TYPED_TEST(MappedNumpyTyped, FailuresAreTheReadersFailures) {
     expect_same_failure("truncated to " + std::to_string(size) + " bytes", cut);
   }
 
-  // Bad headers.
-  const std::string descr = std::string("'<") + Code<T>() + "'";
-  for (const std::string& dictionary : std::vector<std::string>{
-           "{'descr': '<c8', 'fortran_order': False, 'shape': (2, 2), }",
-           "{'descr': " + descr + ", 'fortran_order': Maybe, 'shape': (2, 2), }",
-           "{'descr': " + descr + ", 'fortran_order': False, 'shape': (0, 2), }",
-           "{'descr': " + descr + ", 'fortran_order': False, 'shape': (2, 2, 2), }",
-           "{'descr': " + descr + ", 'fortran_order': False, 'shape': (2, x), }",
-           "{'descr': " + descr + ", 'fortran_order': False, }",
-           "{'fortran_order': False, 'shape': (2, 2), }",
-           "{'descr': " + descr + ", 'fortran_order': False, 'shape': (9, 9), }"}) {
-    WriteFile(cut, NpyBytes(dictionary, std::string(64 * sizeof(T), '\0')));
-    expect_same_failure(dictionary, cut);
-  }
+  // The header is the reader's own parser's; a shape it refuses is refused,
+  // not left to the reader.
+  WriteFile(
+      cut,
+      NpyBytes("{'descr': '<" + Code<T>() + "', 'fortran_order': False, 'shape': (0, 2), }", ""));
+  expect_same_failure("zero rows", cut);
 }
 
 // Restores the read switches on scope exit.

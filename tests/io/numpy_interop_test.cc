@@ -22,49 +22,12 @@ using testing::ExpectErrorContaining;
 using testing::RunPython;
 using testing::TempDir;
 
-// Python writes each matrix as .npy in several layouts together with its
-// values as raw column-major float64 ("<name>.expect"), read independently.
-constexpr const char* kNumpyWriter = R"PY(
-import numpy as np, scipy.sparse as sp, sys, os
-d = os.getcwd()
-rng = np.random.default_rng(7)
-def expect(name, m):
-    m2 = m.reshape(-1, 1) if m.ndim == 1 else m
-    np.asarray(m2, dtype='<f8').ravel(order='F').tofile(os.path.join(d, name + '.expect'))
-for (r, c) in [(1, 1), (3, 5), (17, 33), (40, 1), (1, 40)]:
-    m = rng.standard_normal((r, c))
-    f32 = m.astype(np.float32)
-    i = rng.integers(-1000000, 1000000, size=(r, c))
-    for kind, x in [('f4c', f32), ('f4f', np.asfortranarray(f32)), ('f8c', m),
-                    ('f8f', np.asfortranarray(m)), ('f8b', m.astype('>f8')),
-                    ('f4bf', np.asfortranarray(f32.astype('>f4'))), ('i4c', i.astype(np.int32)),
-                    ('i8c', i.astype(np.int64)), ('i4b', i.astype('>i4'))]:
-        name = '%s_%dx%d' % (kind, r, c)
-        np.save(os.path.join(d, name + '.npy'), x); expect(name, x)
-v = rng.standard_normal(23)
-np.save(os.path.join(d, 'vec.npy'), v); expect('vec', v)
-np.save(os.path.join(d, 'big_i8.npy'), np.array([[1, 2**40]], dtype=np.int64))
-# Sparse archives.
-a = sp.random(13, 9, density=0.3, format='csr', random_state=3, dtype=np.float64)
-a.indices = a.indices.astype(np.int32); a.indptr = a.indptr.astype(np.int32)
-sp.save_npz(os.path.join(d, 'csr.npz'), a, compressed=False); expect('csr', a.toarray())
-b = a.tocoo(); b.row = b.row.astype(np.int32); b.col = b.col.astype(np.int32)
-sp.save_npz(os.path.join(d, 'coo.npz'), b, compressed=False); expect('coo', b.toarray())
-sp.save_npz(os.path.join(d, 'compressed.npz'), a, compressed=True)
-w = a.copy(); w.indices = w.indices.astype(np.int64); w.indptr = w.indptr.astype(np.int64)
-sp.save_npz(os.path.join(d, 'csr64.npz'), w, compressed=False)
-w = b.copy(); w.row = w.row.astype(np.int64); w.col = w.col.astype(np.int64)
-sp.save_npz(os.path.join(d, 'coo64.npz'), w, compressed=False)
-e = sp.csr_matrix((5, 4), dtype=np.float32)
-sp.save_npz(os.path.join(d, 'empty.npz'), e, compressed=False)
-)PY";
-
 DenseMatrix<double> Expected(const TempDir& dir, const std::string& name, int rows, int cols) {
   return ReadMatrixFromBinaryFile<double>(dir.File(name + ".expect"), rows, cols);
 }
 
 TEST(NumpyInterop, DenseFilesWrittenByNumpyReadBackEqual) {
-  const TempDir& dir = FilesWrittenOnce(kNumpyWriter);
+  const TempDir& dir = FilesWrittenOnce(kNumpyFiles);
   // Each file into the matrix types that take it: floating files (both
   // orders, both byte orders) into float and double, integer ones into int32.
   const struct {
@@ -88,9 +51,9 @@ TEST(NumpyInterop, DenseFilesWrittenByNumpyReadBackEqual) {
     }
   }
   // A one-dimensional array is a column.
-  const DenseMatrix<double> vector = ReadMatrixFromNumpyFile<double>(dir.File("vec.npy"));
+  const DenseMatrix<double> vector = ReadMatrixFromNumpyFile<double>(dir.File("f8_vector.npy"));
   EXPECT_EQ(vector.rows(), 23);
-  EXPECT_EQ(vector, Expected(dir, "vec", 23, 1));
+  EXPECT_EQ(vector, Expected(dir, "f8_vector", 23, 1));
   // Refusals by type.
   ExpectErrorContaining([&] { ReadMatrixFromNumpyFile<float>(dir.File("i8c_3x5.npy")); },
                         "Unable to read int64 npy file into 32-bit int matrix. Try, for example");
@@ -106,7 +69,7 @@ TEST(NumpyInterop, DenseFilesWrittenByNumpyReadBackEqual) {
 }
 
 TEST(NumpyInterop, SparseArchivesWrittenByScipyReadBackEqual) {
-  const TempDir& dir = FilesWrittenOnce(kNumpyWriter);
+  const TempDir& dir = FilesWrittenOnce(kNumpyFiles);
   for (const std::string name : {"csr", "coo"}) {
     const DenseMatrix<double> expected = Expected(dir, name, 13, 9);
     const SparseMatrix<double> read =

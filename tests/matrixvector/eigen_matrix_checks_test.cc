@@ -5,6 +5,7 @@
 #include <limits>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "support/float_types.h"
 #include "support/located_messages.h"
@@ -46,37 +47,30 @@ TYPED_TEST(ValueCheckTest, EachTestItsMessageAndTheOrder) {
   const T inf = std::numeric_limits<T>::infinity();
   const T nan = std::numeric_limits<T>::quiet_NaN();
 
+  // Each test fails on one value, with "Matrix contains <what> at
+  // (row,col)=(2,3)."; and passes on the values just beyond its boundary. Sign
+  // tests carry the value; zero and negative zero are not negative. Specials
+  // carry only the position.
   const struct {
     bool ValueCheckFlags::*flag;
-    T value;
-    const char* verdict;
+    T failing;
+    const char* what;
+    std::vector<T> passing;
   } cases[] = {
-      // Sign tests carry the value; zero and negative zero are not negative.
-      {&ValueCheckFlags::non_negative, T(0),
-       "Matrix contains non-negative value 0 at (row,col)=(2,3)."},
-      {&ValueCheckFlags::non_negative, T(-0.5), "pass"},
-      {&ValueCheckFlags::positive, T(1.5),
-       "Matrix contains positive value 1.5 at (row,col)=(2,3)."},
-      {&ValueCheckFlags::positive, T(0), "pass"},
-      {&ValueCheckFlags::negative, T(-2.25),
-       "Matrix contains negative value -2.25 at (row,col)=(2,3)."},
-      {&ValueCheckFlags::negative, T(0), "pass"},
-      {&ValueCheckFlags::negative, T(-0.0), "pass"},
-      {&ValueCheckFlags::non_positive, T(0),
-       "Matrix contains non-positive value 0 at (row,col)=(2,3)."},
-      {&ValueCheckFlags::non_positive, T(1e-30), "pass"},
-      // Specials carry only the position.
-      {&ValueCheckFlags::nan, nan, "Matrix contains IEEE FP NaN value at (row,col)=(2,3)."},
-      {&ValueCheckFlags::nan, inf, "pass"},
-      {&ValueCheckFlags::any_inf, -inf,
-       "Matrix contains IEEE FP +/- Inf value at (row,col)=(2,3)."},
-      {&ValueCheckFlags::any_inf, std::numeric_limits<T>::max(), "pass"},
-      {&ValueCheckFlags::plus_inf, inf, "Matrix contains IEEE FP +Inf value at (row,col)=(2,3)."},
-      {&ValueCheckFlags::plus_inf, -inf, "pass"},
-      {&ValueCheckFlags::minus_inf, -inf, "Matrix contains IEEE FP -Inf value at (row,col)=(2,3)."},
-      {&ValueCheckFlags::minus_inf, inf, "pass"},
+      {&ValueCheckFlags::non_negative, T(0), "non-negative value 0", {T(-0.5)}},
+      {&ValueCheckFlags::positive, T(1.5), "positive value 1.5", {T(0)}},
+      {&ValueCheckFlags::negative, T(-2.25), "negative value -2.25", {T(0), T(-0.0)}},
+      {&ValueCheckFlags::non_positive, T(0), "non-positive value 0", {T(1e-30)}},
+      {&ValueCheckFlags::nan, nan, "IEEE FP NaN value", {inf}},
+      {&ValueCheckFlags::any_inf, -inf, "IEEE FP +/- Inf value", {std::numeric_limits<T>::max()}},
+      {&ValueCheckFlags::plus_inf, inf, "IEEE FP +Inf value", {-inf}},
+      {&ValueCheckFlags::minus_inf, -inf, "IEEE FP -Inf value", {inf}},
   };
-  for (const auto& c : cases) EXPECT_EQ(c.verdict, Verdict(Only(c.flag), c.value)) << c.value;
+  for (const auto& c : cases) {
+    EXPECT_EQ(std::string("Matrix contains ") + c.what + " at (row,col)=(2,3).",
+              Verdict(Only(c.flag), c.failing));
+    for (const T value : c.passing) EXPECT_EQ("pass", Verdict(Only(c.flag), value)) << c.what;
+  }
 
   // Nothing enabled: everything passes.
   ValueCheckFlags none;

@@ -6,7 +6,7 @@
 //                  independent accumulators: memory bandwidth);
 //   FreshWrite     a new n x n float matrix filled with a constant: the
 //                  page faults and writes any new result pays (/1: with the
-//                  huge-page advice the similarities give their result);
+//                  preparation the similarities give their result);
 //   Dense/<kind>   FeatureSimilarity<float>::Dense, a new n x n result;
 //                  RbfDefault includes the exact median of the default gamma;
 //   Nearest/<kind> FeatureSimilarity<float>::Nearest with k = 20;
@@ -18,7 +18,6 @@
 //   feature_similarity_bench --benchmark_filter='Large.*Dense'
 
 #include <benchmark/benchmark.h>
-#include <sys/mman.h>
 #include <sys/resource.h>
 
 #include <Eigen/Core>
@@ -27,6 +26,7 @@
 #include <random>
 
 #include "matrixvector/FeatureSimilarity.h"
+#include "utils/FreshMemory.h"
 
 #ifdef VELMOR_BENCH_OPENBLAS
 #include <cblas.h>
@@ -85,17 +85,14 @@ void BM_ReadPass(benchmark::State& state) {
   SetBytes(state, n);
 }
 
-// range(1): with the huge-page advice the similarities give their result.
+// range(1): prepared as the similarities prepare their result (two threads).
 void BM_FreshWrite(benchmark::State& state) {
   const int n = static_cast<int>(state.range(0));
   for (auto _ : state) {
     Matrix matrix(n, n);
     if (state.range(1) != 0) {
-      const auto huge = std::uintptr_t{2} << 20;
-      const auto begin = (reinterpret_cast<std::uintptr_t>(matrix.data()) + huge - 1) & ~(huge - 1);
-      const auto end =
-          (reinterpret_cast<std::uintptr_t>(matrix.data() + matrix.size())) & ~(huge - 1);
-      if (end > begin) madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+      velmor::PrepareFreshMemory(matrix.data(),
+                                 static_cast<std::size_t>(matrix.size()) * sizeof(float), 2);
     }
     matrix.setConstant(0.5f);
     benchmark::DoNotOptimize(matrix.data());

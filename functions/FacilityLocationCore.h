@@ -22,7 +22,10 @@
 //     shrinking context's likewise after a removal.
 
 #include <algorithm>
+#include <cstdint>
+#include <cstring>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "functions/MatrixBasedSetFunction.h"
@@ -148,12 +151,19 @@ class FacilityLocationCore : public MatrixBasedSetFunction<F, Rows, Kind> {
     this->scale_ = 1.0 / ground_set_value;
   }
 
-  // Whether element v's entries are all finite (x - x is 0 exactly for
-  // finite x, NaN otherwise).
+  // Whether element v's entries are all finite: none has the all-ones
+  // exponent of NaN and infinity (a test on the bits, which vectorizes).
   bool AllFinite(int v) const {
-    bool finite = true;
-    this->rows_.ForEachEntry(v, [&finite](int, T x) { finite &= (x - x == T(0)); });
-    return finite;
+    using Bits = std::conditional_t<sizeof(T) == 4, std::uint32_t, std::uint64_t>;
+    constexpr Bits kExponent =
+        static_cast<Bits>(sizeof(T) == 4 ? 0x7f800000ull : 0x7ff0000000000000ull);
+    Bits special = 0;
+    this->rows_.ForEachEntry(v, [&special](int, T x) {
+      Bits bits;
+      std::memcpy(&bits, &x, sizeof(bits));
+      special |= static_cast<Bits>((bits & kExponent) == kExponent);
+    });
+    return special == 0;
   }
 
   // Strict top-two update of a landmark's largest (m) and second largest (s).

@@ -12,6 +12,7 @@
 
 #include "io/MatrixIOInternal.h"
 #include "utils/AtomicOutputFile.h"
+#include "utils/FreshMemory.h"
 #include "utils/error_messages.h"
 
 namespace velmor::matrixio {
@@ -53,7 +54,7 @@ DenseMatrix<T> ReadMatrixFromBinaryFile(std::istream& stream, int rows, int cols
           "Unable to allocate matrix of size (rows,cols)=(%d,%d) for reading from binary file.",
           rows, cols);
     }
-    internal::PrepareFreshStorageForWriting(matrix.data(), bytes);
+    PrepareFreshMemory(matrix.data(), bytes);
   }
   const bool nan_check = CheckForIEEENaNOnRead();
   char* destination = reinterpret_cast<char*>(matrix.data());

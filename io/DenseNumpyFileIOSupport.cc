@@ -20,6 +20,7 @@
 #include "io/MatrixIOInternal.h"
 #include "io/NumpyArrayReading.h"
 #include "utils/AtomicOutputFile.h"
+#include "utils/FreshMemory.h"
 #include "utils/error_messages.h"
 
 namespace velmor::matrixio {
@@ -249,7 +250,7 @@ DenseMatrix<T> ReadMatrixFromNumpyFile(std::istream& stream, const NumpyHeader& 
         "Unable to allocate matrix of size (rows,cols)=(%lu,%lu) for reading from numpy file.",
         static_cast<unsigned long>(header.rows), static_cast<unsigned long>(header.cols));
   }
-  internal::PrepareFreshStorageForWriting(matrix.data(), matrix.size() * sizeof(T));
+  PrepareFreshMemory(matrix.data(), static_cast<std::size_t>(matrix.size()) * sizeof(T));
   ReadMatrixFromNumpyFile(stream, header, matrix.data());
   return matrix;
 }

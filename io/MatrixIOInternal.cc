@@ -1,7 +1,5 @@
 #include "io/MatrixIOInternal.h"
 
-#include <sys/mman.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
@@ -15,9 +13,6 @@ namespace {
 // Largest piece handed to one stream read; keeps each read() well inside what
 // the kernel moves in one call.
 constexpr std::size_t kMaxReadPiece = std::size_t{1} << 30;
-
-// Below this, page faults cost too little to be worth a system call.
-constexpr std::size_t kPrepareStorageThreshold = std::size_t{64} << 20;
 
 }  // namespace
 
@@ -80,22 +75,6 @@ bool SkipBytes(std::istream& stream, uint64_t size) {
 
 void ThrowIEEENaN() { throw std::runtime_error("Encountered IEEE NaN during read"); }
 void ThrowIEEEInf() { throw std::runtime_error("Encountered IEEE Inf during read"); }
-
-void PrepareFreshStorageForWriting(void* data, std::size_t bytes) {
-#ifdef MADV_POPULATE_WRITE
-  if (bytes < kPrepareStorageThreshold) return;
-  const uintptr_t page = 4096;
-  const uintptr_t begin = (reinterpret_cast<uintptr_t>(data) + page - 1) & ~(page - 1);
-  const uintptr_t end = (reinterpret_cast<uintptr_t>(data) + bytes) & ~(page - 1);
-  if (end <= begin) return;
-  const int saved_errno = errno;
-  (void)madvise(reinterpret_cast<void*>(begin), end - begin, MADV_POPULATE_WRITE);
-  errno = saved_errno;
-#else
-  (void)data;
-  (void)bytes;
-#endif
-}
 
 template <typename T>
 std::size_t FindFirstIEEESpecial(const T* values, std::size_t n, bool nan_check, bool inf_check) {

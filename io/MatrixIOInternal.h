@@ -38,12 +38,6 @@ bool SkipBytes(std::istream& stream, uint64_t size);
 [[noreturn]] void ThrowIEEENaN();
 [[noreturn]] void ThrowIEEEInf();
 
-// For large fresh allocations: asks the kernel to back [data, data + bytes)
-// with pages before they are written, which is cheaper than taking one page
-// fault per page. No effect on content; silently does nothing where
-// unsupported.
-void PrepareFreshStorageForWriting(void* data, std::size_t bytes);
-
 // Index of the first NaN (nan_check) or infinity (inf_check) among values[0,
 // n), or n when there is none. Integer types have none.
 template <typename T>

@@ -16,11 +16,8 @@
 #include "matrixvector/ExactSelection.h"
 #include "matrixvector/RowTopK.h"
 #include "matrixvector/SimilarityTiles.h"
+#include "utils/FreshMemory.h"
 #include "utils/error_messages.h"
-
-#if defined(__linux__)
-#include <sys/mman.h>
-#endif
 
 namespace velmor {
 namespace {
@@ -43,21 +40,6 @@ constexpr std::uint64_t kSamplePairs = std::uint64_t{1} << 18;
 const char* KindName(int kind) {
   static constexpr const char* kNames[] = {"RBF", "COSINE", "DOT", "EUCLIDEANSIM"};
   return kNames[kind];
-}
-
-// Asks the kernel to back [data, data + bytes) with huge pages where it can:
-// first touching a fresh result then takes a fraction of the page faults.
-// Only advice; nothing changes when it is refused.
-void AdviseHugePages(void* data, std::size_t bytes) {
-#if defined(__linux__) && defined(MADV_HUGEPAGE)
-  constexpr std::uintptr_t kHuge = std::uintptr_t{2} << 20;
-  const auto begin = (reinterpret_cast<std::uintptr_t>(data) + kHuge - 1) & ~(kHuge - 1);
-  const auto end = (reinterpret_cast<std::uintptr_t>(data) + bytes) & ~(kHuge - 1);
-  if (end > begin) madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
-#else
-  (void)data;
-  (void)bytes;
-#endif
 }
 
 // Makes a square block symmetric: its lower triangle over its upper one.
@@ -446,7 +428,7 @@ typename FeatureSimilarity<T>::Matrix FeatureSimilarity<T>::Dense(const Matrix& 
                         KindName(static_cast<int>(kind_)), static_cast<long>(n),
                         static_cast<long>(n), static_cast<double>(n) * n * sizeof(T) / 1e9);
   }
-  AdviseHugePages(result.data(), static_cast<std::size_t>(result.size()) * sizeof(T));
+  PrepareFreshMemory(result.data(), static_cast<std::size_t>(result.size()) * sizeof(T), threads_);
   computation.ForEachFinishedTile([&](const Tile& tile, const TileView<T>& values, int) {
     WriteBoth<T>(tile, values, result);
   });

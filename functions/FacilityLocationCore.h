@@ -22,10 +22,7 @@
 //     shrinking context's likewise after a removal.
 
 #include <algorithm>
-#include <cstdint>
-#include <cstring>
 #include <string>
-#include <type_traits>
 #include <vector>
 
 #include "functions/MatrixBasedSetFunction.h"
@@ -116,7 +113,7 @@ class FacilityLocationCore : public MatrixBasedSetFunction<F, Rows, Kind> {
       const auto begin = static_cast<int>(PartBegin(n, parts, part));
       const auto end = static_cast<int>(PartBegin(n, parts, part + 1));
       for (int v = begin; v < end; ++v) {
-        if (check && !AllFinite(v)) {
+        if (check && !this->AllFinite(v)) {
           first_failing[static_cast<std::size_t>(part)] = v;
           return;
         }
@@ -149,21 +146,6 @@ class FacilityLocationCore : public MatrixBasedSetFunction<F, Rows, Kind> {
     if (!(ground_set_value > 0))
       internal::ThrowInvalidArgument(site, non_positive, ground_set_value);
     this->scale_ = 1.0 / ground_set_value;
-  }
-
-  // Whether element v's entries are all finite: none has the all-ones
-  // exponent of NaN and infinity (a test on the bits, which vectorizes).
-  bool AllFinite(int v) const {
-    using Bits = std::conditional_t<sizeof(T) == 4, std::uint32_t, std::uint64_t>;
-    constexpr Bits kExponent =
-        static_cast<Bits>(sizeof(T) == 4 ? 0x7f800000ull : 0x7ff0000000000000ull);
-    Bits special = 0;
-    this->rows_.ForEachEntry(v, [&special](int, T x) {
-      Bits bits;
-      std::memcpy(&bits, &x, sizeof(bits));
-      special |= static_cast<Bits>((bits & kExponent) == kExponent);
-    });
-    return special == 0;
   }
 
   // Strict top-two update of a landmark's largest (m) and second largest (s).

@@ -3,10 +3,12 @@
 #include <spdlog/sinks/null_sink.h>
 #include <spdlog/spdlog.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <map>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include "algorithms/greedy_max.h"
@@ -144,13 +146,18 @@ MaximizeResult Maximize(const SubmodularFunction& f, const DownClosedSetConstrai
   MaximizeResult result;
   UnorderedHashSet solution(n);
   std::vector<float> narrowed_gains;
+  // The full passes and lazy re-evaluation batches on every core, as quillo
+  // runs them: the result does not depend on the thread count.
+  const int pass_threads = std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
   if (options.choice.IsPlainStandard()) {
     GreedyConstrainedMaximization(watched, constraint, std::numeric_limits<int>::max(), candidates,
                                   inclusion, FixedEmptySet(n), kNeverStopOnGain, &solution,
-                                  &result.order, &narrowed_gains, &result.value, nullptr);
+                                  &result.order, &narrowed_gains, &result.value, nullptr,
+                                  {.lazy = true, .threads = pass_threads});
   } else {
     RunChosenGreedyAlgorithm(options.choice, options.seed, watched, constraint, candidates,
-                             inclusion, &solution, &result.order, &narrowed_gains, &result.value);
+                             inclusion, &solution, &result.order, &narrowed_gains, &result.value,
+                             pass_threads);
   }
   if (!std::isfinite(result.value)) {
     throw exception::InputAndOrParameterDataError(exception::MakeCommandMessage(

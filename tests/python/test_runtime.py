@@ -96,7 +96,7 @@ finally:
     # Interrupted in the greedy, after the normalization (not interruptible).
     (5000, 5000, "velmor.SoftFacilityLocationSelection(5000, softness=0.1).fit(S)"),
     # The similarity of features, built tile by tile.
-    (12000, 768, "velmor.FacilityLocationFromFeatures(S, metric='dot', threads=1)"),
+    (12000, 2048, "velmor.FacilityLocationFromFeatures(S, metric='dot', threads=1)"),
 ])
 def test_ctrl_c_ends_a_long_run_and_other_threads_run(rows, columns, work):
     child = run_child(LONG_RUN_CHILD.replace("{rows}", str(rows))

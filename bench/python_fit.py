@@ -2,7 +2,7 @@
 """Whole-process cost of summarizing from Python: import velmor + fit, one process per run.
 
   bench/python_fit.py [--data DIR] [--sizes 5000 10000 20000] [--k 100]
-                      [--algorithm standard] [--pythonpath BUILD/python]
+                      [--algorithm standard] [--pythonpath BUILD/python] [--recache]
 
 For each n, tools/make_similarity.py makes (once, in DIR) an n x n float32 RBF
 similarity .npy. Then, each in its own process: one plain read of the file
@@ -12,6 +12,10 @@ FacilityLocationSelection(k).fit. Printed: the fit's wall time, its ratio to
 the plain read, its CPU time (robust when others load the machine), and its
 peak resident memory against matrix + baseline. On a
 shared machine compare the ratios, which are measured within one run.
+--recache first drops each file's pages from the page cache and reads it back
+once, as a file read from disk is cached (in large pieces, mapped 2 MB at a
+time; a file just written is held in 4 KB pages, which costs every pass over
+its mapping more; see bench/quillo_whole_run.sh).
 """
 import argparse
 import os
@@ -41,6 +45,13 @@ def timed_child(command, env):
     return seconds, usage.ru_utime + usage.ru_stime, usage.ru_maxrss * 1024
 
 
+def drop_cached_pages(path):
+    os.sync()
+    fd = os.open(path, os.O_RDONLY)
+    os.posix_fadvise(fd, 0, 0, os.POSIX_FADV_DONTNEED)
+    os.close(fd)
+
+
 def plain_read(path):
     subprocess.run(["cat", path], stdout=subprocess.DEVNULL, check=True)
     best = float("inf")
@@ -57,6 +68,7 @@ def main():
     parser.add_argument("--sizes", type=int, nargs="+", default=[5000, 10000, 20000])
     parser.add_argument("--k", type=int, default=100)
     parser.add_argument("--algorithm", default="standard")
+    parser.add_argument("--recache", action="store_true")
     parser.add_argument("--pythonpath", default=os.path.join(HERE, "..", "build", "release",
                                                              "python"))
     args = parser.parse_args()
@@ -72,6 +84,8 @@ def main():
             subprocess.run([PYTHON, os.path.join(HERE, "..", "tools", "make_similarity.py"),
                             path, str(n)], check=True)
         matrix = n * n * 4
+        if args.recache:
+            drop_cached_pages(path)
         read = plain_read(path)
         _, _, base = timed_child([PYTHON, "-c", BASELINE], env)
         fit, cpu, peak = timed_child(

@@ -295,6 +295,7 @@ DenseMatrixInput<T> LoadDenseGroupMatrix(const char* group, const char* file_nam
     ctrl.debug("{} matrix file '{}' mapped into memory.", group, file_name);
     input.items = mapped->rows();
     input.values_per_item = mapped->cols();
+    input.checked_column_maxima = mapped->TakeCheckedColumnMaxima();
     input.element_major = std::move(*mapped).Share();
     return input;
   }

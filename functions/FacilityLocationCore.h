@@ -142,7 +142,35 @@ class FacilityLocationCore : public MatrixBasedSetFunction<F, Rows, Kind> {
         merged[i] = other[i] > merged[i] ? other[i] : merged[i];
       }
     }
-    const double ground_set_value = RawValueOf(maxima[0]);
+    ScaleFromMaxima(maxima[0], site, non_positive);
+  }
+
+  // NormalizeInOnePass without the pass, for rows already checked free of NaN
+  // and infinity whose largest value per landmark is `checked_maxima` (one
+  // per landmark): the check cannot fail, and the maxima the pass would raise
+  // from 0 are max(0, checked_maxima[i]), the same values.
+  void NormalizeFromCheckedMaxima(bool skip, const internal::MessageSite& site,
+                                  const char* non_positive, const std::vector<T>& checked_maxima) {
+    if (static_cast<int>(checked_maxima.size()) != this->rows_.Landmarks()) {
+      internal::ThrowInvalidArgument(site, "Invalid argument, %d maxima for %d landmarks.",
+                                     static_cast<int>(checked_maxima.size()),
+                                     this->rows_.Landmarks());
+    }
+    if (skip) {
+      this->scale_ = 1.0;
+      return;
+    }
+    std::vector<T> maxima(checked_maxima.size());
+    for (std::size_t i = 0; i < maxima.size(); ++i) {
+      maxima[i] = checked_maxima[i] > T(0) ? checked_maxima[i] : T(0);
+    }
+    ScaleFromMaxima(maxima, site, non_positive);
+  }
+
+  // scale = 1 / f(V) from the landmarks' maxima, unless f(V) <= 0 (thrown).
+  void ScaleFromMaxima(const std::vector<T>& maxima, const internal::MessageSite& site,
+                       const char* non_positive) {
+    const double ground_set_value = RawValueOf(maxima);
     if (!(ground_set_value > 0))
       internal::ThrowInvalidArgument(site, non_positive, ground_set_value);
     this->scale_ = 1.0 / ground_set_value;

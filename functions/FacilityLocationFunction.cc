@@ -141,6 +141,14 @@ void FacilityLocationFunction<T>::ComputeNormalizationConstant(bool skip, int th
                            threads);
 }
 
+template <typename T>
+void FacilityLocationFunction<T>::ComputeNormalizationConstant(
+    bool skip, const std::vector<T>& checked_maxima) {
+  this->NormalizeFromCheckedMaxima(skip, VELMOR_SITE(FacilityLocationFunction),
+                                   "Invalid possibly all zero or negative matrix, f(V) = %g <= 0.",
+                                   checked_maxima);
+}
+
 // ----- Gain kernels ----------------------------------------------------------------
 
 template <typename T>

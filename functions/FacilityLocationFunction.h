@@ -107,6 +107,12 @@ class FacilityLocationFunction
   // once, split between `threads` threads (>= 1, or 0 for the machine's
   // cores). Scale and errors are the same for every thread count.
   void ComputeNormalizationConstant(bool skip, int threads);
+  // The same without reading the rows, for rows already checked free of NaN
+  // and infinity whose largest value per landmark is `checked_maxima` (k
+  // values, as MappedNumpyMatrix::TakeCheckedColumnMaxima gives them for the
+  // file the rows are mapped from): no check can fail, and the scale is the
+  // pass's own, bit for bit. A size other than k throws std::invalid_argument.
+  void ComputeNormalizationConstant(bool skip, const std::vector<T>& checked_maxima);
 
   // Description(): "Dense FL, |V|=<n>, #landmarks=<k>".
   static constexpr const char* kName = "Dense FL";

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <cstring>
 #include <istream>
+#include <limits>
 #include <mutex>
 #include <stdexcept>
 #include <string>
@@ -206,6 +207,56 @@ std::size_t FindFirstSpecialInParts(const T* values, std::size_t n, bool nan_che
   return *std::min_element(first.begin(), first.end());
 }
 
+// The full check (NaN and infinity) of `rows` rows of `cols` values, with the
+// largest value of each column found in the same pass: rows split into
+// `threads` contiguous ranges, each checked a block of rows at a time and its
+// maxima raised while the block is in the cache. Returns the index of the
+// first special value in file order (the same for every thread count), or
+// rows * cols with the maxima in `column_maxima`.
+template <typename T>
+std::size_t CheckAndFindColumnMaxima(const T* values, std::size_t rows, std::size_t cols,
+                                     int threads, std::vector<T>* column_maxima) {
+  const std::size_t count = rows * cols;
+  const int parts = static_cast<int>(std::clamp<std::size_t>(
+      std::min(rows, count / kValuesPerPart), 1, static_cast<std::size_t>(std::max(1, threads))));
+  const std::size_t block_rows = std::max<std::size_t>(1, (std::size_t{16} << 10) / cols);
+  std::vector<std::size_t> first(static_cast<std::size_t>(parts), count);
+  std::vector<std::vector<T>> maxima(static_cast<std::size_t>(parts),
+                                     std::vector<T>(cols, std::numeric_limits<T>::lowest()));
+  RunInParts(parts, [&](int part) {
+    const auto begin =
+        static_cast<std::size_t>(PartBegin(static_cast<std::int64_t>(rows), parts, part));
+    const auto end =
+        static_cast<std::size_t>(PartBegin(static_cast<std::int64_t>(rows), parts, part + 1));
+    T* part_maxima = maxima[static_cast<std::size_t>(part)].data();
+    for (std::size_t row = begin; row < end; row += block_rows) {
+      const std::size_t block_end = std::min(end, row + block_rows);
+      const T* block = values + row * cols;
+      const std::size_t size = (block_end - row) * cols;
+      const std::size_t found = internal::FindFirstIEEESpecial<T>(block, size, true, true);
+      if (found != size) {
+        first[static_cast<std::size_t>(part)] = row * cols + found;
+        return;
+      }
+      for (const T* x = block; x < block + size; x += cols) {
+        for (std::size_t j = 0; j < cols; ++j) {
+          part_maxima[j] = x[j] > part_maxima[j] ? x[j] : part_maxima[j];
+        }
+      }
+    }
+  });
+  const std::size_t bad = *std::min_element(first.begin(), first.end());
+  if (bad != count) return bad;
+  for (int part = 1; part < parts; ++part) {
+    const std::vector<T>& other = maxima[static_cast<std::size_t>(part)];
+    for (std::size_t j = 0; j < cols; ++j) {
+      maxima[0][j] = other[j] > maxima[0][j] ? other[j] : maxima[0][j];
+    }
+  }
+  *column_maxima = std::move(maxima[0]);
+  return count;
+}
+
 }  // namespace
 
 template <typename T>
@@ -264,9 +315,14 @@ std::optional<MappedNumpyMatrix<T>> MappedNumpyMatrix<T>::Map(const std::string&
 
   const bool nan_check = CheckForIEEENaNOnRead();
   const bool inf_check = CheckForIEEEInfOnRead();
+  std::vector<T> column_maxima;
   if (nan_check || inf_check) {
     const std::size_t n = static_cast<std::size_t>(count);
-    const std::size_t bad = FindFirstSpecialInParts<T>(data, n, nan_check, inf_check, threads);
+    const std::size_t bad =
+        nan_check && inf_check
+            ? CheckAndFindColumnMaxima<T>(data, static_cast<std::size_t>(rows),
+                                          static_cast<std::size_t>(cols), threads, &column_maxima)
+            : FindFirstSpecialInParts<T>(data, n, nan_check, inf_check, threads);
     if (bad != n) {
       internal::ThrowNumpyValueFailureAt<T>(reinterpret_cast<const char*>(data + bad), header.type,
                                             false, static_cast<int64_t>(bad / cols),
@@ -274,7 +330,9 @@ std::optional<MappedNumpyMatrix<T>> MappedNumpyMatrix<T>::Map(const std::string&
                                             __func__, __LINE__);
     }
   }
-  return MappedNumpyMatrix(mapping.release(), length, data, header.rows, header.cols);
+  MappedNumpyMatrix mapped(mapping.release(), length, data, header.rows, header.cols);
+  mapped.checked_column_maxima_ = std::move(column_maxima);
+  return mapped;
 }
 
 template <typename T>
@@ -288,7 +346,8 @@ MappedNumpyMatrix<T>::MappedNumpyMatrix(MappedNumpyMatrix&& other) noexcept
       length_(std::exchange(other.length_, 0)),
       data_(std::exchange(other.data_, nullptr)),
       rows_(std::exchange(other.rows_, 0)),
-      cols_(std::exchange(other.cols_, 0)) {}
+      cols_(std::exchange(other.cols_, 0)),
+      checked_column_maxima_(std::move(other.checked_column_maxima_)) {}
 
 template <typename T>
 MappedNumpyMatrix<T>& MappedNumpyMatrix<T>::operator=(MappedNumpyMatrix&& other) noexcept {
@@ -299,6 +358,7 @@ MappedNumpyMatrix<T>& MappedNumpyMatrix<T>::operator=(MappedNumpyMatrix&& other)
     data_ = std::exchange(other.data_, nullptr);
     rows_ = std::exchange(other.rows_, 0);
     cols_ = std::exchange(other.cols_, 0);
+    checked_column_maxima_ = std::move(other.checked_column_maxima_);
   }
   return *this;
 }
@@ -319,6 +379,7 @@ void MappedNumpyMatrix<T>::Release() noexcept {
   data_ = nullptr;
   rows_ = 0;
   cols_ = 0;
+  checked_column_maxima_.clear();
 }
 
 template <typename T>

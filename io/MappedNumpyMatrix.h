@@ -30,6 +30,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "io/DenseNumpyFileIOSupport.h"
 #include "io/MatrixIOCommon.h"
@@ -66,7 +67,8 @@ class MappedNumpyMatrix {
   // Cost: the header is parsed and the whole file is brought in at once
   // (page tables filled for reading in one call, nothing copied); when a read
   // switch is on, every value is checked, split between `threads` threads
-  // (>= 1; fewer for small files), with the same result for every count.
+  // (>= 1; fewer for small files), with the same result for every count;
+  // with both on, the column maxima come out of the same pass.
   static std::optional<MappedNumpyMatrix> Map(const std::string& file_name, int threads = 1);
 
   MappedNumpyMatrix(MappedNumpyMatrix&& other) noexcept;
@@ -90,6 +92,13 @@ class MappedNumpyMatrix {
   Eigen::Map<const DenseMatrix<T>> ElementMajor() const;
   Eigen::Map<DenseMatrix<T>> MutableElementMajor();
 
+  // When Map checked every value for both NaN and infinity (both read
+  // switches on): the largest value of each of the k columns over the n rows,
+  // found in the same pass as the check; moved out, leaving it empty. Empty
+  // otherwise. Describes the file's values: meaningless once a caller has
+  // written through data().
+  std::vector<T> TakeCheckedColumnMaxima() { return std::move(checked_column_maxima_); }
+
   // Moves the mapping into a shared owner and returns a pointer to the first
   // value that keeps the file mapped for as long as any copy of it lives.
   // Leaves this object empty.
@@ -104,6 +113,7 @@ class MappedNumpyMatrix {
   T* data_ = nullptr;
   int64_t rows_ = 0;
   int64_t cols_ = 0;
+  std::vector<T> checked_column_maxima_;
 };
 
 }  // namespace velmor::matrixio

@@ -65,11 +65,15 @@ std::unique_ptr<SubmodularFunction> MakeFacilityLocation(SummaryPlan::DenseInput
         }
         using Hard = FacilityLocationFunction<T>;
         log.info("Creating a Facility Location Function with a {}x{} matrix.", n, k);
-        auto hard = input.element_major
-                        ? std::make_unique<Hard>(typename Hard::ElementMajor{},
-                                                 std::move(input.element_major), n, k)
-                        : std::make_unique<Hard>(input.rows);
-        hard->ComputeNormalizationConstant(!g.normalize, threads);
+        const bool shared = static_cast<bool>(input.element_major);
+        auto hard = shared ? std::make_unique<Hard>(typename Hard::ElementMajor{},
+                                                    std::move(input.element_major), n, k)
+                           : std::make_unique<Hard>(input.rows);
+        if (shared && !input.checked_column_maxima.empty()) {
+          hard->ComputeNormalizationConstant(!g.normalize, input.checked_column_maxima);
+        } else {
+          hard->ComputeNormalizationConstant(!g.normalize, threads);
+        }
         return hard;
       });
   input.rows.resize(0, 0);

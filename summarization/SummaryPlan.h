@@ -41,6 +41,11 @@ struct DenseMatrixInput {
   std::shared_ptr<T> element_major;
   std::int64_t items = 0;
   std::int64_t values_per_item = 0;
+  // With `element_major`, optionally: its values were checked free of NaN and
+  // infinity, and these are the largest value of each of the k columns (over
+  // the items), found in the same pass (MappedNumpyMatrix gives them). Facility
+  // location then normalizes without reading the rows again.
+  std::vector<T> checked_column_maxima;
 
   std::int64_t Items() const { return element_major ? items : rows.rows(); }
   std::int64_t ValuesPerItem() const { return element_major ? values_per_item : rows.cols(); }

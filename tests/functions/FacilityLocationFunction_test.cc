@@ -161,7 +161,25 @@ TYPED_TEST(FacilityLocationTest, OnePassNormalizationOnAnyThreadCount) {
       f.ComputeNormalizationConstant(true, threads);
       EXPECT_EQ(1.0, f.NormalizationScale());
     }
+    // From the columns' maxima of checked values instead of a pass: the same
+    // scale, bit for bit.
+    std::vector<T> maxima(static_cast<std::size_t>(shape.k));
+    for (int i = 0; i < shape.k; ++i) maxima[static_cast<std::size_t>(i)] = m.col(i).maxCoeff();
+    f.ComputeNormalizationConstant(false, maxima);
+    EXPECT_EQ(1.0 / ground_set_value, f.NormalizationScale());
+    f.ComputeNormalizationConstant(true, maxima);
+    EXPECT_EQ(1.0, f.NormalizationScale());
   }
+  FacilityLocationFunction<T> negative(Matrix<T>::Constant(3, 2, T(-1)));
+  ExpectLocatedError(
+      [&] {
+        negative.ComputeNormalizationConstant(false, std::vector<T>{T(-1), T(-1)});
+      },
+      file, "ComputeNormalizationConstant",
+      "Invalid possibly all zero or negative matrix, f(V) = 0 <= 0.");
+  ExpectLocatedError([&] { negative.ComputeNormalizationConstant(false, std::vector<T>{T(1)}); },
+                     file, "ComputeNormalizationConstant",
+                     "Invalid argument, 1 maxima for 2 landmarks.");
   // Bad entries in several of the parts: the earliest wins; the scale stays.
   Matrix<T> m = RandomMatrix<T>(9, 4, 3);
   m(7, 0) = std::numeric_limits<T>::infinity();

@@ -227,6 +227,28 @@ TYPED_TEST(MappedNumpyTyped, SpecialValuesFollowTheReadSwitches) {
     EXPECT_EQ(*map, *read) << threads << " threads";
   }
   EXPECT_NE(read->find("row,col 300,7"), std::string::npos) << *read;
+
+  // With both switches on, the check also finds each column's largest value
+  // (against a straightforward scan), the same on every thread count; with
+  // one switch off there are none.
+  DenseMatrix<T> mixed(700, 300);
+  for (int i = 0; i < mixed.rows(); ++i) {
+    for (int j = 0; j < mixed.cols(); ++j) {
+      mixed(i, j) = static_cast<T>(std::sin(i * 7.0 + j * 13.0) * (i % 17) - 3.0);
+    }
+  }
+  WriteMatrixToNumpyFile<T>(name, mixed, false);
+  std::vector<T> expected(static_cast<std::size_t>(mixed.cols()));
+  for (int j = 0; j < mixed.cols(); ++j)
+    expected[static_cast<std::size_t>(j)] = mixed.col(j).maxCoeff();
+  for (int threads : {1, 2, 3, 4}) {
+    std::optional<MappedNumpyMatrix<T>> mapped = MappedNumpyMatrix<T>::Map(name, threads);
+    ASSERT_TRUE(mapped.has_value());
+    EXPECT_EQ(mapped->TakeCheckedColumnMaxima(), expected) << threads << " threads";
+  }
+  SetCheckForIEEEInfOnRead(false);
+  EXPECT_TRUE(MappedNumpyMatrix<T>::Map(name, 2)->TakeCheckedColumnMaxima().empty());
+  SetCheckForIEEEInfOnRead(true);
 }
 
 TYPED_TEST(MappedNumpyTyped, WritesNeverReachTheFileAndSharesOutliveTheObject) {

@@ -9,6 +9,8 @@
 #include <memory>
 #include <new>
 #include <stdexcept>
+#include <stop_token>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -40,6 +42,18 @@ constexpr std::uint64_t kSamplePairs = std::uint64_t{1} << 18;
 const char* KindName(int kind) {
   static constexpr const char* kNames[] = {"RBF", "COSINE", "DOT", "EUCLIDEANSIM"};
   return kNames[kind];
+}
+
+// Sets up the pages of a fresh buffer for writing and touches each once, 64 MB
+// at a time, until done or asked to stop. The content is left undefined.
+void SetUpPagesUntilStopped(std::stop_token stop, void* data, std::size_t bytes) {
+  constexpr std::size_t kPiece = kFreshMemoryThreshold;
+  char* const begin = static_cast<char*>(data);
+  for (std::size_t done = 0; done < bytes && !stop.stop_requested(); done += kPiece) {
+    const std::size_t size = std::min(kPiece, bytes - done);
+    PrepareFreshMemory(begin + done, size, 1);
+    for (std::size_t at = 0; at < size; at += 4096) begin[done + at] = 0;
+  }
 }
 
 // Makes a square block symmetric: its lower triangle over its upper one.
@@ -418,17 +432,35 @@ FeatureSimilarity<T>::FeatureSimilarity(Kind kind, double gamma, int threads)
 template <typename T>
 typename FeatureSimilarity<T>::Matrix FeatureSimilarity<T>::Dense(const Matrix& features) const {
   Computation<T> computation(kind_, gamma_, threads_, features, progress_, stop_);
-  computation.Prepare();
   const Index n = computation.size();
+  // The result's pages are set up on a thread of their own while the
+  // parameter's pass runs (the first touch of fresh memory is slow on virtual
+  // machines). Should the allocation fail, the pass's own errors come first.
   Matrix result;
   try {
     result.resize(n, n);
   } catch (const std::bad_alloc&) {
-    VELMOR_THROW_NESTED(std::runtime_error, "%s() cannot allocate its %ldx%ld result (%.1f GB).",
-                        KindName(static_cast<int>(kind_)), static_cast<long>(n),
-                        static_cast<long>(n), static_cast<double>(n) * n * sizeof(T) / 1e9);
   }
-  PrepareFreshMemory(result.data(), static_cast<std::size_t>(result.size()) * sizeof(T), threads_);
+  {
+    std::jthread setup;
+    try {
+      if (result.size() > 0)
+        setup = std::jthread(SetUpPagesUntilStopped, result.data(), result.size() * sizeof(T));
+    } catch (const std::system_error&) {
+      // No thread: the pages are set up as they are first written.
+    }
+    computation.Prepare();
+    if (setup.joinable()) setup.join();
+  }
+  if (result.size() != n * n) {
+    try {
+      result.resize(n, n);
+    } catch (const std::bad_alloc&) {
+      VELMOR_THROW_NESTED(std::runtime_error, "%s() cannot allocate its %ldx%ld result (%.1f GB).",
+                          KindName(static_cast<int>(kind_)), static_cast<long>(n),
+                          static_cast<long>(n), static_cast<double>(n) * n * sizeof(T) / 1e9);
+    }
+  }
   computation.ForEachFinishedTile([&](const Tile& tile, const TileView<T>& values, int) {
     WriteBoth<T>(tile, values, result);
   });

@@ -34,6 +34,9 @@ namespace {
 // Fewer values than this are checked on one thread.
 constexpr std::size_t kValuesPerPart = std::size_t{1} << 16;
 
+// Files with fewer rows get no column maxima from their check.
+constexpr uint64_t kRowsForColumnMaxima = 64;
+
 template <typename T>
 constexpr NumpyDataType OwnType() {
   return std::is_same_v<T, float> ? NumpyDataType::kFloat32 : NumpyDataType::kFloat64;
@@ -318,8 +321,11 @@ std::optional<MappedNumpyMatrix<T>> MappedNumpyMatrix<T>::Map(const std::string&
   std::vector<T> column_maxima;
   if (nan_check || inf_check) {
     const std::size_t n = static_cast<std::size_t>(count);
+    // The maxima only where they are small next to the matrix: a row's worth
+    // per thread, against at least 64 rows.
+    const bool with_maxima = nan_check && inf_check && rows >= kRowsForColumnMaxima;
     const std::size_t bad =
-        nan_check && inf_check
+        with_maxima
             ? CheckAndFindColumnMaxima<T>(data, static_cast<std::size_t>(rows),
                                           static_cast<std::size_t>(cols), threads, &column_maxima)
             : FindFirstSpecialInParts<T>(data, n, nan_check, inf_check, threads);

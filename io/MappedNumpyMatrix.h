@@ -93,10 +93,10 @@ class MappedNumpyMatrix {
   Eigen::Map<DenseMatrix<T>> MutableElementMajor();
 
   // When Map checked every value for both NaN and infinity (both read
-  // switches on): the largest value of each of the k columns over the n rows,
-  // found in the same pass as the check; moved out, leaving it empty. Empty
-  // otherwise. Describes the file's values: meaningless once a caller has
-  // written through data().
+  // switches on) and the file has at least 64 rows: the largest value of each
+  // of the k columns over the n rows, found in the same pass as the check;
+  // moved out, leaving it empty. Empty otherwise. Describes the file's values: meaningless once a
+  // caller has written through data().
   std::vector<T> TakeCheckedColumnMaxima() { return std::move(checked_column_maxima_); }
 
   // Moves the mapping into a shared owner and returns a pointer to the first
